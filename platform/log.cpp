@@ -1,0 +1,104 @@
+#include "log.h"
+
+#include "error.h"
+
+#include <QDateTime>
+#include <QRegularExpression>
+#include <QUrl>
+
+Q_LOGGING_CATEGORY(lcSorvel, "sorvel")
+Q_LOGGING_CATEGORY(lcSorvelDebug, "sorvel.debug", QtWarningMsg)
+
+namespace platform {
+
+void logLine(const QString& line) {
+    qCInfo(lcSorvel).noquote() << line;
+}
+
+void logDebug(const QString& line) {
+    qCDebug(lcSorvelDebug).noquote() << line;
+}
+
+void setDebugLogging(bool enabled) {
+    const_cast<QLoggingCategory&>(lcSorvelDebug()).setEnabled(QtDebugMsg, enabled);
+    const_cast<QLoggingCategory&>(lcSorvelDebug()).setEnabled(QtInfoMsg, enabled);
+}
+
+namespace {
+
+// A string inside a collection is quoted when it holds anything but letters, digits and "_".
+QString quoteIfNeeded(const QString& s) {
+    static const QRegularExpression plain(QStringLiteral("^[A-Za-z0-9_.$/]+$"));
+    if (plain.match(s).hasMatch()) {
+        return s;
+    }
+    QString escaped = s;
+    escaped.replace(QLatin1Char('\\'), QLatin1String("\\\\"));
+    escaped.replace(QLatin1Char('"'), QLatin1String("\\\""));
+    escaped.replace(QLatin1Char('\n'), QLatin1String("\\n"));
+    return QLatin1Char('"') + escaped + QLatin1Char('"');
+}
+
+QString describeAt(const QVariant& value, int depth, bool nested) {
+    const QString indent(4 * depth, QLatin1Char(' '));
+    const QString inner(4 * (depth + 1), QLatin1Char(' '));
+    if (!value.isValid() || value.isNull()) {
+        return nested ? QStringLiteral("<null>") : QStringLiteral("(null)");
+    }
+    switch (value.metaType().id()) {
+        case QMetaType::QString:
+            return nested ? quoteIfNeeded(value.toString()) : value.toString();
+        case QMetaType::Bool:
+            return value.toBool() ? QStringLiteral("1") : QStringLiteral("0");
+        case QMetaType::Double:
+        case QMetaType::Float:
+            return QString::number(value.toDouble(), 'g', 15);
+        case QMetaType::QUrl:
+            return value.toUrl().toString(QUrl::FullyEncoded);
+        case QMetaType::QDateTime:
+            return value.toDateTime().toUTC().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss +0000"));
+        case QMetaType::QByteArray:
+            return QLatin1Char('<') + QString::fromLatin1(value.toByteArray().toHex()) +
+                   QLatin1Char('>');
+        case QMetaType::QVariantMap: {
+            const QVariantMap map = value.toMap();
+            QString out = QStringLiteral("{\n");
+            for (auto it = map.begin(); it != map.end(); ++it) {
+                out += inner + quoteIfNeeded(it.key()) + QStringLiteral(" = ") +
+                       describeAt(it.value(), depth + 1, true) + QStringLiteral(";\n");
+            }
+            return out + indent + QLatin1Char('}');
+        }
+        case QMetaType::QVariantList:
+        case QMetaType::QStringList: {
+            const QVariantList list = value.toList();
+            QString out = QStringLiteral("(\n");
+            for (int i = 0; i < list.size(); ++i) {
+                out += inner + describeAt(list[i], depth + 1, true);
+                out += (i + 1 < list.size()) ? QStringLiteral(",\n") : QStringLiteral("\n");
+            }
+            return out + indent + QLatin1Char(')');
+        }
+        default:
+            break;
+    }
+    if (value.metaType() == QMetaType::fromType<Error>()) {
+        const Error e = value.value<Error>();
+        return QStringLiteral("Error Domain=%1 Code=%2 \"%3\"")
+            .arg(e.domain())
+            .arg(e.code())
+            .arg(e.localizedDescription());
+    }
+    if (value.canConvert<QString>()) {
+        return value.toString();
+    }
+    return QStringLiteral("<%1>").arg(QString::fromLatin1(value.typeName()));
+}
+
+}  // namespace
+
+QString describe(const QVariant& value) {
+    return describeAt(value, 0, false);
+}
+
+}  // namespace platform

@@ -1,0 +1,66 @@
+#include "platform/crypto.h"
+
+#include <QTest>
+
+using namespace platform;
+
+class TestCrypto : public QObject {
+    Q_OBJECT
+  private slots:
+    // RFC 1321, appendix A.5.
+    void md5TestSuite_data() {
+        QTest::addColumn<QByteArray>("input");
+        QTest::addColumn<QByteArray>("digest");
+        QTest::newRow("empty") << QByteArray("") << QByteArray("d41d8cd98f00b204e9800998ecf8427e");
+        QTest::newRow("a") << QByteArray("a") << QByteArray("0cc175b9c0f1b6a831c399e269772661");
+        QTest::newRow("abc") << QByteArray("abc") << QByteArray("900150983cd24fb0d6963f7d28e17f72");
+        QTest::newRow("message digest")
+            << QByteArray("message digest") << QByteArray("f96b697d7cb7938d525a2f31aaf161d0");
+        QTest::newRow("alphabet") << QByteArray("abcdefghijklmnopqrstuvwxyz")
+                                  << QByteArray("c3fcd3d76192e4007dfb496cca67e13b");
+        QTest::newRow("alphanumeric")
+            << QByteArray("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789")
+            << QByteArray("d174ab98d277d9f5a5611c2c9f419d9f");
+        QTest::newRow("digits") << QByteArray("1234567890").repeated(8)
+                                << QByteArray("57edf4a22be3c955ac49da2e2107b67a");
+    }
+    void md5TestSuite() {
+        QFETCH(QByteArray, input);
+        QFETCH(QByteArray, digest);
+        QCOMPARE(md5(input).toHex(), digest);
+    }
+
+    // NIST SP 800-38A, F.2.1 and F.2.2 (CBC-AES128).
+    void aes128CbcVectors() {
+        const QByteArray key = QByteArray::fromHex("2b7e151628aed2a6abf7158809cf4f3c");
+        const QByteArray iv = QByteArray::fromHex("000102030405060708090a0b0c0d0e0f");
+        const QByteArray plain = QByteArray::fromHex(
+            "6bc1bee22e409f96e93d7e117393172aae2d8a571e03ac9c9eb76fac45af8e51"
+            "30c81c46a35ce411e5fbc1191a0a52eff69f2445df4f9b17ad2b417be66c3710");
+        const QByteArray cipher = QByteArray::fromHex(
+            "7649abac8119b246cee98e9b12e9197d5086cb9b507219ee95db113a917678b2"
+            "73bed6b8e3c1743b7116e69e222295163ff1caa1681fac09120eca307586e1a7");
+        QCOMPARE(aes128CbcEncrypt(plain, key, iv).value(), cipher);
+        QCOMPARE(aes128CbcDecrypt(cipher, key, iv).value(), plain);
+        QCOMPARE(aes128CbcEncrypt(plain.left(16), key, iv).value(), cipher.left(16));
+    }
+
+    void aesRefusesWrongSizes_data() {
+        QTest::addColumn<int>("dataSize");
+        QTest::addColumn<int>("keySize");
+        QTest::addColumn<int>("ivSize");
+        QTest::newRow("partial block") << 15 << 16 << 16;
+        QTest::newRow("short key") << 16 << 15 << 16;
+        QTest::newRow("long iv") << 16 << 16 << 17;
+    }
+    void aesRefusesWrongSizes() {
+        QFETCH(int, dataSize);
+        QFETCH(int, keySize);
+        QFETCH(int, ivSize);
+        QVERIFY(!aes128CbcEncrypt(QByteArray(dataSize, 'd'), QByteArray(keySize, 'k'),
+                                  QByteArray(ivSize, 'i')));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCrypto)
+#include "tst_crypto.moc"

@@ -1,0 +1,111 @@
+#include "platform/files.h"
+#include "platform/propertylist.h"
+#include "support/testenv.h"
+
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTest>
+#include <QTimeZone>
+
+using namespace platform;
+
+class TestFiles : public QObject {
+    Q_OBJECT
+  private slots:
+    void directoriesFollowXdgAndAreCreated() {
+        testsupport::TempHome home;
+        const QString caches = cachesDirectory();
+        const QString documents = documentsDirectory();
+        QVERIFY(caches.startsWith(home.path() + "/xdg_cache_home"));
+        QVERIFY(documents.startsWith(home.path() + "/xdg_data_home"));
+        QVERIFY(documents.endsWith("/Documents"));
+        QVERIFY(QDir(caches).exists() && QDir(documents).exists());
+    }
+
+    void atomicWriteAndFileTimes() {
+        testsupport::TempHome home;
+        const QString path = home.path() + "/a/b/c/file.bin";
+        Error error;
+        QVERIFY(!writeFileAtomically(path, "x", &error));  // no parent directory
+        QCOMPARE(error.domain(), kFileErrorDomain);
+        QVERIFY(createDirectory(home.path() + "/a/b/c"));
+        QVERIFY(writeFileAtomically(path, "first"));
+        QVERIFY(writeFileAtomically(path, "second"));
+        QCOMPARE(readFile(path).value(), QByteArray("second"));
+        QVERIFY(setFileTimes(path, 1000000000, 1234567890));
+        const auto times = fileTimes(path);
+        QVERIFY(times.has_value());
+        QCOMPARE(times->accessTime, 1000000000);
+        QCOMPARE(times->modificationTime, 1234567890);
+        QVERIFY(removeFile(path));
+        QVERIFY(!fileTimes(path).has_value());
+        QVERIFY(!readFile(path).has_value());
+    }
+
+    void propertyListRoundTrips_data() {
+        QTest::addColumn<bool>("binary");
+        QTest::newRow("xml") << false;
+        QTest::newRow("binary") << true;
+    }
+    void propertyListRoundTrips() {
+        QFETCH(bool, binary);
+        const QVariantMap value{
+            {"int", qint64(-7)},
+            {"big", qint64(1) << 40},
+            {"real", 2.5},
+            {"bool", true},
+            {"string", QString("ünïcode")},
+            {"date", QDateTime::fromSecsSinceEpoch(1600000000, Qt::UTC)},
+            {"data", QByteArray("\x00\x10", 2)},
+            {"array", QVariantList{qint64(1), QVariantMap{{"k", QString("v")}}}},
+        };
+        const QByteArray bytes =
+            binary ? writePropertyListBinary(value) : writePropertyListXml(value);
+        QVERIFY(!bytes.isEmpty());
+        QCOMPARE(readPropertyList(bytes), QVariant(value));
+    }
+
+    void propertyListFromTheCommandLineTool() {
+        if (QStandardPaths::findExecutable("plistutil").isEmpty()) {
+            QSKIP("plistutil is not installed");
+        }
+        testsupport::TempHome home;
+        const QString xml = home.path() + "/in.plist";
+        const QString bin = home.path() + "/out.plist";
+        QFile f(xml);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(
+            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
+            "<key>itemName</key><string>Sound Board</string><key>itemId</key><integer>42</integer>"
+            "</dict></plist>");
+        f.close();
+        QCOMPARE(QProcess::execute("plistutil", {"-i", xml, "-o", bin, "-f", "bin"}), 0);
+        const QVariantMap expected{{"itemName", "Sound Board"}, {"itemId", qint64(42)}};
+        QCOMPARE(readPropertyListFile(xml), QVariant(expected));
+        QCOMPARE(readPropertyListFile(bin), QVariant(expected));
+    }
+
+    void unreadablePropertyListsGiveNothing_data() {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::newRow("empty") << QByteArray();
+        QTest::newRow("text") << QByteArray("hello");
+        QTest::newRow("truncated xml") << QByteArray("<?xml version=\"1.0\"?><plist><dict><key>a");
+        QTest::newRow("truncated binary")
+            << writePropertyListBinary(QVariantMap{{"a", 1}}).left(20);
+        QTest::newRow("bad binary header")
+            << QByteArray("bplist00\xff\xff\xff\xff\xff\xff\xff", 15);
+    }
+    void unreadablePropertyListsGiveNothing() {
+        QFETCH(QByteArray, bytes);
+        QVERIFY(!readPropertyList(bytes).isValid());
+    }
+
+    void valuesAPropertyListCannotHold() {
+        QVERIFY(writePropertyListXml(QVariant()).isEmpty());
+        QVERIFY(!isPropertyListValue(QVariantMap{{"url", QUrl("http://x")}}));
+        QVERIFY(isPropertyListValue(QVariantList{1, "a"}));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestFiles)
+#include "tst_files.moc"

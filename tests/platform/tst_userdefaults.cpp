@@ -1,0 +1,122 @@
+#include "platform/userdefaults.h"
+#include "support/testenv.h"
+
+#include <QDateTime>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QTest>
+#include <QTimeZone>
+
+#include <csignal>
+
+using namespace platform;
+
+class TestUserDefaults : public QObject {
+    Q_OBJECT
+  private slots:
+    void valuesSurviveASaveAndReload() {
+        testsupport::TempHome home;
+        const QString path = home.path() + "/defaults.plist";
+        const QDateTime date = QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC);
+        const QVariantMap nested{{"list", QVariantList{1, 2.5, "x", QVariantMap{{"deep", true}}}}};
+        {
+            UserDefaults d(path);
+            d.setIntegerForKey(-42, "int");
+            d.setFloatForKey(1.5f, "float");
+            d.setDoubleForKey(0.1, "double");
+            d.setBoolForKey(true, "bool");
+            d.setObjectForKey("héllo", "string");
+            d.setObjectForKey(date, "date");
+            d.setObjectForKey(QByteArray("\x00\x01\xff", 3), "data");
+            d.setObjectForKey(nested, "dict");
+            QVERIFY(d.synchronize());
+        }
+        UserDefaults d(path);
+        QCOMPARE(d.integerForKey("int"), -42);
+        QCOMPARE(d.floatForKey("float"), 1.5f);
+        QCOMPARE(d.doubleForKey("double"), 0.1);
+        QCOMPARE(d.boolForKey("bool"), true);
+        QCOMPARE(d.stringForKey("string"), QString("héllo"));
+        QCOMPARE(d.objectForKey("date").toDateTime(), date);
+        QCOMPARE(d.dataForKey("data"), QByteArray("\x00\x01\xff", 3));
+        QCOMPARE(d.dictionaryForKey("dict"), nested);
+    }
+
+    void typedAccessorsOnMissingOrMismatchedValues() {
+        testsupport::TempHome home;
+        UserDefaults d(home.path() + "/d.plist");
+        d.setObjectForKey("12", "numeric string");
+        d.setObjectForKey(QVariantList{1}, "list");
+        QCOMPARE(d.integerForKey("missing"), 0);
+        QCOMPARE(d.floatForKey("missing"), 0.0f);
+        QVERIFY(!d.objectForKey("missing").isValid());
+        QCOMPARE(d.integerForKey("numeric string"), 12);
+        QVERIFY(d.dictionaryForKey("list").isEmpty());
+        QVERIFY(d.stringForKey("list").isEmpty());
+    }
+
+    void removeAndRegisteredDefaults() {
+        testsupport::TempHome home;
+        const QString path = home.path() + "/d.plist";
+        {
+            UserDefaults d(path);
+            d.registerDefaults({{"lang", QVariantList{"en"}}, {"k", 1}});
+            d.setIntegerForKey(5, "k");
+            QCOMPARE(d.integerForKey("k"), 5);
+            d.removeObjectForKey("k");
+            QCOMPARE(d.integerForKey("k"), 1);
+            QCOMPARE(d.arrayForKey("lang"), QVariantList{"en"});
+            d.setObjectForKey(QVariant(), "lang");  // a null value is a removal
+        }
+        UserDefaults reread(path);
+        QVERIFY(reread.dictionaryRepresentation().isEmpty());
+    }
+
+    void unreadableFileIsSetAsideNotLost() {
+        testsupport::TempHome home;
+        const QString path = home.path() + "/d.plist";
+        QFile f(path);
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("<plist><dict><key>broken");
+        f.close();
+        UserDefaults d(path);
+        QVERIFY(d.dictionaryRepresentation().isEmpty());
+        QVERIFY(QFile::exists(path + ".unreadable"));
+    }
+
+    void standardDefaultsHonourXdgConfigHome() {
+        testsupport::TempHome home;
+        QVERIFY(UserDefaults::defaultFilePath().startsWith(home.path()));
+    }
+
+    // A writer killed at random points must always leave a complete, self-consistent store.
+    void killedWriterLeavesReadableContents() {
+        testsupport::TempHome home;
+        const QString path = home.path() + "/killed.plist";
+        const QString writer = QCoreApplication::applicationDirPath() + "/defaults_writer";
+        qint64 lastGeneration = 0;
+        for (int round = 0; round < 8; ++round) {
+            QFile::remove(path + ".started");
+            QProcess process;
+            process.start(writer, {path});
+            QVERIFY(process.waitForStarted());
+            QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(path + ".started"), 20000);
+            QTest::qWait(QRandomGenerator::global()->bounded(5, 60));
+            ::kill(static_cast<pid_t>(process.processId()), SIGKILL);
+            QVERIFY(process.waitForFinished());
+
+            UserDefaults d(path);
+            QVERIFY2(!QFile::exists(path + ".unreadable"), "store was corrupted by the kill");
+            const qint64 generation = d.integerForKey("generation");
+            QVERIFY(generation >= lastGeneration && generation > 0);
+            QCOMPARE(d.dataForKey("blob"),
+                     QByteArray(512 * 1024, static_cast<char>('a' + generation % 26)));
+            QCOMPARE(d.dictionaryForKey("dict").value("nested").toList().value(0).toLongLong(),
+                     generation);
+            lastGeneration = generation;
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(TestUserDefaults)
+#include "tst_userdefaults.moc"
