@@ -165,7 +165,7 @@ struct AdServer::Private {
     QDateTime scriptModified;                // the script's Last-Modified, whole seconds
     QString scriptTemplate;
 
-    explicit Private(AdServer* owner) : q(owner), listener(owner) {}
+    explicit Private(AdServer* owner) : q(owner) {}
 
     QString origin(const HttpRequest& request) const;
     QString scriptText(const QString& origin) const;
