@@ -7,6 +7,7 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QLocale>
+#include <QRandomGenerator>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
@@ -549,6 +550,56 @@ class TestAdServer : public QObject {
         QFETCH(int, status);
         QCOMPARE(rawExchange(port_, bytes).status, status);
         QCOMPARE(get("/ad?slotname=aaaaaaaaaaaaaa2").status, 200);  // still serving
+    }
+
+    void survivesRandomRequests() {
+        // Random bytes after a plausible start, and random queries on every endpoint.
+        QRandomGenerator random(20240611);
+        const QByteArray starts[] = {"GET /ad?",
+                                     "GET /log?since=",
+                                     "GET /t/click?c=",
+                                     "GET /r?",
+                                     "GET /zelm/sdk-core-v40.js?",
+                                     "HEAD /landing/?",
+                                     ""};
+        for (int i = 0; i < 150; ++i) {
+            QByteArray noise(random.bounded(1, 300), Qt::Uninitialized);
+            for (char& c : noise) {
+                c = char(random.bounded(256));
+            }
+            const QByteArray& start = starts[i % std::size(starts)];
+            const QByteArray bytes = i % 2
+                                         ? start + noise + "\r\n\r\n"
+                                         : start + noise.toPercentEncoding() + " HTTP/1.1\r\n\r\n";
+            const RawReply reply = rawExchange(port_, bytes);
+            QVERIFY2(reply.status >= 200 && reply.status < 600, bytes.toHex().constData());
+            QVERIFY(adserver::decodeLocation(QString::fromLatin1(noise), kKey).ok == false);
+        }
+        QCOMPARE(get("/ad?slotname=aaaaaaaaaaaaaa2").status, 200);
+    }
+
+    void locationKeyFromTheEnvironment_data() {
+        QTest::addColumn<QByteArray>("environment");
+        QTest::addColumn<QByteArray>("key");
+        QTest::newRow("unset") << QByteArray() << kKey;
+        QTest::newRow("valid") << QByteArray("00112233445566778899AABBCCDDEEFF")
+                               << QByteArray::fromHex("00112233445566778899aabbccddeeff");
+        QTest::newRow("too short") << QByteArray("0011223344556677") << kKey;
+        QTest::newRow("not hexadecimal") << QByteArray("zz112233445566778899aabbccddeeff") << kKey;
+    }
+    void locationKeyFromTheEnvironment() {
+        QFETCH(QByteArray, environment);
+        QFETCH(QByteArray, key);
+        if (environment.isNull()) {
+            qunsetenv("SORVEL_LOCATION_KEY");
+        } else {
+            qputenv("SORVEL_LOCATION_KEY", environment);
+        }
+        AdServer server;
+        QCOMPARE(server.locationKey(), key);
+        QVERIFY(!server.setLocationKeyHex(QStringLiteral("1234")));
+        QCOMPARE(server.locationKey(), key);
+        qunsetenv("SORVEL_LOCATION_KEY");
     }
 
     void connectionLimitAndTimeout() {
