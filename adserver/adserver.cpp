@@ -388,8 +388,8 @@ HttpResponse AdServer::Private::serveAd(const HttpRequest& request,
         QStringList tracking;
         if (creative->trackImpressions) {
             tracking.append(here + QStringLiteral("/t/imp?") + tag +
-                            (creative->impressionResponse == QLatin1String("gif")
-                                 ? QStringLiteral("&img=1")
+                            (creative->impressionResponse == QLatin1String("204")
+                                 ? QStringLiteral("&empty=1")
                                  : QString()));
         }
         for (const QString& url : creative->trackingUrls) {
@@ -540,10 +540,13 @@ HttpResponse AdServer::Private::handle(const HttpRequest& request) {
     }
     if (path == QLatin1String("/t/imp") || path == QLatin1String("/t/ctrk") ||
         path == QLatin1String("/msg")) {
+        // Trackers answer 200 with a pixel: the client counts a tracking as done only on 200
+        // or 304. "empty=1" (and every /msg beacon) gets 204 instead.
         HttpResponse response;
-        response.status = 204;
-        if (query.value(QStringLiteral("img")) == QLatin1String("1")) {
-            response.status = 200;
+        if (path == QLatin1String("/msg") ||
+            query.value(QStringLiteral("empty")) == QLatin1String("1")) {
+            response.status = 204;
+        } else {
             response.setHeader("Content-Type", "image/gif");
             response.body = pixelGif();
         }
