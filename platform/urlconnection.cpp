@@ -94,7 +94,9 @@ void UrlConnection::dropReply() {
         QNetworkReply* reply = reply_;
         reply_ = nullptr;
         reply->disconnect(this);
-        reply->abort();
+        if (reply->isRunning()) {  // aborting a finished reply makes Qt report its error twice
+            reply->abort();
+        }
         reply->deleteLater();  // we may be inside one of its signals
     }
 }
