@@ -213,7 +213,7 @@ class TestStatistics : public QObject {
         stats_->incrementClickCount();
         stats_->startTimingNamed(kPXBParameterTimeSinceFirstRequest);
         platform::NotificationCenter::defaultCenter().postNotification(
-            "UIApplicationWillTerminateNotification");
+            "ApplicationWillTerminateNotification");
         QVERIFY(defaults_->dictionaryForKey("sorvel_timing_shared").contains("ptime"));
         QVERIFY(!defaults_->objectForKey("sorvel_stats_shared").isValid());
         stats_->synchronize();
