@@ -157,7 +157,11 @@ class TestHLXStringEncoding : public QObject {
         QFETCH(QString, name);
         PXB_HLXStringEncoding e = encoding(name);
         QRandomGenerator rng(42);
-        for (int n = 0; n < 40; ++n) {
+        QList<int> lengths;
+        for (int n = 0; n < 40; ++n)
+            lengths << n;
+        lengths << 4095 << 4096 << 5003;  // long inputs take the table-driven path
+        for (const int n : lengths) {
             QByteArray bytes(n, Qt::Uninitialized);
             for (char& b : bytes)
                 b = static_cast<char>(rng.bounded(256));
@@ -166,6 +170,20 @@ class TestHLXStringEncoding : public QObject {
                 QCOMPARE(e.decode(e.encode(bytes)), bytes);
             }
         }
+    }
+
+    void longInputsMatchQt() {
+        QByteArray bytes(5003, Qt::Uninitialized);
+        QRandomGenerator rng(9);
+        for (char& b : bytes)
+            b = static_cast<char>(rng.bounded(256));
+        QCOMPARE(PXB_HLXStringEncoding::rfc4648Base64StringEncoding().encode(bytes).toLatin1(),
+                 bytes.toBase64());
+        QCOMPARE(
+            PXB_HLXStringEncoding::rfc4648Base64WebsafeStringEncoding().encode(bytes).toLatin1(),
+            bytes.toBase64(QByteArray::Base64UrlEncoding));
+        QCOMPARE(PXB_HLXStringEncoding::hexStringEncoding().encode(bytes).toLatin1(),
+                 bytes.toHex().toUpper());
     }
 
     void stringsAreUtf8() {
