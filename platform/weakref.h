@@ -7,7 +7,7 @@
 namespace platform {
 
 class Referenceable {
-public:
+  public:
     Referenceable() = default;
     // A copy is a new object with references of its own.
     Referenceable(const Referenceable&) : token_(std::make_shared<char>()) {}
@@ -16,14 +16,14 @@ public:
 
     std::weak_ptr<void> lifetimeToken() const { return token_; }
 
-private:
+  private:
     std::shared_ptr<char> token_ = std::make_shared<char>();
 };
 
 // Holds a T* and knows whether its object still exists. T must derive from Referenceable.
 template <class T>
 class WeakRef {
-public:
+  public:
     WeakRef() = default;
     WeakRef(T* object) { reset(object); }  // NOLINT: implicit, like a raw pointer
 
@@ -37,7 +37,7 @@ public:
     explicit operator bool() const { return get() != nullptr; }
     bool operator==(const T* other) const { return get() == other; }
 
-private:
+  private:
     T* ptr_ = nullptr;
     std::weak_ptr<void> token_;
 };

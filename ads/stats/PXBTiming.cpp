@@ -1,5 +1,7 @@
 #include "ads/stats/PXBTiming.h"
 
+#include "ads/stats/PXBStatisticsCore.h"
+
 #include "platform/clock.h"
 #include "platform/log.h"
 
@@ -8,27 +10,8 @@
 
 namespace {
 
-bool isNumber(const QVariant& value) {
-    switch (value.typeId()) {
-        case QMetaType::Int:
-        case QMetaType::UInt:
-        case QMetaType::LongLong:
-        case QMetaType::ULongLong:
-        case QMetaType::Long:
-        case QMetaType::ULong:
-        case QMetaType::Short:
-        case QMetaType::UShort:
-        case QMetaType::Double:
-        case QMetaType::Float:
-        case QMetaType::Bool:
-            return true;
-        default:
-            return false;
-    }
-}
-
 double numberOrZero(const QVariant& value) {
-    if (!isNumber(value)) {
+    if (!PXBStatisticsCore::isNumber(value)) {
         return 0;
     }
     const double number = value.toDouble();
