@@ -8,10 +8,8 @@
 #include <QJsonDocument>
 #include <QLocale>
 #include <QRandomGenerator>
-#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QUrlQuery>
 
 #include <cmath>
 
@@ -20,54 +18,45 @@ using adserver::AdServer;
 namespace {
 
 const QByteArray kKey = QByteArray::fromHex("5b1e0c7a93d24f86a1c03e9b7d52f418");
+const QByteArray kOtherKeyHex = "00112233445566778899aabbccddeeff";
+const QString kHttpDate = QStringLiteral("ddd, dd MMM yyyy HH:mm:ss");
 
 // The client's location encodings, written here from the protocol for the server to read.
 QString webSafe(const QByteArray& bytes) {
     return QString::fromLatin1(
         bytes.toBase64(QByteArray::Base64UrlEncoding | QByteArray::OmitTrailingEquals));
 }
+const QString kFixedFields =
+    QStringLiteral("role: 6 producer: 24 historical_role: 1 historical_producer: 12 timestamp: ");
 QString describedLocation(QString description, double timestamp) {
     description.replace(QLatin1Char('"'), QLatin1Char('\''));
-    const QString text = QStringLiteral(
-                             "role: 6 producer: 24 historical_role: 1 "
-                             "historical_producer: 12 timestamp: %1 loc: \"%2\"")
-                             .arg(QString::number(timestamp * 1e6, 'f', 0), description);
-    return QStringLiteral("a+") + webSafe(text.toUtf8());
+    return QStringLiteral("a+") +
+           webSafe((kFixedFields + QStringLiteral("%1 loc: \"%2\"")
+                                       .arg(QString::number(timestamp * 1e6, 'f', 0), description))
+                       .toUtf8());
 }
 qint32 saturated(double value) {
-    return value >= 2147483647.0    ? 2147483647
-           : value <= -2147483648.0 ? -2147483647 - 1
-                                    : qint32(value);
+    return value >= 2147483647.0 ? 2147483647 : value <= -2147483648.0 ? -2147483647 - 1 : value;
 }
 QString coordinateLocation(double lat, double lng, double accuracy, double timestamp,
-                           const QByteArray& key, const QString& suffix = QString()) {
-    QByteArray text = QStringLiteral(
-                          "role: 6 producer: 24 historical_role: 1 "
-                          "historical_producer: 12 timestamp: %1 latlng <latitude_e7: "
-                          "%2 longitude_e7: %3> radius: %4%5")
-                          .arg(QString::number(timestamp * 1e6, 'f', 0))
-                          .arg(saturated(lat * 1e7))
-                          .arg(saturated(lng * 1e7))
-                          .arg(saturated(accuracy * 1000))
-                          .arg(suffix)
+                           const QByteArray& key = kKey) {
+    QByteArray text = (kFixedFields + QStringLiteral("%1 latlng <latitude_e7: %2 longitude_e7: "
+                                                     "%3> radius: %4")
+                                          .arg(QString::number(timestamp * 1e6, 'f', 0))
+                                          .arg(saturated(lat * 1e7))
+                                          .arg(saturated(lng * 1e7))
+                                          .arg(saturated(accuracy * 1000)))
                           .toUtf8();
     const int pad = 16 - text.size() % 16;
     text += QByteArray(pad, char(pad));
     QByteArray iv;
     for (int k = 1; k <= 4; ++k) {
-        const qint32 word = saturated(k * timestamp);
+        const quint32 word = quint32(saturated(k * timestamp));
         for (int b = 0; b < 4; ++b) {
-            iv += char((quint32(word) >> (8 * b)) & 0xff);
+            iv += char((word >> (8 * b)) & 0xff);
         }
     }
     return QStringLiteral("e1+") + webSafe(iv + *platform::aes128CbcEncrypt(text, key, iv));
-}
-
-QByteArray httpDate(const QDateTime& time, bool withZone) {
-    return QLocale::c()
-        .toString(time.toUTC(), withZone ? QStringLiteral("ddd, dd MMM yyyy HH:mm:ss 'GMT'")
-                                         : QStringLiteral("ddd, dd MMM yyyy HH:mm:ss"))
-        .toLatin1();
 }
 
 QByteArray enc(const QString& text) {
@@ -97,116 +86,108 @@ class TestAdServer : public QObject {
         }
         return {};
     }
+    // Follows same-server redirects; returns the hops taken and the final answer.
+    int follow(RawReply& reply, QList<QByteArray>* locations = nullptr) {
+        int hops = 0;
+        for (; reply.status == 302 && hops < 8; ++hops) {
+            const QByteArray location = reply.value("Location");
+            if (locations) {
+                locations->append(location);
+            }
+            if (!location.startsWith(origin_)) {
+                break;
+            }
+            reply = get(location.mid(origin_.size()));
+        }
+        return hops;
+    }
 
   private slots:
     void initTestCase() {
         QVERIFY(dir_.isValid());
         const QString inventory = QFINDTESTDATA("inventory.json");
-        QVERIFY(!inventory.isEmpty());
         QVERIFY(server_.setLogFile(dir_.filePath(QStringLiteral("requests.jsonl"))));
         QVERIFY2(server_.start(0, QStringLiteral("127.0.0.1"), inventory),
                  qPrintable(server_.errorString()));
         port_ = server_.port();
-        QVERIFY(port_ != 0);
         origin_ = "http://127.0.0.1:" + QByteArray::number(port_);
-        QCOMPARE(server_.url().toString(), QString::fromLatin1(origin_ + "/"));
         QCOMPARE(server_.scriptUrl().toString(),
                  QString::fromLatin1(origin_ + "/zelm/sdk-core-v40.js"));
     }
 
     void scriptConditionalGet_data() {
-        QTest::addColumn<int>("offsetSeconds");  // If-Modified-Since minus Last-Modified
-        QTest::addColumn<bool>("withZone");
+        QTest::addColumn<QByteArray>("since");
         QTest::addColumn<int>("status");
-        QTest::newRow("same time, as the client sends it") << 0 << false << 304;
-        QTest::newRow("same time with GMT") << 0 << true << 304;
-        QTest::newRow("later") << 3600 << false << 304;
-        QTest::newRow("one second earlier") << -1 << false << 200;
-        QTest::newRow("a day earlier with GMT") << -86400 << true << 200;
-    }
-    void scriptConditionalGet() {
-        QFETCH(int, offsetSeconds);
-        QFETCH(bool, withZone);
-        QFETCH(int, status);
         const RawReply first = get("/zelm/sdk-core-v40.js");
         QCOMPARE(first.status, 200);
-        QVERIFY(first.body.contains("ZELM_buildAdURL"));
-        QVERIFY(first.body.contains("ZELM_ReceiveMessage"));
-        const QDateTime modified =
+        QVERIFY(first.body.contains("ZELM_buildAdURL") &&
+                first.body.contains("ZELM_ReceiveMessage"));
+        QDateTime modified =
             QLocale::c().toDateTime(QString::fromLatin1(first.value("Last-Modified")),
-                                    QStringLiteral("ddd, dd MMM yyyy HH:mm:ss 'GMT'"));
+                                    kHttpDate + QStringLiteral(" 'GMT'"));
         QVERIFY(modified.isValid());
-        QDateTime since = modified;
-        since.setTimeSpec(Qt::UTC);
-        since = since.addSecs(offsetSeconds);
-        const RawReply second = get("/zelm/sdk-core-v40.js",
-                                    "If-Modified-Since: " + httpDate(since, withZone) + "\r\n");
-        QCOMPARE(second.status, status);
-        QCOMPARE(second.body.isEmpty(), status == 304);
-        QCOMPARE(lastEntryFor(QStringLiteral("/zelm/sdk-core-v40.js"))
-                     .value(QStringLiteral("headers"))
-                     .toObject()
-                     .value(QStringLiteral("If-Modified-Since"))
-                     .toString(),
-                 QString::fromLatin1(httpDate(since, withZone)));
+        modified.setTimeSpec(Qt::UTC);
+        const auto date = [&](int offset, const char* zone = "") {
+            return QLocale::c().toString(modified.addSecs(offset), kHttpDate).toLatin1() + zone;
+        };
+        QTest::newRow("same time, as the client sends it") << date(0) << 304;
+        QTest::newRow("same time with GMT") << date(0, " GMT") << 304;
+        QTest::newRow("later") << date(3600) << 304;
+        QTest::newRow("one second earlier") << date(-1) << 200;
+        QTest::newRow("a day earlier with GMT") << date(-86400, " GMT") << 200;
+        QTest::newRow("unparsable") << QByteArray("yesterday") << 200;
     }
-
-    void unparsableIfModifiedSinceGetsTheScript() {
-        QCOMPARE(get("/zelm/sdk-core-v40.js", "If-Modified-Since: yesterday\r\n").status, 200);
+    void scriptConditionalGet() {
+        QFETCH(QByteArray, since);
+        QFETCH(int, status);
+        const RawReply reply = get("/zelm/sdk-core-v40.js", "If-Modified-Since: " + since + "\r\n");
+        QCOMPARE(reply.status, status);
+        QCOMPARE(reply.body.isEmpty(), status == 304);
+        const QJsonObject logged = lastEntryFor(QStringLiteral("/zelm/sdk-core-v40.js"));
+        QCOMPARE(logged.value("headers").toObject().value("If-Modified-Since").toString(),
+                 QString::fromLatin1(since));
     }
 
     void adEndpointHeaders_data() {
         QTest::addColumn<QString>("creative");
         QTest::addColumn<QStringList>("tracking");  // prefixes of the impression URLs
         QTest::addColumn<QStringList>("clickTracking");
-        QTest::addColumn<QString>("refresh");
-        QTest::addColumn<QString>("orientation");
-        QTest::addColumn<QString>("timeout");
-        const QString o = QStringLiteral("http://127.0.0.1:%1").arg(server_.port());
+        QTest::addColumn<QStringList>("values");  // refresh rate, orientation, time-out
+        const QString o = QString::fromLatin1(origin_);
         QTest::newRow("every header")
             << "full"
             << QStringList{o + "/t/imp?c=full&u=aaaaaaaaaaaaaa1&n=",
                            "http://elsewhere.example/imp?a=1"}
             << QStringList{o + "/t/ctrk?c=full&u=aaaaaaaaaaaaaa1&n=", o + "/t/ctrk?extra=1"}
-            << "12.5"
-            << "landscape"
-            << "7";
-        QTest::newRow("none configured") << "bare" << QStringList() << QStringList() << ""
-                                         << ""
-                                         << "";
+            << QStringList{"12.5", "landscape", "7"};
+        QTest::newRow("none configured")
+            << "bare" << QStringList() << QStringList() << QStringList{"", "", ""};
     }
     void adEndpointHeaders() {
         QFETCH(QString, creative);
         QFETCH(QStringList, tracking);
         QFETCH(QStringList, clickTracking);
-        QFETCH(QString, refresh);
-        QFETCH(QString, orientation);
-        QFETCH(QString, timeout);
+        QFETCH(QStringList, values);
         const RawReply reply =
             get("/ad?slotname=aaaaaaaaaaaaaa1&zf_creative=" + creative.toLatin1());
         QCOMPARE(reply.status, 200);
-        const auto checkList = [&reply](const QByteArray& header, const QStringList& expected) {
+        for (const auto& [header, expected] : {std::pair{"X-Zelm-Tracking-Urls", tracking},
+                                               {"X-Zelm-Click-Tracking-Urls", clickTracking}}) {
             QCOMPARE(reply.has(header), !expected.isEmpty());
             const QStringList urls = QString::fromLatin1(reply.value(header)).split(' ');
-            if (expected.isEmpty()) {
-                return;
-            }
-            QCOMPARE(urls.size(), expected.size());
-            for (int i = 0; i < urls.size(); ++i) {
+            QCOMPARE(urls.size(), qMax(expected.size(), 1));
+            for (int i = 0; i < expected.size(); ++i) {
                 QVERIFY2(urls[i].startsWith(expected[i]), qPrintable(urls[i]));
             }
-        };
-        checkList("X-Zelm-Tracking-Urls", tracking);
-        checkList("X-Zelm-Click-Tracking-Urls", clickTracking);
-        for (const auto& [name, value] : {std::pair{"X-Zelm-Refresh-Rate", refresh},
-                                          {"X-Zelm-Orientation", orientation},
-                                          {"X-Zelm-Interstitial-Timeout", timeout}}) {
-            QCOMPARE(reply.has(name), !value.isEmpty());
-            QCOMPARE(QString::fromLatin1(reply.value(name)), value);
+        }
+        const char* names[] = {"X-Zelm-Refresh-Rate", "X-Zelm-Orientation",
+                               "X-Zelm-Interstitial-Timeout"};
+        for (int i = 0; i < 3; ++i) {
+            QCOMPARE(reply.has(names[i]), !values[i].isEmpty());
+            QCOMPARE(QString::fromLatin1(reply.value(names[i])), values[i]);
         }
         QVERIFY(reply.value("Content-Type").startsWith("text/html"));
-        QVERIFY(!reply.body.contains("{{"));
-        QVERIFY(reply.body.contains(creative.toLatin1()));
+        QVERIFY(!reply.body.contains("{{") && reply.body.contains(creative.toLatin1()));
     }
 
     void impressionAndClickTrackers() {
@@ -214,28 +195,21 @@ class TestAdServer : public QObject {
         const QList<QByteArray> urls = ad.value("X-Zelm-Tracking-Urls").split(' ') +
                                        ad.value("X-Zelm-Click-Tracking-Urls").split(' ');
         for (const QByteArray& url : urls) {
-            if (!url.startsWith(origin_)) {
-                continue;
-            }
-            const RawReply ping = get(url.mid(origin_.size()));
-            // The "full" creative asks for empty impression answers; the rest get a pixel.
-            if (url.contains("/t/imp")) {
-                QCOMPARE(ping.status, 204);
-                QVERIFY(ping.body.isEmpty());
-            } else {
-                QCOMPARE(ping.status, 200);
-                QVERIFY(ping.body.startsWith("GIF89a"));
+            if (url.startsWith(origin_)) {
+                // The "full" creative asks for empty impression answers; the rest get a pixel.
+                const RawReply ping = get(url.mid(origin_.size()));
+                const bool impression = url.contains("/t/imp");
+                QCOMPARE(ping.status, impression ? 204 : 200);
+                QVERIFY(impression ? ping.body.isEmpty() : ping.body.startsWith("GIF89a"));
             }
         }
-        QCOMPARE(lastEntryFor(QStringLiteral("/t/ctrk")).value(QStringLiteral("status")).toInt(),
-                 200);
+        QCOMPARE(lastEntryFor(QStringLiteral("/t/ctrk")).value("status").toInt(), 200);
     }
 
     void rotatesThroughTheUnitsCreatives() {
         QStringList served;
         for (int i = 0; i < 4; ++i) {
-            served.append(QString::fromLatin1(
-                get("/ad?slotname=aaaaaaaaaaaaaa1").value("X-Sorvel-Creative")));
+            served << get("/ad?slotname=aaaaaaaaaaaaaa1").value("X-Sorvel-Creative");
         }
         QCOMPARE(served[0] == QLatin1String("full") ? served : QStringList(),
                  (QStringList{"full", "bare", "full", "bare"}));
@@ -264,8 +238,7 @@ class TestAdServer : public QObject {
         QCOMPARE(reply.status, status);
         if (status == 200) {
             QCOMPARE(!reply.body.trimmed().isEmpty(), filled);
-            QCOMPARE(lastEntryFor(QStringLiteral("/ad")).value(QStringLiteral("noFill")).toBool(),
-                     !filled);
+            QCOMPARE(lastEntryFor(QStringLiteral("/ad")).value("noFill").toBool(), !filled);
         }
     }
 
@@ -273,8 +246,8 @@ class TestAdServer : public QObject {
         QTest::addColumn<QByteArray>("creative");
         QTest::addColumn<int>("status");
         QTest::addColumn<QString>("location");
-        const QString o = QStringLiteral("http://127.0.0.1:%1").arg(server_.port());
-        QTest::newRow("web landing page") << QByteArray("full") << 302 << o + "/landing/menu.html";
+        QTest::newRow("web landing page")
+            << QByteArray("full") << 302 << QString::fromLatin1(origin_ + "/landing/menu.html");
         QTest::newRow("store link") << QByteArray("store") << 302 << "sorvelstore://app/x";
         QTest::newRow("unknown creative") << QByteArray("nope") << 404 << "";
     }
@@ -290,14 +263,11 @@ class TestAdServer : public QObject {
     void landingPagesLinkToEachOther() {
         const RawReply index = get("/landing/");
         QCOMPARE(index.status, 200);
-        for (const QByteArray& link :
-             {QByteArray("href=\"menu.html\""), QByteArray("href=\"https://127.0.0.1:"),
-              QByteArray("mailto:"), QByteArray("href=\"tel:")}) {
-            QVERIFY2(index.body.contains(link), link.constData());
+        for (const char* link :
+             {"href=\"menu.html\"", "href=\"https://127.0.0.1:", "mailto:", "href=\"tel:"}) {
+            QVERIFY2(index.body.contains(link), link);
         }
         QCOMPARE(get("/landing/menu.html").status, 200);
-        QCOMPARE(get("/landing/visit.html").status, 200);
-        QCOMPARE(get("/landing/secure.html").status, 200);
     }
 
     void faults_data() {
@@ -305,35 +275,29 @@ class TestAdServer : public QObject {
         QTest::addColumn<int>("status");
         QTest::addColumn<qsizetype>("bodySize");  // -1: any non-empty body
         QTest::addColumn<QByteArray>("check");    // extra check, see below
+        const QByteArray ad = "/ad?slotname=aaaaaaaaaaaaaa2&";
         QTest::newRow("status, steering headers kept")
             << QByteArray("/ad?slotname=aaaaaaaaaaaaaa1&zf_creative=full&zf_status=500") << 500
             << qsizetype(-1) << QByteArray("refresh");
         QTest::newRow("status from the creative") << QByteArray("/ad?slotname=aaaaaaaaaaaaaa6")
                                                   << 502 << qsizetype(-1) << QByteArray("refresh");
         QTest::newRow("status in the extras")
-            << QByteArray("/ad?slotname=aaaaaaaaaaaaaa2&extras=") +
-                   enc(QStringLiteral("{\"zf_status\":\"404\",\"color\":\"red\"}"))
+            << ad + "extras=" + enc(QStringLiteral("{\"zf_status\":\"404\",\"color\":\"red\"}"))
             << 404 << qsizetype(-1) << QByteArray();
-        QTest::newRow("empty body") << QByteArray("/ad?slotname=aaaaaaaaaaaaaa2&zf_emptyBody=1")
-                                    << 200 << qsizetype(0) << QByteArray();
+        QTest::newRow("empty body") << ad + "zf_emptyBody=1" << 200 << qsizetype(0) << QByteArray();
         QTest::newRow("oversized body")
-            << QByteArray("/ad?slotname=aaaaaaaaaaaaaa2&zf_oversizeBytes=3000000") << 200
-            << qsizetype(3000000) << QByteArray();
+            << ad + "zf_oversizeBytes=3000000" << 200 << qsizetype(3000000) << QByteArray();
         QTest::newRow("malformed header")
-            << QByteArray("/ad?slotname=aaaaaaaaaaaaaa2&zf_malformedHeader=true") << 200
-            << qsizetype(-1) << QByteArray("malformed");
+            << ad + "zf_malformedHeader=true" << 200 << qsizetype(-1) << QByteArray("malformed");
         QTest::newRow("repeated header")
-            << QByteArray("/ad?slotname=aaaaaaaaaaaaaa2&zf_repeatedHeader=1") << 200
-            << qsizetype(-1) << QByteArray("repeated");
-        QTest::newRow("delay") << QByteArray("/ad?slotname=aaaaaaaaaaaaaa2&zf_delayMs=400") << 200
-                               << qsizetype(-1) << QByteArray("delay");
-        QTest::newRow("dropped connection") << QByteArray("/ad?slotname=aaaaaaaaaaaaaa2&zf_drop=1")
-                                            << 0 << qsizetype(0) << QByteArray();
+            << ad + "zf_repeatedHeader=1" << 200 << qsizetype(-1) << QByteArray("repeated");
+        QTest::newRow("delay") << ad + "zf_delayMs=400" << 200 << qsizetype(-1)
+                               << QByteArray("delay");
+        QTest::newRow("dropped connection")
+            << ad + "zf_drop=1" << 0 << qsizetype(0) << QByteArray();
         QTest::newRow("out-of-range switches ignored")
-            << QByteArray(
-                   "/ad?slotname=aaaaaaaaaaaaaa2&zf_status=99&zf_oversizeBytes=-5&"
-                   "zf_delayMs=x")
-            << 200 << qsizetype(-1) << QByteArray();
+            << ad + "zf_status=99&zf_oversizeBytes=-5&zf_delayMs=x" << 200 << qsizetype(-1)
+            << QByteArray();
         QTest::newRow("on the script") << QByteArray("/zelm/sdk-core-v40.js?zf_status=503") << 503
                                        << qsizetype(-1) << QByteArray();
     }
@@ -346,11 +310,7 @@ class TestAdServer : public QObject {
         clock.start();
         const RawReply reply = get(target);
         QCOMPARE(reply.status, status);
-        if (bodySize >= 0) {
-            QCOMPARE(reply.body.size(), bodySize);
-        } else {
-            QVERIFY(!reply.body.isEmpty());
-        }
+        QCOMPARE(bodySize < 0 ? !reply.body.isEmpty() : reply.body.size() == bodySize, true);
         if (check == "refresh") {
             QVERIFY(reply.has("X-Zelm-Refresh-Rate"));
         } else if (check == "malformed") {
@@ -371,72 +331,57 @@ class TestAdServer : public QObject {
         QCOMPARE(get("/zelm/sdk-core-v40.js").status, 200);
     }
 
-    void redirectChain() {
+    void redirectChainAndLoop() {
+        // The ad endpoint, then three hops back to it.
         RawReply reply = get("/ad?slotname=aaaaaaaaaaaaaa1&zf_redirects=3&zf_creative=full");
-        int hops = 0;
-        while (reply.status == 302 && hops < 10) {
-            ++hops;
-            const QByteArray location = reply.value("Location");
-            QVERIFY(location.startsWith(origin_));
-            if (location.contains("/r?")) {
-                QVERIFY(reply.has("X-Zelm-Tracking-Urls") || hops == 1);
-            }
-            reply = get(location.mid(origin_.size()));
-        }
-        QCOMPARE(hops, 4);  // the ad endpoint, then three hops back to it
+        QCOMPARE(follow(reply), 4);
         QCOMPARE(reply.status, 200);
         QCOMPARE(reply.value("X-Sorvel-Creative"), QByteArray("full"));
-    }
 
-    void redirectLoopNeverEnds() {
-        RawReply reply = get("/ad?slotname=aaaaaaaaaaaaaa2&zf_redirectLoop=1");
-        QSet<QByteArray> seen;
-        for (int i = 0; i < 8; ++i) {
-            QCOMPARE(reply.status, 302);
-            const QByteArray location = reply.value("Location");
-            seen.insert(location);
-            reply = get(location.mid(origin_.size()));
-        }
-        QVERIFY(seen.size() <= 3);  // the first hop, then two addresses taking turns
+        // The first hop, then two addresses taking turns, without end.
+        QList<QByteArray> seen;
+        reply = get("/ad?slotname=aaaaaaaaaaaaaa2&zf_redirectLoop=1");
+        QCOMPARE(follow(reply, &seen), 8);
+        QCOMPARE(reply.status, 302);
+        QVERIFY(QSet<QByteArray>(seen.begin(), seen.end()).size() <= 3);
     }
 
     void logDecodesParametersAndLocations_data() {
         QTest::addColumn<QString>("uule");
-        QTest::addColumn<QString>("keyHex");  // the server's key; empty: the shared default
+        QTest::addColumn<QByteArray>("keyHex");  // the server's key; empty: the shared default
         QTest::addColumn<QJsonObject>("expected");
         QTest::newRow("described place")
             << describedLocation(QStringLiteral("Caf\u00e9 \"Paris\" 7e"), 1300000000.0)
-            << QString()
+            << QByteArray()
             << QJsonObject{{"form", "a+"},
                            {"ok", true},
                            {"description", QStringLiteral("Caf\u00e9 'Paris' 7e")},
                            {"timestamp", 1300000000.0}};
         QTest::newRow("coordinates")
-            << coordinateLocation(48.8584, -2.2945, 35, 1700000000.0, kKey) << QString()
+            << coordinateLocation(48.8584, -2.2945, 35, 1700000000.0) << QByteArray()
             << QJsonObject{{"form", "e1+"},        {"ok", true},       {"latitude", 48.8584},
                            {"longitude", -2.2945}, {"accuracy", 35.0}, {"timestamp", 1700000000.0}};
         QTest::newRow("coordinates under another key")
             << coordinateLocation(-33.8568, 151.2153, 5, 1700000000.0,
-                                  QByteArray::fromHex("00112233445566778899aabbccddeeff"))
-            << QStringLiteral("00112233445566778899aabbccddeeff")
+                                  QByteArray::fromHex(kOtherKeyHex))
+            << kOtherKeyHex
             << QJsonObject{{"form", "e1+"},         {"ok", true},      {"latitude", -33.8568},
                            {"longitude", 151.2153}, {"accuracy", 5.0}, {"timestamp", 1700000000.0}};
-        QTest::newRow("wrong key") << coordinateLocation(10.5, 20.5, 1, 1700000000.0, kKey)
-                                   << QStringLiteral("00112233445566778899aabbccddeeff")
-                                   << QJsonObject{{"form", "e1+"}, {"ok", false}};
+        QTest::newRow("wrong key") << coordinateLocation(10.5, 20.5, 1, 1700000000.0)
+                                   << kOtherKeyHex << QJsonObject{{"form", "e1+"}, {"ok", false}};
     }
     void logDecodesParametersAndLocations() {
         QFETCH(QString, uule);
-        QFETCH(QString, keyHex);
+        QFETCH(QByteArray, keyHex);
         QFETCH(QJsonObject, expected);
-        QVERIFY(server_.setLocationKeyHex(keyHex.isEmpty() ? QString::fromLatin1(kKey.toHex())
-                                                           : keyHex));
+        QVERIFY(server_.setLocationKeyHex(keyHex.isEmpty() ? kKey.toHex() : keyHex));
         const qint64 before = server_.lastLogSeq();
         const QString extras = QStringLiteral("{\"team\":\"r&d\",\"n\":[1,2]}");
         const QByteArray target = "/ad?slotname=aaaaaaaaaaaaaa2&kw=" + enc("[\"coffee\",\"tea\"]") +
                                   "&extras=" + enc(extras) + "&uule=" + enc(uule) + "&preqs=3";
         QCOMPARE(get(target, "Referer: http://app.example/\r\nUser-Agent: TestAgent/1\r\n").status,
                  200);
+        server_.setLocationKeyHex(QString::fromLatin1(kKey.toHex()));
         const RawReply logReply = get("/log?since=" + QByteArray::number(before));
         QCOMPARE(logReply.status, 200);
         const QJsonArray entries =
@@ -463,7 +408,6 @@ class TestAdServer : public QObject {
                 QCOMPARE(decoded.value(it.key()), it.value());
             }
         }
-        server_.setLocationKeyHex(QString::fromLatin1(kKey.toHex()));
     }
 
     void logFileHoldsOneJsonLinePerRequest() {
@@ -476,43 +420,33 @@ class TestAdServer : public QObject {
         }
     }
 
+    // Decoding that works is shown through the log above; these are the refusals.
     void decodeLocation_data() {
         QTest::addColumn<QString>("value");
-        QTest::addColumn<bool>("ok");
-        QTest::addColumn<QString>("error");
-        const QString good = coordinateLocation(1.5, 2.5, 3, 1600000000.0, kKey);
+        QTest::addColumn<QString>("error");  // empty: decodes
+        const QString good = coordinateLocation(1.5, 2.5, 3, 1600000000.0);
         // Its text is 160 bytes long, so the padding is a whole block.
-        const QString wholeBlock = coordinateLocation(12.25, 13.5, 1, 1600000000.0, kKey);
-        QTest::newRow("coordinates") << good << true << QString();
-        QTest::newRow("whole padding block") << wholeBlock << true << QString();
-        QTest::newRow("Paris") << describedLocation(QStringLiteral("Paris"), 1300000000.0) << true
-                               << QString();
-        QTest::newRow("unknown prefix")
-            << QStringLiteral("b+aGVsbG8") << false << QStringLiteral("unknown form");
-        QTest::newRow("not base 64")
-            << QStringLiteral("a+h\u00e9llo!") << false << QStringLiteral("not web-safe base 64");
-        QTest::newRow("standard alphabet")
-            << QStringLiteral("a+ab/c") << false << QStringLiteral("not web-safe base 64");
-        QTest::newRow("truncated cipher") << good.left(good.size() - 5) << false << QString();
+        QTest::newRow("whole padding block")
+            << coordinateLocation(12.25, 13.5, 1, 1600000000.0) << QString();
+        QTest::newRow("unknown prefix") << "b+aGVsbG8"
+                                        << "unknown form";
+        QTest::newRow("not base 64") << "a+h\u00e9llo!"
+                                     << "not web-safe base 64";
+        QTest::newRow("standard alphabet") << "a+ab/c"
+                                           << "not web-safe base 64";
+        QTest::newRow("truncated cipher") << good.left(good.size() - 5) << "*";
         QTest::newRow("only the vector")
-            << QStringLiteral("e1+") + webSafe(QByteArray(16, 'x')) << false
-            << QStringLiteral("cipher text is not whole blocks");
-        QTest::newRow("described without loc") << QStringLiteral("a+") + webSafe("timestamp: 5")
-                                               << false << QStringLiteral("no loc field");
-        QTest::newRow("empty") << QString() << false << QStringLiteral("unknown form");
+            << "e1+" + webSafe(QByteArray(16, 'x')) << "cipher text is not whole blocks";
+        QTest::newRow("described without loc") << "a+" + webSafe("timestamp: 5") << "no loc field";
+        QTest::newRow("empty") << QString() << "unknown form";
     }
     void decodeLocation() {
         QFETCH(QString, value);
-        QFETCH(bool, ok);
         QFETCH(QString, error);
         const adserver::DecodedLocation location = adserver::decodeLocation(value, kKey);
-        QCOMPARE(location.ok, ok);
-        if (!error.isEmpty()) {
+        QCOMPARE(location.ok, error.isEmpty());
+        if (!error.isEmpty() && error != QLatin1String("*")) {
             QCOMPARE(location.error, error);
-        }
-        if (ok && location.form == QLatin1String("a+")) {
-            QVERIFY(location.text.endsWith(QStringLiteral("loc: \"Paris\"")));
-            QCOMPARE(location.timestampMicros, Q_INT64_C(1300000000000000));
         }
     }
 
@@ -554,27 +488,21 @@ class TestAdServer : public QObject {
     }
 
     void survivesRandomRequests() {
-        // Random bytes after a plausible start, and random queries on every endpoint.
+        // Random bytes after a plausible start, raw or escaped, on every endpoint.
         QRandomGenerator random(20240611);
-        const QByteArray starts[] = {"GET /ad?",
-                                     "GET /log?since=",
-                                     "GET /t/click?c=",
-                                     "GET /r?",
-                                     "GET /zelm/sdk-core-v40.js?",
-                                     "HEAD /landing/?",
-                                     ""};
+        const QByteArray starts[] = {
+            "GET /ad?", "GET /log?since=", "GET /t/click?c=", "GET /r?", "HEAD /landing/?", ""};
         for (int i = 0; i < 150; ++i) {
             QByteArray noise(random.bounded(1, 300), Qt::Uninitialized);
             for (char& c : noise) {
                 c = char(random.bounded(256));
             }
             const QByteArray& start = starts[i % std::size(starts)];
-            const QByteArray bytes = i % 2
-                                         ? start + noise + "\r\n\r\n"
-                                         : start + noise.toPercentEncoding() + " HTTP/1.1\r\n\r\n";
-            const RawReply reply = rawExchange(port_, bytes);
-            QVERIFY2(reply.status >= 200 && reply.status < 600, bytes.toHex().constData());
-            QVERIFY(adserver::decodeLocation(QString::fromLatin1(noise), kKey).ok == false);
+            const RawReply reply =
+                rawExchange(port_, i % 2 ? start + noise + "\r\n\r\n"
+                                         : start + noise.toPercentEncoding() + " HTTP/1.1\r\n\r\n");
+            QVERIFY(reply.status >= 200 && reply.status < 600);
+            QVERIFY(!adserver::decodeLocation(QString::fromLatin1(noise), kKey).ok);
         }
         QCOMPARE(get("/ad?slotname=aaaaaaaaaaaaaa2").status, 200);
     }
@@ -583,24 +511,21 @@ class TestAdServer : public QObject {
         QTest::addColumn<QByteArray>("environment");
         QTest::addColumn<QByteArray>("key");
         QTest::newRow("unset") << QByteArray() << kKey;
-        QTest::newRow("valid") << QByteArray("00112233445566778899AABBCCDDEEFF")
-                               << QByteArray::fromHex("00112233445566778899aabbccddeeff");
+        QTest::newRow("valid") << kOtherKeyHex.toUpper() << QByteArray::fromHex(kOtherKeyHex);
         QTest::newRow("too short") << QByteArray("0011223344556677") << kKey;
         QTest::newRow("not hexadecimal") << QByteArray("zz112233445566778899aabbccddeeff") << kKey;
     }
     void locationKeyFromTheEnvironment() {
         QFETCH(QByteArray, environment);
         QFETCH(QByteArray, key);
-        if (environment.isNull()) {
-            qunsetenv("SORVEL_LOCATION_KEY");
-        } else {
+        if (!environment.isNull()) {
             qputenv("SORVEL_LOCATION_KEY", environment);
         }
         AdServer server;
+        qunsetenv("SORVEL_LOCATION_KEY");
         QCOMPARE(server.locationKey(), key);
         QVERIFY(!server.setLocationKeyHex(QStringLiteral("1234")));
         QCOMPARE(server.locationKey(), key);
-        qunsetenv("SORVEL_LOCATION_KEY");
     }
 
     void connectionLimitAndTimeout() {
@@ -645,9 +570,7 @@ class TestAdServer : public QObject {
             }
         }
         QVERIFY(creatives.size() >= 7);
-        const RawReply webApp = rawGet(demo.port(), "/webapp/");
-        QCOMPARE(webApp.status, 200);
-        QVERIFY(webApp.body.contains("ZELM_ReceiveMessage"));
+        QVERIFY(rawGet(demo.port(), "/webapp/").body.contains("ZELM_ReceiveMessage"));
     }
 
     void badInventoriesAreRefused_data() {
@@ -671,8 +594,7 @@ class TestAdServer : public QObject {
         file.close();
         AdServer other;
         QVERIFY(!other.start(0, QStringLiteral("127.0.0.1"), file.fileName()));
-        QVERIFY(!other.errorString().isEmpty());
-        QVERIFY(!other.isListening());
+        QVERIFY(!other.errorString().isEmpty() && !other.isListening());
     }
 };
 
