@@ -2,8 +2,6 @@
 #include "platform/propertylist.h"
 #include "support/testenv.h"
 
-#include <QProcess>
-#include <QStandardPaths>
 #include <QTest>
 #include <QTimeZone>
 
@@ -63,26 +61,6 @@ class TestFiles : public QObject {
             binary ? writePropertyListBinary(value) : writePropertyListXml(value);
         QVERIFY(!bytes.isEmpty());
         QCOMPARE(readPropertyList(bytes), QVariant(value));
-    }
-
-    void propertyListFromTheCommandLineTool() {
-        if (QStandardPaths::findExecutable("plistutil").isEmpty()) {
-            QSKIP("plistutil is not installed");
-        }
-        testsupport::TempHome home;
-        const QString xml = home.path() + "/in.plist";
-        const QString bin = home.path() + "/out.plist";
-        QFile f(xml);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(
-            "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>"
-            "<key>itemName</key><string>Sound Board</string><key>itemId</key><integer>42</integer>"
-            "</dict></plist>");
-        f.close();
-        QCOMPARE(QProcess::execute("plistutil", {"-i", xml, "-o", bin, "-f", "bin"}), 0);
-        const QVariantMap expected{{"itemName", "Sound Board"}, {"itemId", qint64(42)}};
-        QCOMPARE(readPropertyListFile(xml), QVariant(expected));
-        QCOMPARE(readPropertyListFile(bin), QVariant(expected));
     }
 
     void unreadablePropertyListsGiveNothing_data() {

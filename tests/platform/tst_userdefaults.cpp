@@ -42,51 +42,38 @@ class TestUserDefaults : public QObject {
         QCOMPARE(d.dictionaryForKey("dict"), nested);
     }
 
-    void typedAccessorsOnMissingOrMismatchedValues() {
+    void missingMismatchedRemovedAndRegisteredValues() {
         testsupport::TempHome home;
-        UserDefaults d(home.path() + "/d.plist");
-        d.setObjectForKey("12", "numeric string");
-        d.setObjectForKey(QVariantList{1}, "list");
-        QCOMPARE(d.integerForKey("missing"), 0);
-        QCOMPARE(d.floatForKey("missing"), 0.0f);
-        QVERIFY(!d.objectForKey("missing").isValid());
-        QCOMPARE(d.integerForKey("numeric string"), 12);
-        QVERIFY(d.dictionaryForKey("list").isEmpty());
-        QVERIFY(d.stringForKey("list").isEmpty());
-    }
-
-    void removeAndRegisteredDefaults() {
-        testsupport::TempHome home;
+        QVERIFY(UserDefaults::defaultFilePath().startsWith(home.path()));  // XDG_CONFIG_HOME
         const QString path = home.path() + "/d.plist";
         {
             UserDefaults d(path);
+            d.setObjectForKey("12", "numeric string");
+            d.setObjectForKey(QVariantList{1}, "list");
+            QCOMPARE(d.integerForKey("missing"), 0);
+            QCOMPARE(d.floatForKey("missing"), 0.0f);
+            QVERIFY(!d.objectForKey("missing").isValid());
+            QCOMPARE(d.integerForKey("numeric string"), 12);
+            QVERIFY(d.dictionaryForKey("list").isEmpty() && d.stringForKey("list").isEmpty());
+
             d.registerDefaults({{"lang", QVariantList{"en"}}, {"k", 1}});
             d.setIntegerForKey(5, "k");
             QCOMPARE(d.integerForKey("k"), 5);
             d.removeObjectForKey("k");
             QCOMPARE(d.integerForKey("k"), 1);
             QCOMPARE(d.arrayForKey("lang"), QVariantList{"en"});
-            d.setObjectForKey(QVariant(), "lang");  // a null value is a removal
+            d.setObjectForKey(QVariant(), "list");  // a null value is a removal
+            d.removeObjectForKey("numeric string");
         }
-        UserDefaults reread(path);
-        QVERIFY(reread.dictionaryRepresentation().isEmpty());
-    }
+        QVERIFY(UserDefaults(path).dictionaryRepresentation().isEmpty());
 
-    void unreadableFileIsSetAsideNotLost() {
-        testsupport::TempHome home;
-        const QString path = home.path() + "/d.plist";
+        // An unreadable store is set aside, not overwritten.
         QFile f(path);
         QVERIFY(f.open(QIODevice::WriteOnly));
         f.write("<plist><dict><key>broken");
         f.close();
-        UserDefaults d(path);
-        QVERIFY(d.dictionaryRepresentation().isEmpty());
+        QVERIFY(UserDefaults(path).dictionaryRepresentation().isEmpty());
         QVERIFY(QFile::exists(path + ".unreadable"));
-    }
-
-    void standardDefaultsHonourXdgConfigHome() {
-        testsupport::TempHome home;
-        QVERIFY(UserDefaults::defaultFilePath().startsWith(home.path()));
     }
 
     // A writer killed at random points must always leave a complete, self-consistent store.
