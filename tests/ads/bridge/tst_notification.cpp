@@ -62,14 +62,6 @@ class TestNotification : public QObject {
         QCOMPARE(received.size(), 1);
         center.removeObserver(this);
     }
-
-    void scriptForMessagesToThePage() {
-        QCOMPARE(PXBNotificationCenter::scriptForJSNotification("onshow", std::nullopt),
-                 QString("ZELM_ReceiveMessage('onshow');"));
-        QCOMPARE(
-            PXBNotificationCenter::scriptForJSNotification("openableURLs", QVariantMap{{"a", 1}}),
-            QString("ZELM_ReceiveMessage('openableURLs', {\"a\":1});"));
-    }
 };
 
 QTEST_GUILESS_MAIN(TestNotification)

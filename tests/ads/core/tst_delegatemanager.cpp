@@ -15,70 +15,58 @@ PXBBannerView* fakeBanner(void* address) {
     return static_cast<PXBBannerView*>(address);
 }
 
-// Records every callback as "<who>:<event>" and can run extra work inside one.
-struct Recorder {
-    QStringList* log = nullptr;
-    QString who;
+// Records every callback as "<who>:<event>" with the object it names, and can run extra work
+// inside one. Serves as a banner delegate and as an interstitial delegate.
+class Recorder : public PXBBannerViewDelegate, public PXBInterstitialDelegate {
+  public:
+    Recorder(QStringList* log, const char* who) : log_(log), who_(who) {}
     std::function<void(const QString&)> inside;
-    void record(const QString& event) {
-        log->append(who + ":" + event);
+    const void* seen = nullptr;
+
+    void adViewDidReceiveAd(PXBBannerView* v) override { record("receive", v); }
+    void adViewDidFailToReceiveAdWithError(PXBBannerView* v, const platform::Error&) override {
+        record("fail", v);
+    }
+    void adViewWillPresentScreen(PXBBannerView* v) override { record("present", v); }
+    void adViewWillDismissScreen(PXBBannerView* v) override { record("dismiss", v); }
+    void adViewDidDismissScreen(PXBBannerView* v) override { record("dismissed", v); }
+    void adViewWillLeaveApplication(PXBBannerView* v) override { record("leave", v); }
+    void interstitialDidReceiveAd(PXBInterstitial* i) override { record("receive", i); }
+    void interstitialDidFailToReceiveAdWithError(PXBInterstitial* i,
+                                                 const platform::Error&) override {
+        record("fail", i);
+    }
+    void interstitialWillPresentScreen(PXBInterstitial* i) override { record("present", i); }
+    void interstitialWillDismissScreen(PXBInterstitial* i) override { record("dismiss", i); }
+    void interstitialDidDismissScreen(PXBInterstitial* i) override { record("dismissed", i); }
+    void interstitialWillLeaveApplication(PXBInterstitial* i) override { record("leave", i); }
+
+  private:
+    void record(const QString& event, const void* object) {
+        seen = object;
+        log_->append(who_ + ":" + event);
         if (inside) {
             inside(event);
         }
     }
+    QStringList* log_;
+    QString who_;
 };
 
-class RecordingBannerDelegate : public PXBBannerViewDelegate, public Recorder {
-  public:
-    PXBBannerView* seenView = nullptr;
-    void seen(const QString& event, PXBBannerView* view) {
-        seenView = view;
-        record(event);
-    }
-    void adViewDidReceiveAd(PXBBannerView* v) override { seen("receive", v); }
-    void adViewDidFailToReceiveAdWithError(PXBBannerView* v, const platform::Error&) override {
-        seen("fail", v);
-    }
-    void adViewWillPresentScreen(PXBBannerView* v) override { seen("present", v); }
-    void adViewWillDismissScreen(PXBBannerView* v) override { seen("dismiss", v); }
-    void adViewDidDismissScreen(PXBBannerView* v) override { seen("dismissed", v); }
-    void adViewWillLeaveApplication(PXBBannerView* v) override { seen("leave", v); }
-};
-
-class RecordingInterstitialDelegate : public PXBInterstitialDelegate, public Recorder {
-  public:
-    PXBInterstitial* seenAd = nullptr;
-    void seen(const QString& event, PXBInterstitial* ad) {
-        seenAd = ad;
-        record(event);
-    }
-    void interstitialDidReceiveAd(PXBInterstitial* i) override { seen("receive", i); }
-    void interstitialDidFailToReceiveAdWithError(PXBInterstitial* i,
-                                                 const platform::Error&) override {
-        seen("fail", i);
-    }
-    void interstitialWillPresentScreen(PXBInterstitial* i) override { seen("present", i); }
-    void interstitialWillDismissScreen(PXBInterstitial* i) override { seen("dismiss", i); }
-    void interstitialDidDismissScreen(PXBInterstitial* i) override { seen("dismissed", i); }
-    void interstitialWillLeaveApplication(PXBInterstitial* i) override { seen("leave", i); }
-};
-
-// A manager wired to a banner delegate, an SDK listener and an application delegate.
+// A manager's three recipients: a banner delegate, an SDK listener and an application delegate.
 struct Wired {
     QStringList log;
-    RecordingBannerDelegate banner;
-    RecordingInterstitialDelegate sdk;
-    RecordingInterstitialDelegate app;
+    Recorder banner{&log, "banner"};
+    Recorder sdk{&log, "sdk"};
+    Recorder app{&log, "app"};
     void attach(PXBDelegateManager& manager) {
-        banner.log = sdk.log = app.log = &log;
-        banner.who = "banner";
-        sdk.who = "sdk";
-        app.who = "app";
         manager.setBannerDelegate(&banner);
         manager.setSdkInterstitialDelegate(&sdk);
         manager.setInterstitialDelegate(&app);
     }
 };
+
+const char* const kEvents[] = {"receive", "fail", "present", "dismiss", "dismissed", "leave"};
 
 void raise(PXBDelegateManager& manager, const QString& event) {
     if (event == "receive") {
@@ -103,7 +91,7 @@ class TestDelegateManager : public QObject {
   private slots:
     void everyRecipientInFixedOrder_data() {
         QTest::addColumn<QString>("event");
-        for (const char* event : {"receive", "fail", "present", "dismiss", "dismissed", "leave"}) {
+        for (const char* event : kEvents) {
             QTest::newRow(event) << QString(event);
         }
     }
@@ -119,9 +107,9 @@ class TestDelegateManager : public QObject {
 
         raise(*manager, event);
         QCOMPARE(w.log, (QStringList{"banner:" + event, "sdk:" + event, "app:" + event}));
-        QCOMPARE(w.banner.seenView, fakeBanner(&banner));
-        QCOMPARE(w.sdk.seenAd, &interstitial);
-        QCOMPARE(w.app.seenAd, &interstitial);
+        QCOMPARE(w.banner.seen, &banner);
+        QCOMPARE(w.sdk.seen, &interstitial);
+        QCOMPARE(w.app.seen, &interstitial);
     }
 
     void delegateWithOneCallbackAndVanishedDelegates() {
@@ -132,10 +120,11 @@ class TestDelegateManager : public QObject {
         auto manager = PXBDelegateManager::create();
         manager->setBannerDelegate(&delegate);
         {
-            RecordingInterstitialDelegate gone;
+            QStringList log;
+            Recorder gone(&log, "gone");
             manager->setSdkInterstitialDelegate(&gone);
         }
-        for (const char* event : {"receive", "fail", "present", "dismiss", "dismissed", "leave"}) {
+        for (const char* event : kEvents) {
             raise(*manager, event);
         }
         QCOMPARE(delegate.count, 1);

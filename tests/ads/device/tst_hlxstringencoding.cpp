@@ -74,7 +74,6 @@ class TestHLXStringEncoding : public QObject {
         QTest::addColumn<QString>("input");
         QTest::addColumn<QByteArray>("bytes");
         const QByteArray refused;
-        QTest::newRow("one byte") << u"base64"_s << u"Zg=="_s << QByteArray("f");
         QTest::newRow("non-zero trailing bits") << u"base64"_s << u"Zh=="_s << refused;
         QTest::newRow("data after padding") << u"base64"_s << u"Zg=a"_s << refused;
         QTest::newRow("short padding") << u"base64"_s << u"Zg="_s << QByteArray("f");
@@ -85,7 +84,6 @@ class TestHLXStringEncoding : public QObject {
         QTest::newRow("websafe") << u"websafe"_s << u"-_8="_s << QByteArray("\xfb\xff");
         QTest::newRow("websafe refuses +") << u"websafe"_s << u"+_8="_s << refused;
         QTest::newRow("hex lower") << u"hex"_s << u"ff0a"_s << QByteArray("\xff\x0a");
-        QTest::newRow("hex upper") << u"hex"_s << u"FF0A"_s << QByteArray("\xff\x0a");
         QTest::newRow("hex odd digit") << u"hex"_s << u"FF0"_s << QByteArray("\xff");
         QTest::newRow("hex odd non-zero") << u"hex"_s << u"FF1"_s << refused;
         QTest::newRow("hex has no padding") << u"hex"_s << u"FF=="_s << refused;
@@ -96,7 +94,6 @@ class TestHLXStringEncoding : public QObject {
         QTest::newRow("crockford U is not a digit") << u"crockford"_s << u"UU"_s << refused;
         QTest::newRow("binary") << u"binary"_s << u"10100101"_s << QByteArray("\xa5");
         QTest::newRow("binary partial byte") << u"binary"_s << u"101001010"_s << QByteArray("\xa5");
-        QTest::newRow("empty") << u"base32"_s << u""_s << QByteArray("");
     }
     void decode() {
         QFETCH(QString, name);
@@ -110,16 +107,6 @@ class TestHLXStringEncoding : public QObject {
             QVERIFY(result);
             QCOMPARE(result->toHex(), bytes.toHex());
         }
-    }
-
-    void websafeWithAndWithoutPadding() {
-        PXB_HLXStringEncoding e = PXB_HLXStringEncoding::rfc4648Base64WebsafeStringEncoding();
-        const QByteArray bytes("\xfb\xff");
-        QCOMPARE(e.encode(bytes), u"-_8="_s);
-        e.setDoPad(false);
-        QCOMPARE(e.encode(bytes), u"-_8"_s);
-        QCOMPARE(e.encode({}), u""_s);
-        QVERIFY(!e.encode({}).isNull());
     }
 
     void alphabets_data() {
@@ -147,7 +134,8 @@ class TestHLXStringEncoding : public QObject {
         }
     }
 
-    // Random lengths cover whole groups and every kind of partial last group.
+    // Every length of partial last group, and long inputs that take the table-driven path; where
+    // Qt has the same encoding, the output must match it.
     void roundTrip_data() {
         QTest::addColumn<QString>("name");
         for (const QString& name : kAllEncodings)
@@ -160,30 +148,24 @@ class TestHLXStringEncoding : public QObject {
         QList<int> lengths;
         for (int n = 0; n < 40; ++n)
             lengths << n;
-        lengths << 4095 << 4096 << 5003;  // long inputs take the table-driven path
+        lengths << 4095 << 4096 << 5003;
         for (const int n : lengths) {
             QByteArray bytes(n, Qt::Uninitialized);
             for (char& b : bytes)
                 b = static_cast<char>(rng.bounded(256));
+            e.setDoPad(true);
+            const QByteArray reference = name == u"base64" ? bytes.toBase64()
+                                         : name == u"websafe"
+                                             ? bytes.toBase64(QByteArray::Base64UrlEncoding)
+                                         : name == u"hex" ? bytes.toHex().toUpper()
+                                                          : QByteArray();
+            if (!reference.isNull())
+                QCOMPARE(e.encode(bytes).toLatin1(), reference);
             for (bool pad : {true, false}) {
                 e.setDoPad(pad);
                 QCOMPARE(e.decode(e.encode(bytes)), bytes);
             }
         }
-    }
-
-    void longInputsMatchQt() {
-        QByteArray bytes(5003, Qt::Uninitialized);
-        QRandomGenerator rng(9);
-        for (char& b : bytes)
-            b = static_cast<char>(rng.bounded(256));
-        QCOMPARE(PXB_HLXStringEncoding::rfc4648Base64StringEncoding().encode(bytes).toLatin1(),
-                 bytes.toBase64());
-        QCOMPARE(
-            PXB_HLXStringEncoding::rfc4648Base64WebsafeStringEncoding().encode(bytes).toLatin1(),
-            bytes.toBase64(QByteArray::Base64UrlEncoding));
-        QCOMPARE(PXB_HLXStringEncoding::hexStringEncoding().encode(bytes).toLatin1(),
-                 bytes.toHex().toUpper());
     }
 
     void stringsAreUtf8() {

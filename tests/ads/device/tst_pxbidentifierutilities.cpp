@@ -46,16 +46,25 @@ class TestPXBIdentifierUtilities : public QObject {
     void osVersion_data() {
         QTest::addColumn<QString>("version");
         QTest::addColumn<QList<int>>("parts");
-        QTest::newRow("major only") << u"5"_s << QList<int>{5, 0, 0};
-        QTest::newRow("two parts") << u"4.2"_s << QList<int>{4, 2, 0};
-        QTest::newRow("three parts") << u"10.15.7"_s << QList<int>{10, 15, 7};
-        QTest::newRow("kernel release") << u"6.1.0-13-amd64"_s << QList<int>{6, 1, 0};
-        QTest::newRow("leading digits") << u"4a.b"_s << QList<int>{4, 0, 0};
-        QTest::newRow("empty") << u""_s << QList<int>{0, 0, 0};
+        QTest::addColumn<QList<int>>("asked");
+        QTest::addColumn<bool>("atLeast");
+        using L = QList<int>;
+        QTest::newRow("major only") << u"5"_s << L{5, 0, 0} << L{5, 0, 1} << false;
+        QTest::newRow("two parts") << u"4.2"_s << L{4, 2, 0} << L{4, 2, 0} << true;
+        QTest::newRow("minor decides") << u"10.15.7"_s << L{10, 15, 7} << L{10, 16, 0} << false;
+        QTest::newRow("minor wins over bug")
+            << u"10.15.0"_s << L{10, 15, 0} << L{10, 14, 9} << true;
+        QTest::newRow("kernel release, larger major")
+            << u"6.1.0-13-amd64"_s << L{6, 1, 0} << L{5, 9, 9} << true;
+        QTest::newRow("leading digits, smaller major")
+            << u"4a.b"_s << L{4, 0, 0} << L{5, 0, 0} << false;
+        QTest::newRow("empty") << u""_s << L{0, 0, 0} << L{0, 0, 0} << true;
     }
     void osVersion() {
         QFETCH(QString, version);
         QFETCH(QList<int>, parts);
+        QFETCH(QList<int>, asked);
+        QFETCH(bool, atLeast);
         env_.systemVersion = [version] { return version; };
         apply();
         int major = -1, minor = -1, bugFix = -1;
@@ -64,26 +73,6 @@ class TestPXBIdentifierUtilities : public QObject {
         int onlyMinor = -1;
         PXBIdentifierUtilities::getOSMajor(nullptr, &onlyMinor, nullptr);
         QCOMPARE(onlyMinor, parts[1]);
-    }
-
-    void osComparison_data() {
-        QTest::addColumn<QString>("version");
-        QTest::addColumn<QList<int>>("asked");
-        QTest::addColumn<bool>("atLeast");
-        QTest::newRow("5 vs 5.0.0") << u"5"_s << QList<int>{5, 0, 0} << true;
-        QTest::newRow("5 vs 5.0.1") << u"5"_s << QList<int>{5, 0, 1} << false;
-        QTest::newRow("larger major wins") << u"6.0"_s << QList<int>{5, 9, 9} << true;
-        QTest::newRow("smaller major loses") << u"4.9.9"_s << QList<int>{5, 0, 0} << false;
-        QTest::newRow("minor decides") << u"10.15.7"_s << QList<int>{10, 16, 0} << false;
-        QTest::newRow("minor wins over bug") << u"10.15.0"_s << QList<int>{10, 14, 9} << true;
-        QTest::newRow("same") << u"4.2.1"_s << QList<int>{4, 2, 1} << true;
-    }
-    void osComparison() {
-        QFETCH(QString, version);
-        QFETCH(QList<int>, asked);
-        QFETCH(bool, atLeast);
-        env_.systemVersion = [version] { return version; };
-        apply();
         QCOMPARE(PXBIdentifierUtilities::isOSAtLeastMajor(asked[0], asked[1], asked[2]), atLeast);
     }
 
@@ -256,64 +245,53 @@ class TestPXBIdentifierUtilities : public QObject {
                  values);
     }
 
+    // The store's metadata file beside the documents directory, written in the form under test
+    // by the command-line tool; anything but a dictionary reads as an empty one.
     void metadataFile_data() {
-        QTest::addColumn<QString>("format");
-        QTest::newRow("xml") << u"xml"_s;
-        QTest::newRow("binary") << u"bin"_s;
+        QTest::addColumn<QString>("format");  // plistutil's -f; "none": no file, else raw bytes
+        QTest::addColumn<QByteArray>("contents");
+        QTest::addColumn<QVariantMap>("expected");
+        const QVariantMap store{{u"itemId"_s, qint64(284417350)},
+                                {u"itemName"_s, u"Brindle Sounds"_s},
+                                {u"genre"_s, u"Entertainment"_s},
+                                {u"rating"_s, QVariantMap{{u"label"_s, u"4+"_s}}}};
+        const QByteArray xml = platform::writePropertyListXml(store);
+        QTest::newRow("xml") << u"xml"_s << xml << store;
+        QTest::newRow("binary") << u"bin"_s << xml << store;
+        QTest::newRow("missing") << u"none"_s << QByteArray() << QVariantMap();
+        QTest::newRow("not a property list")
+            << u"raw"_s << QByteArray("not a plist") << QVariantMap();
+        QTest::newRow("an array") << u"raw"_s << platform::writePropertyListXml(QVariantList{1, 2})
+                                  << QVariantMap();
     }
     void metadataFile() {
         QFETCH(QString, format);
-        if (QStandardPaths::findExecutable(u"plistutil"_s).isEmpty()) {
-            QSKIP("plistutil is not installed");
-        }
+        QFETCH(QByteArray, contents);
+        QFETCH(QVariantMap, expected);
         QTemporaryDir home;
         const QString documents = home.filePath(u"Documents"_s);
         QDir().mkpath(documents);
-        const QVariantMap expected{{u"itemId"_s, qint64(284417350)},
-                                   {u"itemName"_s, u"Brindle Sounds"_s},
-                                   {u"genre"_s, u"Entertainment"_s},
-                                   {u"rating"_s, QVariantMap{{u"label"_s, u"4+"_s}}}};
-        // The command-line tool writes the file in the form under test.
-        const QString xmlPath = home.filePath(u"source.plist"_s);
-        QFile xml(xmlPath);
-        QVERIFY(xml.open(QIODevice::WriteOnly));
-        xml.write(platform::writePropertyListXml(expected));
-        xml.close();
-        QProcess plistutil;
-        plistutil.start(
-            u"plistutil"_s,
-            {u"-i"_s, xmlPath, u"-o"_s, home.filePath(u"iTunesMetadata.plist"_s), u"-f"_s, format});
-        QVERIFY(plistutil.waitForFinished(10000));
-        QCOMPARE(plistutil.exitCode(), 0);
-
+        const QString path = home.filePath(u"iTunesMetadata.plist"_s);
+        QFile file(format == u"raw" ? path : home.filePath(u"source.plist"_s));
+        if (format != u"none") {
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(contents);
+            file.close();
+        }
+        if (format == u"xml" || format == u"bin") {
+            if (QStandardPaths::findExecutable(u"plistutil"_s).isEmpty()) {
+                QSKIP("plistutil is not installed");
+            }
+            QCOMPARE(QProcess::execute(u"plistutil"_s,
+                                       {u"-i"_s, file.fileName(), u"-o"_s, path, u"-f"_s, format}),
+                     0);
+        }
         env_.documentsDirectory = [documents] { return documents; };
         apply();
         PXBIdentifierUtilities utilities;
         QCOMPARE(utilities.iTunesMetadata(), expected);
+        QVERIFY(utilities.parameters().contains(kPXBParameterITunesMetadata));
         QCOMPARE(utilities.parameters().value(kPXBParameterITunesMetadata).toMap(), expected);
-    }
-
-    void metadataAbsentOrNotADictionary_data() {
-        QTest::addColumn<QByteArray>("contents");
-        QTest::newRow("missing") << QByteArray();
-        QTest::newRow("not a property list") << QByteArray("not a plist");
-        QTest::newRow("an array") << platform::writePropertyListXml(QVariantList{1, 2});
-    }
-    void metadataAbsentOrNotADictionary() {
-        QFETCH(QByteArray, contents);
-        QTemporaryDir home;
-        const QString documents = home.filePath(u"Documents"_s);
-        QDir().mkpath(documents);
-        if (!contents.isNull()) {
-            QFile file(home.filePath(u"iTunesMetadata.plist"_s));
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write(contents);
-        }
-        env_.documentsDirectory = [documents] { return documents; };
-        apply();
-        const QVariantMap parameters = PXBIdentifierUtilities().parameters();
-        QVERIFY(parameters.contains(kPXBParameterITunesMetadata));
-        QCOMPARE(parameters.value(kPXBParameterITunesMetadata).toMap(), QVariantMap());
     }
 };
 

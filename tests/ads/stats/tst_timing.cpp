@@ -1,7 +1,5 @@
 #include "ads/stats/PXBTiming.h"
 #include "ads/stats/PXBTimingManager.h"
-#include "platform/notificationcenter.h"
-#include "platform/ui/application.h"
 #include "platform/userdefaults.h"
 #include "support/testenv.h"
 
@@ -115,17 +113,6 @@ class TestTiming : public QObject {
         QVERIFY(manager.timingForCategory("late") == nullptr);
         PXBTimingManager fresh("other", &defaults);
         QVERIFY(fresh.timings().isEmpty());
-    }
-
-    void savesWhenTheApplicationTerminates() {
-        testsupport::TempHome home;
-        platform::UserDefaults defaults(home.path() + "/d.plist");
-        PXBTimingManager manager("t", &defaults);
-        manager.addTimingWithCategory("ptime")->start();
-        QVERIFY(!defaults.objectForKey("sorvel_timing_t").toMap().contains("ptime"));
-        platform::NotificationCenter::defaultCenter().postNotification(
-            platform::kApplicationWillTerminateNotification);
-        QVERIFY(defaults.dictionaryForKey("sorvel_timing_t").contains("ptime"));
     }
 
     void storedKeyNamesTheTiming() {
