@@ -272,19 +272,14 @@ class TestAdServerWeb : public QObject {
             10000);
         // The script also reports each received message to the server's log.
         const QString name = call.section(QLatin1Char('\''), 1, 1);
-        QTRY_VERIFY_WITH_TIMEOUT(
-            [&] {
-                const QJsonArray entries = demo_.logEntries(before);
-                for (const QJsonValue& entry : entries) {
-                    const QJsonObject object = entry.toObject();
-                    if (object.value("path").toString() == QLatin1String("/msg") &&
-                        object.value("query").toObject().value("name").toString() == name) {
-                        return true;
-                    }
-                }
-                return false;
-            }(),
-            10000);
+        const auto logged = [&] {
+            const QJsonArray entries = demo_.logEntries(before);
+            return std::any_of(entries.begin(), entries.end(), [&](const QJsonValue& entry) {
+                return entry["path"].toString() == QLatin1String("/msg") &&
+                       entry["query"]["name"].toString() == name;
+            });
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(logged(), 10000);
     }
 };
 

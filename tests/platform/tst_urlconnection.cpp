@@ -111,14 +111,11 @@ class TestUrlConnection : public QObject {
         QTest::addColumn<QString>("header");
         QTest::addColumn<QString>("headerValue");
         QTest::newRow("200") << "/ok" << QStringList{"request", "response 200", "finish"}
-                             << QByteArray("hello sent") << "x-one"
-                             << "1";
+                             << QByteArray("hello sent") << "x-one" << QString("1");
         QTest::newRow("304") << "/notmodified" << QStringList{"request", "response 304", "finish"}
-                             << QByteArray() << "Content-Length"
-                             << "0";
+                             << QByteArray() << "Content-Length" << QString("0");
         QTest::newRow("404") << "/missing" << QStringList{"request", "response 404", "finish"}
-                             << QByteArray("gone") << "X-Why"
-                             << "absent";
+                             << QByteArray("gone") << "X-Why" << QString("absent");
     }
     void statusesBodiesAndHeaders() {
         QFETCH(QString, path);

@@ -198,14 +198,10 @@ class TestStatistics : public QObject {
         stats_->incrementPageNavigationCount();
         stats_->incrementSSLPageNavigationCount();
         const QVariantMap first = stats_->parameters();
-        for (const auto& [key, value] :
-             std::initializer_list<std::pair<QString, int>>{{"preqs", 7},
-                                                            {"pcbo", 1},
-                                                            {"aoi_timedout", 1},
-                                                            {"aoi_nofill", 1},
-                                                            {"plpnc", 2},
-                                                            {"plpsnc", 1}}) {
-            QCOMPARE(first.value(key).toInt(), value);
+        const QVariantMap expected{{"preqs", 7},      {"pcbo", 1},  {"aoi_timedout", 1},
+                                   {"aoi_nofill", 1}, {"plpnc", 2}, {"plpsnc", 1}};
+        for (auto it = expected.begin(); it != expected.end(); ++it) {
+            QCOMPARE(first.value(it.key()).toInt(), it.value().toInt());
         }
         QCOMPARE(stats_->parameters().keys(), (QStringList{"preqs", "session_id"}));
         QCOMPARE(stats_->adRequestCount(), 7);
