@@ -43,22 +43,10 @@ class TestCrypto : public QObject {
         QCOMPARE(aes128CbcEncrypt(plain, key, iv).value(), cipher);
         QCOMPARE(aes128CbcDecrypt(cipher, key, iv).value(), plain);
         QCOMPARE(aes128CbcEncrypt(plain.left(16), key, iv).value(), cipher.left(16));
-    }
-
-    void aesRefusesWrongSizes_data() {
-        QTest::addColumn<int>("dataSize");
-        QTest::addColumn<int>("keySize");
-        QTest::addColumn<int>("ivSize");
-        QTest::newRow("partial block") << 15 << 16 << 16;
-        QTest::newRow("short key") << 16 << 15 << 16;
-        QTest::newRow("long iv") << 16 << 16 << 17;
-    }
-    void aesRefusesWrongSizes() {
-        QFETCH(int, dataSize);
-        QFETCH(int, keySize);
-        QFETCH(int, ivSize);
-        QVERIFY(!aes128CbcEncrypt(QByteArray(dataSize, 'd'), QByteArray(keySize, 'k'),
-                                  QByteArray(ivSize, 'i')));
+        // No padding: a partial block is refused, as are a wrong key or vector size.
+        QVERIFY(!aes128CbcEncrypt(plain.left(15), key, iv));
+        QVERIFY(!aes128CbcEncrypt(plain, key.left(15), iv));
+        QVERIFY(!aes128CbcDecrypt(cipher, key, iv + "x"));
     }
 };
 
