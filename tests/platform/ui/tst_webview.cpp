@@ -14,6 +14,7 @@ namespace {
 // Records what a web view tells its delegate and answers navigations by scheme.
 class RecordingDelegate : public WebViewDelegate {
   public:
+    explicit RecordingDelegate(WebView& view) { view.setDelegate(this); }
     bool webViewShouldStartLoadWithRequestNavigationType(WebView*, const UrlRequest& request,
                                                          int type) override {
         requests.append(request);
@@ -85,8 +86,7 @@ class TestWebView : public QObject {
         QFETCH(QString, path);
         QFETCH(bool, html);
         WebView view;
-        RecordingDelegate delegate;
-        view.setDelegate(&delegate);
+        RecordingDelegate delegate(view);
         const QUrl url = path.isEmpty() ? QUrl() : server_.url(path);
         UrlRequest request(url);
         request.setValueForHTTPHeaderField("http://referrer.example/ad", "Referer");
@@ -132,8 +132,7 @@ class TestWebView : public QObject {
             target = server_.url(target.mid(4)).toString();
         }
         WebView view;
-        RecordingDelegate delegate;
-        view.setDelegate(&delegate);
+        RecordingDelegate delegate(view);
         loadAndWait(view, delegate, page("<p>ad</p>"));
         delegate.allow = [](const QUrl&) { return false; };
         delegate.events.clear();
@@ -157,8 +156,7 @@ class TestWebView : public QObject {
 
     void userClickIsALinkClickAndReachesTheTouchHook() {
         WebView view(QRect(0, 0, 320, 200));
-        RecordingDelegate delegate;
-        view.setDelegate(&delegate);
+        RecordingDelegate delegate(view);
         QList<QEvent::Type> touches;
         view.setTouchHook([&](QEvent::Type type) { touches.append(type); });
         view.show();
@@ -179,8 +177,7 @@ class TestWebView : public QObject {
 
     void backForwardAndReloadHaveTheirTypes() {
         WebView view;
-        RecordingDelegate delegate;
-        view.setDelegate(&delegate);
+        RecordingDelegate delegate(view);
         view.loadRequest(UrlRequest(server_.url(QStringLiteral("/page"))));
         QTRY_VERIFY_WITH_TIMEOUT(delegate.events.contains(QStringLiteral("finish")), 15000);
         delegate.events.clear();
@@ -204,8 +201,7 @@ class TestWebView : public QObject {
 
     void hiddenViewRunsScriptsAndReturnsValues() {
         WebView view;  // never shown
-        RecordingDelegate delegate;
-        view.setDelegate(&delegate);
+        RecordingDelegate delegate(view);
         view.loadHTMLStringBaseURL(
             QStringLiteral("<html><head><script>var built = 6 * 7;"
                            "location.href = 'qmsg://ad/built?url=' + built;</script></head>"
@@ -241,8 +237,7 @@ class TestWebView : public QObject {
             return r;
         });
         WebView view;
-        RecordingDelegate delegate;
-        view.setDelegate(&delegate);
+        RecordingDelegate delegate(view);
         view.loadRequest(UrlRequest(server_.url(QStringLiteral("/slow"))));
         QTRY_VERIFY_WITH_TIMEOUT(view.isLoading(), 10000);
         view.stopLoading();
