@@ -18,7 +18,7 @@ class PXBInterstitialDelegate;
 // Shared by the ad object and the full screens it presents (hence shared ownership); it holds
 // none of the objects it reports to.
 class PXBDelegateManager : public std::enable_shared_from_this<PXBDelegateManager> {
-public:
+  public:
     static std::shared_ptr<PXBDelegateManager> create();
 
     PXBBannerViewDelegate* bannerDelegate() const;
@@ -41,8 +41,11 @@ public:
     void didDismissScreen();
     void willLeaveApplication();
 
-private:
+  private:
     PXBDelegateManager() = default;
+    struct Event;
+    void deliver(const Event& event, const platform::Error& error);
+
     struct Fields;
     std::shared_ptr<Fields> fields_;
 };

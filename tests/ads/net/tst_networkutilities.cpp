@@ -1,0 +1,149 @@
+#include "ads/net/PXBNetworkUtilities.h"
+#include "ads/net/PXBNumberUtilities.h"
+
+#include <QTest>
+
+class TestNetworkUtilities : public QObject {
+    Q_OBJECT
+  private slots:
+    void dictionaryFromQueryString_data();
+    void dictionaryFromQueryString();
+    void appendQueryParameters_data();
+    void appendQueryParameters();
+    void parameterValueForKey_data();
+    void parameterValueForKey();
+    void encodeURL_data();
+    void encodeURL();
+    void userAgent();
+    void stringWithFloat_data();
+    void stringWithFloat();
+};
+
+void TestNetworkUtilities::dictionaryFromQueryString_data() {
+    QTest::addColumn<QString>("query");
+    QTest::addColumn<QVariantMap>("expected");
+    const QVariantMap abc{{"a", "1"}, {"b", "2"}, {"c", "3"}};
+    QTest::newRow("null") << QString() << QVariantMap();
+    QTest::newRow("separator runs, keys lower-cased") << "A=1&&b=2;c=3" << abc;
+    QTest::newRow("leading and trailing separators") << ";&A=1&b=2;c=3&;" << abc;
+    QTest::newRow("two equals signs or none drop the pair") << "x=1=2&y" << QVariantMap();
+    QTest::newRow("malformed escape drops the pair") << "k=%ZZ&j=2" << QVariantMap{{"j", "2"}};
+    QTest::newRow("truncated escape") << "k=%4&j=%" << QVariantMap();
+    QTest::newRow("escape that is not UTF-8") << "k=%FF&j=%C3%A9" << QVariantMap{{"j", "é"}};
+    QTest::newRow("plus stays") << "q=a+b%20c" << QVariantMap{{"q", "a+b c"}};
+    QTest::newRow("escaped key, empty value") << "K%C3%89Y=" << QVariantMap{{"kéy", ""}};
+    QTest::newRow("later key wins") << "k=1&K=2" << QVariantMap{{"k", "2"}};
+}
+
+void TestNetworkUtilities::dictionaryFromQueryString() {
+    QFETCH(QString, query);
+    QFETCH(QVariantMap, expected);
+    QCOMPARE(PXBNetworkUtilities::dictionaryFromQueryString(query), expected);
+}
+
+void TestNetworkUtilities::appendQueryParameters_data() {
+    QTest::addColumn<QUrl>("url");
+    QTest::addColumn<QVariantMap>("parameters");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("nil value, no query")
+        << QUrl("http://h/p") << QVariantMap{{"key", QVariant()}} << "http://h/p?key";
+    QTest::newRow("existing query")
+        << QUrl("http://h/p?a=1") << QVariantMap{{"b", 2}} << "http://h/p?a=1&b=2";
+    QTest::newRow("bare question mark")
+        << QUrl("http://h/p?") << QVariantMap{{"b", "x"}} << "http://h/p??b=x";
+    QTest::newRow("value escaped, key not")
+        << QUrl("http://h/") << QVariantMap{{"k[]", "a b&c"}} << "http://h/?k[]=a%20b%26c";
+    QTest::newRow("map order, bool and float descriptions")
+        << QUrl("http://h/") << QVariantMap{{"z", true}, {"a", 1.5}, {"m", ""}}
+        << "http://h/?a=1.5&m&z=1";
+    QTest::newRow("empty map") << QUrl("http://h/p?a=1") << QVariantMap() << "http://h/p?a=1";
+}
+
+void TestNetworkUtilities::appendQueryParameters() {
+    QFETCH(QUrl, url);
+    QFETCH(QVariantMap, parameters);
+    QFETCH(QString, expected);
+    const QUrl result = PXBNetworkUtilities::appendQueryParameters(parameters, url);
+    QCOMPARE(result.toString(QUrl::FullyEncoded), expected);
+    if (parameters.size() == 1) {
+        const QUrl single =
+            PXBNetworkUtilities::appendQueryKey(parameters.firstKey(), parameters.first(), url);
+        QCOMPARE(single, result);
+    }
+}
+
+void TestNetworkUtilities::parameterValueForKey_data() {
+    QTest::addColumn<QUrl>("url");
+    QTest::addColumn<QString>("key");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("case-sensitive") << QUrl("http://h/?id=5") << "Id" << QString();
+    QTest::newRow("match") << QUrl("http://h/?x=1&id=5") << "id"
+                           << "5";
+    QTest::newRow("text between two equals") << QUrl("http://h/?k=a=b") << "k"
+                                             << "a";
+    QTest::newRow("stays escaped") << QUrl("http://h/?k=a%20b%26") << "k"
+                                   << "a%20b%26";
+    QTest::newRow("first piece wins") << QUrl("http://h/?k=1&k=2") << "k"
+                                      << "1";
+    QTest::newRow("bare key") << QUrl("http://h/?k&k=") << "k"
+                              << "";
+    QTest::newRow("no query") << QUrl("http://h/k=1") << "k" << QString();
+}
+
+void TestNetworkUtilities::parameterValueForKey() {
+    QFETCH(QUrl, url);
+    QFETCH(QString, key);
+    QFETCH(QString, expected);
+    const QString value = PXBNetworkUtilities::parameterValueForKey(key, url);
+    QCOMPARE(value, expected);
+    QCOMPARE(value.isNull(), expected.isNull());
+}
+
+void TestNetworkUtilities::encodeURL_data() {
+    QTest::addColumn<QString>("input");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("reserved twenty") << "!*'();:@&=+$,/?%#[]"
+                                     << "%21%2A%27%28%29%3B%3A%40%26%3D%2B%24%2C%2F%3F%25%23%5B%5D";
+    QTest::newRow("illegal ASCII") << "a b\"<>\\^`{|}"
+                                   << "a%20b%22%3C%3E%5C%5E%60%7B%7C%7D";
+    QTest::newRow("unreserved untouched") << "AZaz09-._~"
+                                          << "AZaz09-._~";
+    QTest::newRow("UTF-8") << "é€"
+                           << "%C3%A9%E2%82%AC";
+    QTest::newRow("empty") << ""
+                           << "";
+}
+
+void TestNetworkUtilities::encodeURL() {
+    QFETCH(QString, input);
+    QFETCH(QString, expected);
+    QCOMPARE(PXBNetworkUtilities::encodeURL(input), expected);
+}
+
+void TestNetworkUtilities::userAgent() {
+    PXBNetworkUtilities::setUserAgentString("Agent/1");
+    PXBNetworkUtilities::setUserAgentString("");
+    QCOMPARE(PXBNetworkUtilities::userAgentString(), "Agent/1");
+    PXBNetworkUtilities::setUserAgentString("Agent/2");
+    QCOMPARE(PXBNetworkUtilities::userAgentString(), "Agent/2");
+}
+
+void TestNetworkUtilities::stringWithFloat_data() {
+    QTest::addColumn<float>("value");
+    QTest::addColumn<QString>("expected");
+    QTest::newRow("2.0") << 2.0f << "2";
+    QTest::newRow("1.5") << 1.5f << "1.5";
+    QTest::newRow("0.0") << 0.0f << "0";
+    QTest::newRow("100") << 100.0f << "100";
+    QTest::newRow("-0.25") << -0.25f << "-0.25";
+    QTest::newRow("seventh digit lost") << 0.0000001f << "0";
+}
+
+void TestNetworkUtilities::stringWithFloat() {
+    QFETCH(float, value);
+    QFETCH(QString, expected);
+    QCOMPARE(PXBNumberUtilities::stringWithFloat(value), expected);
+}
+
+QTEST_GUILESS_MAIN(TestNetworkUtilities)
+#include "tst_networkutilities.moc"
