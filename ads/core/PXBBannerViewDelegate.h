@@ -8,7 +8,7 @@
 class PXBBannerView;
 
 class PXBBannerViewDelegate : public platform::Referenceable {
-public:
+  public:
     // An ad has been received and is shown in the banner.
     virtual void adViewDidReceiveAd(PXBBannerView* /*view*/) {}
     // A request failed; the error is a PXBRequestError (domain "com.sorvel.ads").

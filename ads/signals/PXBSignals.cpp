@@ -13,8 +13,8 @@ void PXBSignals::setRequestTypeAndVersion(int requestType, const QString& sdkVer
     installed()->setRequestTypeAndVersion(requestType, sdkVersion);
 }
 
-bool PXBSignals::fillRequestSignals(QString& signals) {
-    return installed()->fillRequestSignals(signals);
+bool PXBSignals::fillRequestSignals(QString& signalString) {
+    return installed()->fillRequestSignals(signalString);
 }
 
 bool PXBSignals::fillClickSignal(const QString& clickString, QString& signal) {

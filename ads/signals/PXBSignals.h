@@ -18,8 +18,8 @@ class PXBSignalsModule {
 
     // Told before each ad request is sent: its request type number and the SDK version string.
     virtual void setRequestTypeAndVersion(int /*requestType*/, const QString& /*sdkVersion*/) {}
-    // Fills `signals` with "key=value" for the ad request's query; true on success.
-    virtual bool fillRequestSignals(QString& /*signals*/) { return false; }
+    // Fills `signalString` with "key=value" for the ad request's query; true on success.
+    virtual bool fillRequestSignals(QString& /*signalString*/) { return false; }
     // Fills `signal` with an encoded block for a click whose URL carries `clickString` as its
     // "ai" value; the block is appended to the URL as a bare query key. True on success.
     virtual bool fillClickSignal(const QString& /*clickString*/, QString& /*signal*/) {
@@ -33,7 +33,7 @@ class PXBSignalsModule {
 class PXBSignals {
   public:
     static void setRequestTypeAndVersion(int requestType, const QString& sdkVersion);
-    static bool fillRequestSignals(QString& signals);
+    static bool fillRequestSignals(QString& signalString);
     static bool fillClickSignal(const QString& clickString, QString& signal);
     static void recordTouch(int x, int y, int duration);
 

@@ -136,7 +136,8 @@ void PXBTiming::setValue(const QVariant& value, const QString& key) {
     if (!userData_) {
         userData_.emplace();
     }
-    if (value.isValid() && !value.isNull()) {
+    const bool nullString = value.typeId() == QMetaType::QString && value.toString().isNull();
+    if (value.isValid() && !value.isNull() && !nullString) {
         userData_->insert(key, value);
     }
 }

@@ -1,0 +1,32 @@
+#include "ads/bridge/PXBNotificationCenter.h"
+
+#include "ads/bridge/PXBNotification.h"
+#include "platform/notificationcenter.h"
+#include "platform/runloop.h"
+
+PXBNotificationCenter& PXBNotificationCenter::defaultCenter() {
+    // Lives for the process, like the centre it posts to.
+    static auto* center = new PXBNotificationCenter;
+    return *center;
+}
+
+void PXBNotificationCenter::postNotificationFromURL(const QUrl& url, const void* object,
+                                                    double delay) {
+    QVariantMap posting{{kURLKey, url}};
+    if (object != nullptr) {
+        posting.insert(kObjectKey, QVariant::fromValue(const_cast<void*>(object)));
+    }
+    platform::performAfter(this, delay, [this, posting] { delayedPosting(posting); });
+}
+
+void PXBNotificationCenter::delayedPosting(const QVariantMap& posting) {
+    postNotificationFromURL(posting.value(kURLKey).toUrl(),
+                            posting.value(kObjectKey).value<void*>());
+}
+
+void PXBNotificationCenter::postNotificationFromURL(const QUrl& url, const void* object) {
+    if (const auto notification = PXBNotification::notificationFromURL(url)) {
+        platform::NotificationCenter::defaultCenter().postNotification(notification->name(), object,
+                                                                       notification->parameters());
+    }
+}

@@ -1,0 +1,236 @@
+#include "ads/net/PXBNetworkUtilities.h"
+#include "ads/signals/PXBSignals.h"
+#include "ads/stats/PXBStatistics.h"
+#include "platform/notificationcenter.h"
+#include "platform/userdefaults.h"
+#include "support/testenv.h"
+
+#include <QTest>
+#include <QThread>
+
+namespace {
+
+class FixedClickSignal : public PXBSignalsModule {
+  public:
+    QString given;
+    bool fillClickSignal(const QString& clickString, QString& signal) override {
+        given = clickString;
+        signal = "sig";
+        return true;
+    }
+};
+
+}  // namespace
+
+class TestStatistics : public QObject {
+    Q_OBJECT
+    testsupport::TempHome home_;
+    std::unique_ptr<platform::UserDefaults> defaults_;
+    std::unique_ptr<PXBStatistics> stats_;
+
+  private slots:
+    void init() {
+        defaults_ = std::make_unique<platform::UserDefaults>(home_.path() + "/" +
+                                                             QTest::currentTestFunction());
+        stats_ = std::make_unique<PXBStatistics>(defaults_.get());
+    }
+    void cleanup() {
+        stats_.reset();
+        defaults_.reset();
+    }
+
+    void typedSettersDropOtherTypes_data() {
+        QTest::addColumn<QString>("setter");
+        QTest::addColumn<QVariant>("value");
+        QTest::addColumn<bool>("stored");
+        QTest::newRow("number") << "number" << QVariant(2.5) << true;
+        QTest::newRow("string as number") << "number" << QVariant("2") << false;
+        QTest::newRow("string") << "string" << QVariant("s") << true;
+        QTest::newRow("null string") << "string" << QVariant(QString()) << false;
+        QTest::newRow("date") << "date" << QVariant(QDateTime::currentDateTimeUtc()) << true;
+        QTest::newRow("number as date") << "date" << QVariant(1) << false;
+        QTest::newRow("array") << "array" << QVariant(QVariantList{1}) << true;
+        QTest::newRow("map as array") << "array" << QVariant(QVariantMap{}) << false;
+        QTest::newRow("dictionary") << "dictionary" << QVariant(QVariantMap{{"a", 1}}) << true;
+        QTest::newRow("nothing") << "dictionary" << QVariant() << false;
+    }
+    void typedSettersDropOtherTypes() {
+        QFETCH(QString, setter);
+        QFETCH(QVariant, value);
+        QFETCH(bool, stored);
+        PXBStatisticsCore core("t", defaults_.get());
+        core.setString("before", "k");
+        using Setter = void (PXBStatisticsCore::*)(const QVariant&, const QString&);
+        const QMap<QString, Setter> setters{{"number", &PXBStatisticsCore::setNumber},
+                                            {"string", &PXBStatisticsCore::setString},
+                                            {"date", &PXBStatisticsCore::setDate},
+                                            {"array", &PXBStatisticsCore::setArray},
+                                            {"dictionary", &PXBStatisticsCore::setDictionary}};
+        (core.*setters.value(setter))(value, "k");
+        QCOMPARE(core.numberForKey("k"), stored ? value : QVariant("before"));
+    }
+
+    void coreCountsAndPersists() {
+        {
+            PXBStatisticsCore core("c", defaults_.get());
+            QCOMPARE(core.userDefaultsKey(), QString("sorvel_stats_c"));
+            QCOMPARE(core.addValue(2, "n"), 2);
+            core.setNumber(1.9, "f");
+            QCOMPARE(core.addValue(1, "f"), 2);
+            core.setString("text", "s");
+            QCOMPARE(core.addValue(5, "s"), 5);
+            core.synchronize();
+            QCOMPARE(defaults_->dictionaryForKey("sorvel_stats_c").value("n").toLongLong(), 2);
+            core.addValue(1, "n");
+        }
+        // Destruction saved the last change.
+        PXBStatisticsCore core("c", defaults_.get());
+        QCOMPARE(core.numberForKey("n").toLongLong(), 3);
+        core.removeAllObjects();
+        QVERIFY(!core.numberForKey("n").isValid());
+    }
+
+    void notAClick_data() {
+        QTest::addColumn<QUrl>("url");
+        QTest::newRow("message") << QUrl("qmsg://x/click?ai=1");
+        QTest::newRow("older message") << QUrl("torvin://launch?url=http%3A%2F%2Fa.example");
+        QTest::newRow("blank") << QUrl("about:blank");
+    }
+    void notAClick() {
+        QFETCH(QUrl, url);
+        stats_->startTimingNamed(kPXBParameterPriorPreClickLatency);
+        QCOMPARE(stats_->urlForClick(url), url);
+        QVERIFY(!stats_->timingNamed(kPXBParameterPriorClickLatency));
+        QVERIFY(stats_->timingNamed(kPXBParameterPriorPreClickLatency)->isActive());
+        const QVariantMap parameters = stats_->parameters();
+        QVERIFY(!parameters.contains(kPXBParameterPriorClickCount));
+        QVERIFY(!parameters.contains(kPXBParameterPriorPreClickLatency));
+    }
+
+    void clickCountsAndStartsTimings() {
+        stats_->startTimingNamed(kPXBParameterPriorPreClickLatency);
+        const QUrl url("http://ad.example/c?x=1&ai=T%20K");
+        QCOMPARE(stats_->urlForClick(url), url);
+        QVERIFY(stats_->isTimingClick());
+        QVERIFY(!stats_->timingNamed(kPXBParameterPriorClickRedirectLatency)->isActive());
+        QVERIFY(!stats_->timingNamed(kPXBParameterPriorPreClickLatency)->isActive());
+        stats_->endTimingNamed(kPXBParameterPriorClickLatency);
+
+        const QVariantMap parameters = stats_->parameters();
+        QCOMPARE(parameters.keys(),
+                 (QStringList{"pai", "pcc", "pcl", "pcrl", "ppcl", "session_id"}));
+        QCOMPARE(parameters.value("pai").toString(), QString("T%20K"));
+        QCOMPARE(parameters.value("pcc").toInt(), 1);
+        QCOMPARE(parameters.value("pcl").typeId(), QMetaType::QString);
+        QVERIFY(!stats_->timingNamed(kPXBParameterPriorClickLatency));
+
+        // Nothing of the click is left for the following request.
+        QCOMPARE(stats_->parameters().keys(), QStringList{"session_id"});
+    }
+
+    void clickSignalBecomesAQueryKey() {
+        auto module = std::make_unique<FixedClickSignal>();
+        FixedClickSignal* fixed = module.get();
+        PXBSignals::installModule(std::move(module));
+        const QUrl url("http://ad.example/c?ai=abc");
+        const QUrl opened = stats_->urlForClick(url);
+        QUrl plain("http://ad.example/c");
+        const QUrl notSignalled = stats_->urlForClick(plain);
+        PXBSignals::installModule(nullptr);
+        QCOMPARE(fixed->given, QString("abc"));
+        QCOMPARE(opened, PXBNetworkUtilities::appendQueryKey("sig", QVariant(), url));
+        QVERIFY(opened.query().contains("sig"));
+        QCOMPARE(notSignalled, plain);
+    }
+
+    void twoRequestsInARow() {
+        stats_->startTimingNamed(kPXBParameterTimeSinceFirstRequest);
+        stats_->incrementAdRequestCount();
+        const QVariantMap first = stats_->parameters();
+        QThread::msleep(30);
+        stats_->incrementAdRequestCount();
+        const QVariantMap second = stats_->parameters();
+        QCOMPARE(second.value("session_id"), first.value("session_id"));
+        QCOMPARE(second.value("preqs").toInt(), first.value("preqs").toInt() + 1);
+        QVERIFY(second.value("ptime").toString().toInt() >=
+                first.value("ptime").toString().toInt() + 30);
+    }
+
+    void backgroundedClickReportsMillisecondsSinceTheClick() {
+        stats_->urlForClick(QUrl("http://ad.example/c"));
+        stats_->setClickBackgroundedApp();
+        QThread::msleep(40);
+        const QVariantMap parameters = stats_->parameters();
+        QCOMPARE(parameters.value("pcl").typeId(), QMetaType::UInt);
+        QVERIFY(parameters.value("pcl").toUInt() >= 40);
+        QCOMPARE(parameters.value("pclb").toInt(), 1);
+        QVERIFY(!parameters.contains("date"));
+        QVERIFY(!stats_->parameters().contains("pclb"));
+    }
+
+    void impressionTicketFromClickTracking_data() {
+        QTest::addColumn<QUrl>("url");
+        QTest::addColumn<QString>("ticket");
+        QTest::newRow("older network") << QUrl("http://ads.torvin.com/ck/T123") << "T123";
+        QTest::newRow("five characters") << QUrl("http://torvin.com/abcd") << "d";
+        QTest::newRow("four characters") << QUrl("http://ads.torvin.com/abc") << "";
+        QTest::newRow("other network") << QUrl("http://ads.example.com/ck/T123") << "";
+    }
+    void impressionTicketFromClickTracking() {
+        QFETCH(QUrl, url);
+        QFETCH(QString, ticket);
+        stats_->addClickTrackingURL(url);  // no click yet: lost
+        stats_->urlForClick(QUrl("http://ad.example/c"));
+        stats_->addClickTrackingURL(url);
+        const QVariantMap parameters = stats_->parameters();
+        QCOMPARE(parameters.value("pit").toString(), ticket);
+        QCOMPARE(parameters.contains("pit"), !ticket.isEmpty());
+    }
+
+    void countersAndFlagsAreReportedOnce() {
+        stats_->setAdRequestCount(7);
+        stats_->setBreakOutToSafari();
+        stats_->setAppOpenInterstitialTimeOut();
+        stats_->setAppOpenInterstitialNoFill();
+        stats_->incrementPageNavigationCount();
+        stats_->incrementPageNavigationCount();
+        stats_->incrementSSLPageNavigationCount();
+        const QVariantMap first = stats_->parameters();
+        for (const auto& [key, value] :
+             std::initializer_list<std::pair<QString, int>>{{"preqs", 7},
+                                                            {"pcbo", 1},
+                                                            {"aoi_timedout", 1},
+                                                            {"aoi_nofill", 1},
+                                                            {"plpnc", 2},
+                                                            {"plpsnc", 1}}) {
+            QCOMPARE(first.value(key).toInt(), value);
+        }
+        QCOMPARE(stats_->parameters().keys(), (QStringList{"preqs", "session_id"}));
+        QCOMPARE(stats_->adRequestCount(), 7);
+    }
+
+    void terminationSavesTimingsButNotCounters() {
+        stats_->incrementClickCount();
+        stats_->startTimingNamed(kPXBParameterTimeSinceFirstRequest);
+        platform::NotificationCenter::defaultCenter().postNotification(
+            "UIApplicationWillTerminateNotification");
+        QVERIFY(defaults_->dictionaryForKey("sorvel_timing_shared").contains("ptime"));
+        QVERIFY(!defaults_->objectForKey("sorvel_stats_shared").isValid());
+        stats_->synchronize();
+        QCOMPARE(defaults_->dictionaryForKey("sorvel_stats_shared").value("pcc").toInt(), 1);
+    }
+
+    void sharedStatisticsAndItsRelease() {
+        // The shared object reads the standard defaults, isolated by the temporary home.
+        PXBStatistics* first = &PXBStatistics::sharedStatistics();
+        QCOMPARE(&PXBStatistics::sharedStatistics(), first);
+        first->startTimingNamed(kPXBParameterTimeSinceFirstRequest);
+        PXBStatistics::releaseSharedStatistics();
+        // Released statistics save on the way out, so the new session finds the timing.
+        QVERIFY(PXBStatistics::sharedStatistics().timingNamed(kPXBParameterTimeSinceFirstRequest));
+        PXBStatistics::releaseSharedStatistics();
+    }
+};
+
+QTEST_GUILESS_MAIN(TestStatistics)
+#include "tst_statistics.moc"
