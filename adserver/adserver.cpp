@@ -1,0 +1,772 @@
+#include "adserver/adserver.h"
+
+#include "adserver/http.h"
+#include "adserver/inventory.h"
+#include "adserver/locationcode.h"
+#include "adserver/requestlog.h"
+
+#include <QFile>
+#include <QHash>
+#include <QJsonDocument>
+#include <QLocale>
+#include <QRegularExpression>
+#include <QTimeZone>
+
+namespace adserver {
+
+namespace {
+
+const QString kScriptPath = QStringLiteral("/zelm/sdk-core-v40.js");
+const QString kAdPath = QStringLiteral("/ad");
+const QString kDemoInventory = QStringLiteral(":/adserver/demo-inventory.json");
+constexpr char kCompiledLocationKey[] = "5b1e0c7a93d24f86a1c03e9b7d52f418";
+
+// Static pages: path, resource, content type.
+struct Page {
+    const char* path;
+    const char* resource;
+    const char* type;
+};
+constexpr Page kPages[] = {
+    {"/landing/", ":/adserver/www/landing/index.html", "text/html; charset=utf-8"},
+    {"/landing/index.html", ":/adserver/www/landing/index.html", "text/html; charset=utf-8"},
+    {"/landing/menu.html", ":/adserver/www/landing/menu.html", "text/html; charset=utf-8"},
+    {"/landing/visit.html", ":/adserver/www/landing/visit.html", "text/html; charset=utf-8"},
+    {"/landing/secure.html", ":/adserver/www/landing/secure.html", "text/html; charset=utf-8"},
+    {"/webapp/", ":/adserver/www/webapp.html", "text/html; charset=utf-8"},
+};
+
+// A 1x1 transparent GIF for impression pixels.
+const QByteArray& pixelGif() {
+    static const QByteArray gif =
+        QByteArray::fromBase64("R0lGODlhAQABAIAAAAAAAP///yH5BAEAAAAALAAAAAABAAEAAAIBRAA7");
+    return gif;
+}
+
+QString readResource(const QString& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+}
+
+QString encoded(const QString& text) {
+    return QString::fromLatin1(QUrl::toPercentEncoding(text));
+}
+
+QString htmlEscape(const QString& text) {
+    return text.toHtmlEscaped();
+}
+
+// JSON that may stand inside a <script> element.
+QString scriptJson(const QJsonValue& value) {
+    QJsonArray wrapper{value};
+    QString text = QString::fromUtf8(QJsonDocument(wrapper).toJson(QJsonDocument::Compact));
+    text = text.mid(1, text.size() - 2);
+    return text.replace(QLatin1String("</"), QLatin1String("<\\/"))
+        .replace(QLatin1String("<!--"), QLatin1String("<\\!--"));
+}
+
+// Query pairs split at "&", escapes decoded as UTF-8; "+" stays "+", as the client writes
+// blanks as %20. Malformed escapes are kept as they are.
+QList<QPair<QString, QString>> queryPairs(const QByteArray& raw) {
+    QList<QPair<QString, QString>> pairs;
+    const QList<QByteArray> pieces = raw.split('&');
+    for (const QByteArray& piece : pieces) {
+        if (piece.isEmpty()) {
+            continue;
+        }
+        const qsizetype eq = piece.indexOf('=');
+        const QByteArray key = eq < 0 ? piece : piece.left(eq);
+        const QByteArray value = eq < 0 ? QByteArray() : piece.mid(eq + 1);
+        pairs.append({QString::fromUtf8(QByteArray::fromPercentEncoding(key)),
+                      QString::fromUtf8(QByteArray::fromPercentEncoding(value))});
+    }
+    return pairs;
+}
+
+QHash<QString, QString> queryMap(const QByteArray& raw) {
+    QHash<QString, QString> map;
+    for (const auto& [key, value] : queryPairs(raw)) {
+        map.insert(key, value);
+    }
+    return map;
+}
+
+QDateTime parseHttpDate(QString text) {
+    text = text.trimmed();
+    for (const char* zone : {"GMT", "UTC"}) {
+        if (text.endsWith(QLatin1String(zone))) {
+            text.chop(3);
+        }
+    }
+    text = text.trimmed();
+    for (const char* format : {"ddd, dd MMM yyyy HH:mm:ss", "ddd, d MMM yyyy HH:mm:ss"}) {
+        QDateTime time = QLocale::c().toDateTime(text, QLatin1String(format));
+        if (time.isValid()) {
+            time.setTimeSpec(Qt::UTC);
+            return time;
+        }
+    }
+    return {};
+}
+
+QByteArray httpDate(const QDateTime& time) {
+    return QLocale::c()
+        .toString(time.toUTC(), QStringLiteral("ddd, dd MMM yyyy HH:mm:ss 'GMT'"))
+        .toLatin1();
+}
+
+HttpResponse textResponse(int status, const QString& text,
+                          const QByteArray& type = "text/plain; charset=utf-8") {
+    HttpResponse response;
+    response.status = status;
+    response.setHeader("Content-Type", type);
+    response.body = text.toUtf8();
+    return response;
+}
+
+HttpResponse jsonResponse(const QJsonValue& value) {
+    HttpResponse response;
+    response.setHeader("Content-Type", "application/json");
+    response.setHeader("Cache-Control", "no-store");
+    response.body = value.isObject() ? QJsonDocument(value.toObject()).toJson()
+                                     : QJsonDocument(value.toArray()).toJson();
+    return response;
+}
+
+}  // namespace
+
+struct AdServer::Private {
+    AdServer* q;
+    HttpListener listener;
+    RequestLog log;
+    Inventory inventory;
+    QByteArray locationKey;
+    QString error;
+    QHostAddress host;
+    ServerLimits limits;
+    QHash<QString, QJsonObject> pathFaults;  // set through the API; over the inventory's
+    QHash<QString, qint64> rotation;         // next creative index per ad unit
+    qint64 serial = 0;                       // numbers each served ad
+    QDateTime scriptModified;                // the script's Last-Modified, whole seconds
+    QString scriptTemplate;
+
+    explicit Private(AdServer* owner) : q(owner), listener(owner) {}
+
+    QString origin(const HttpRequest& request) const;
+    QString scriptText(const QString& origin) const;
+    Faults faultsFor(const HttpRequest& request, const QHash<QString, QString>& query,
+                     const QJsonObject& base) const;
+    HttpResponse handle(const HttpRequest& request);
+    HttpResponse serveScript(const HttpRequest& request, const QHash<QString, QString>& query);
+    HttpResponse serveAd(const HttpRequest& request, const QHash<QString, QString>& query);
+    HttpResponse serveRedirect(const HttpRequest& request, const QHash<QString, QString>& query);
+    HttpResponse serveClick(const HttpRequest& request, const QHash<QString, QString>& query);
+    HttpResponse servePreview(const HttpRequest& request, const QString& id);
+    HttpResponse serveIndex(const HttpRequest& request);
+    QString renderCreative(const Creative& creative, const QString& unit, qint64 serial,
+                           const QString& origin) const;
+    QString landingUrl(const Creative& creative, const QString& origin) const;
+    void applyFaults(HttpResponse& response, const Faults& faults) const;
+    void record(const HttpRequest& request, const HttpResponse& response, bool abandoned);
+};
+
+QString AdServer::Private::origin(const HttpRequest& request) const {
+    static const QRegularExpression hostPattern(
+        QStringLiteral("^([A-Za-z0-9.-]+|\\[[0-9A-Fa-f:.]+\\])(:[0-9]{1,5})?$"));
+    const QString hostHeader = QString::fromLatin1(request.header("Host"));
+    if (hostPattern.match(hostHeader).hasMatch()) {
+        return QStringLiteral("http://") + hostHeader;
+    }
+    return QStringLiteral("http://") + q->hostAndPort();
+}
+
+QString AdServer::Private::scriptText(const QString& origin) const {
+    QJsonObject units;
+    for (const AdUnit& unit : inventory.adUnits) {
+        QJsonObject entry{{QStringLiteral("type"), unit.type},
+                          {QStringLiteral("paused"), unit.paused}};
+        if (!unit.scriptReply.isEmpty()) {
+            entry.insert(QStringLiteral("reply"), unit.scriptReply);
+        }
+        units.insert(unit.id, entry);
+    }
+    QString text = scriptTemplate;
+    text.replace(QLatin1String("__ZELM_ORIGIN__"), scriptJson(origin));
+    text.replace(QLatin1String("__ZELM_UNITS__"), scriptJson(units));
+    return text;
+}
+
+Faults AdServer::Private::faultsFor(const HttpRequest& request,
+                                    const QHash<QString, QString>& query,
+                                    const QJsonObject& base) const {
+    Faults faults;
+    faults.mergeJson(base);
+    faults.mergeJson(inventory.pathFaults.value(request.path));
+    faults.mergeJson(pathFaults.value(request.path));
+    // The client passes the request's additional parameters through as JSON under "extras".
+    const QJsonObject extras =
+        QJsonDocument::fromJson(query.value(QStringLiteral("extras")).toUtf8()).object();
+    QHash<QString, QString> fromExtras;
+    for (auto it = extras.begin(); it != extras.end(); ++it) {
+        fromExtras.insert(it.key(), it.value().isString() ? it.value().toString()
+                                                          : it.value().toVariant().toString());
+    }
+    faults.mergePrefixed(fromExtras);
+    faults.mergePrefixed(query);
+    return faults;
+}
+
+void AdServer::Private::applyFaults(HttpResponse& response, const Faults& faults) const {
+    if (faults.status) {
+        response.status = *faults.status;
+        response.body =
+            QByteArrayLiteral("status ") + QByteArray::number(*faults.status) + " on request\n";
+        response.setHeader("Content-Type", "text/plain; charset=utf-8");
+    }
+    if (faults.oversizeBytes > response.body.size()) {
+        const bool html = response.header("Content-Type").startsWith("text/html");
+        QByteArray padding(faults.oversizeBytes - response.body.size(), ' ');
+        if (html && padding.size() >= 7) {
+            padding.replace(0, 4, "<!--");
+            padding.replace(padding.size() - 3, 3, "-->");
+        }
+        response.body += padding;
+    }
+    if (faults.emptyBody) {
+        response.body.clear();
+    }
+    if (faults.repeatedHeader) {
+        QList<QPair<QByteArray, QByteArray>> repeated;
+        for (const auto& header : std::as_const(response.headers)) {
+            if (header.first.startsWith("X-Zelm-")) {
+                repeated.append(header);
+            }
+        }
+        if (repeated.isEmpty()) {
+            repeated = {{"X-Zelm-Refresh-Rate", "30"}, {"X-Zelm-Refresh-Rate", "60"}};
+        }
+        response.headers += repeated;
+    }
+    if (faults.malformedHeader) {
+        response.headers.append({QByteArray(), "X-Zelm-Malformed header line without a colon"});
+    }
+    response.delayMs = faults.delayMs;
+    response.drop = faults.drop;
+}
+
+QString AdServer::Private::landingUrl(const Creative& creative, const QString& origin) const {
+    const QString landing =
+        creative.landing.isEmpty() ? QStringLiteral("/landing/") : creative.landing;
+    return landing.startsWith(QLatin1Char('/')) ? origin + landing : landing;
+}
+
+QString AdServer::Private::renderCreative(const Creative& creative, const QString& unit,
+                                          qint64 serial, const QString& origin) const {
+    const QString tag =
+        QStringLiteral("c=%1&u=%2&n=%3").arg(encoded(creative.id), encoded(unit)).arg(serial);
+    const QString clickUrl = origin + QStringLiteral("/t/click?") + tag;
+    const QString landing = landingUrl(creative, origin);
+    const QString webApp = origin + QStringLiteral("/webapp/?") + tag;
+    const QJsonObject ad{{QStringLiteral("origin"), origin},
+                         {QStringLiteral("creative"), creative.id},
+                         {QStringLiteral("adUnit"), unit},
+                         {QStringLiteral("serial"), double(serial)},
+                         {QStringLiteral("clickUrl"), clickUrl},
+                         {QStringLiteral("landingUrl"), landing},
+                         {QStringLiteral("webAppUrl"), webApp},
+                         {QStringLiteral("scriptUrl"), origin + kScriptPath}};
+    QString html = creative.html;
+    html.replace(QLatin1String("{{BRIDGE}}"),
+                 QStringLiteral("<script>") + scriptText(origin) + QStringLiteral("</script>"));
+    html.replace(QLatin1String("{{AD_JSON}}"), scriptJson(ad));
+    html.replace(QLatin1String("{{ORIGIN}}"), htmlEscape(origin));
+    html.replace(QLatin1String("{{CLICK_URL}}"), htmlEscape(clickUrl));
+    html.replace(QLatin1String("{{LANDING_URL}}"), htmlEscape(landing));
+    html.replace(QLatin1String("{{WEBAPP_URL}}"), htmlEscape(webApp));
+    html.replace(QLatin1String("{{CREATIVE}}"), htmlEscape(creative.id));
+    html.replace(QLatin1String("{{AD_UNIT}}"), htmlEscape(unit));
+    html.replace(QLatin1String("{{SERIAL}}"), QString::number(serial));
+    return html;
+}
+
+HttpResponse AdServer::Private::serveScript(const HttpRequest& request,
+                                            const QHash<QString, QString>& query) {
+    HttpResponse response;
+    response.setHeader("Content-Type", "application/javascript; charset=utf-8");
+    response.setHeader("Last-Modified", httpDate(scriptModified));
+    const QDateTime since = parseHttpDate(QString::fromLatin1(request.header("If-Modified-Since")));
+    if (since.isValid() && since >= scriptModified) {
+        response.status = 304;
+    } else {
+        response.body = scriptText(origin(request)).toUtf8();
+    }
+    applyFaults(response, faultsFor(request, query, {}));
+    return response;
+}
+
+HttpResponse AdServer::Private::serveAd(const HttpRequest& request,
+                                        const QHash<QString, QString>& query) {
+    const QString slot = query.value(QStringLiteral("slotname"));
+    if (!isWellFormedAdUnitID(slot)) {
+        HttpResponse response = textResponse(
+            400, QStringLiteral("the ad unit identifier must be 15 lower-case hexadecimal "
+                                "characters\n"));
+        applyFaults(response, faultsFor(request, query, {}));
+        return response;
+    }
+    const QString here = origin(request);
+    const AdUnit* unit = inventory.adUnit(slot);
+    Faults faults;
+    const Creative* creative = nullptr;
+    if (unit && !unit->paused && !unit->creatives.isEmpty()) {
+        faults = faultsFor(request, query, {});
+        QString id = faults.creative;
+        if (!inventory.creatives.contains(id)) {
+            const qint64 index = rotation.value(unit->id);
+            rotation.insert(unit->id, index + 1);
+            id = unit->creatives.at(index % unit->creatives.size());
+        }
+        creative = &inventory.creatives[id];
+        faults = faultsFor(request, query, creative->faults);
+        if (!faults.creative.isEmpty() && inventory.creatives.contains(faults.creative)) {
+            creative = &inventory.creatives[faults.creative];
+        }
+    } else {
+        faults = faultsFor(request, query, {});
+    }
+
+    HttpResponse response;
+    response.setHeader("Content-Type", "text/html; charset=utf-8");
+    response.setHeader("Cache-Control", "no-store");
+    const bool redirected = query.contains(QStringLiteral("zf_hop"));
+    if ((faults.redirects > 0 || faults.redirectLoop) && !redirected) {
+        // Send the client through /r; the last hop comes back here marked as redirected.
+        QByteArray back = request.rawQuery;
+        back += QByteArray(back.isEmpty() ? "" : "&") + "zf_hop=1";
+        QString hop = QStringLiteral("/r?left=%1").arg(faults.redirects);
+        if (faults.redirectLoop) {
+            hop += QStringLiteral("&loop=1");
+        }
+        if (creative) {
+            hop += QStringLiteral("&c=") + encoded(creative->id);
+        }
+        hop += QStringLiteral("&to=") +
+               encoded(here + kAdPath + QStringLiteral("?") + QString::fromLatin1(back));
+        response.status = 302;
+        response.setHeader("Location", (here + hop).toUtf8());
+        response.delayMs = faults.delayMs;
+        response.drop = faults.drop;
+        return response;
+    }
+
+    if (creative) {
+        const qint64 n = ++serial;
+        const QString tag =
+            QStringLiteral("c=%1&u=%2&n=%3").arg(encoded(creative->id), slot).arg(n);
+        auto absolute = [&here](const QString& url) {
+            return url.startsWith(QLatin1Char('/')) ? here + url : url;
+        };
+        QStringList tracking;
+        if (creative->trackImpressions) {
+            tracking.append(here + QStringLiteral("/t/imp?") + tag +
+                            (creative->impressionResponse == QLatin1String("gif")
+                                 ? QStringLiteral("&img=1")
+                                 : QString()));
+        }
+        for (const QString& url : creative->trackingUrls) {
+            tracking.append(absolute(url));
+        }
+        QStringList clicks;
+        if (creative->trackClicks) {
+            clicks.append(here + QStringLiteral("/t/ctrk?") + tag);
+        }
+        for (const QString& url : creative->clickTrackingUrls) {
+            clicks.append(absolute(url));
+        }
+        if (!tracking.isEmpty()) {
+            response.setHeader("X-Zelm-Tracking-Urls", tracking.join(QLatin1Char(' ')).toUtf8());
+        }
+        if (!clicks.isEmpty()) {
+            response.setHeader("X-Zelm-Click-Tracking-Urls",
+                               clicks.join(QLatin1Char(' ')).toUtf8());
+        }
+        if (!creative->refreshRate.isEmpty()) {
+            response.setHeader("X-Zelm-Refresh-Rate", creative->refreshRate.toUtf8());
+        }
+        if (!creative->orientation.isEmpty()) {
+            response.setHeader("X-Zelm-Orientation", creative->orientation.toUtf8());
+        }
+        if (!creative->interstitialTimeout.isEmpty()) {
+            response.setHeader("X-Zelm-Interstitial-Timeout",
+                               creative->interstitialTimeout.toUtf8());
+        }
+        response.setHeader("X-Sorvel-Creative", creative->id.toUtf8());
+        response.body = renderCreative(*creative, slot, n, here).toUtf8();
+    }
+    // Unknown, paused or empty ad units get an empty body: no fill.
+    applyFaults(response, faults);
+    return response;
+}
+
+HttpResponse AdServer::Private::serveRedirect(const HttpRequest& request,
+                                              const QHash<QString, QString>& query) {
+    HttpResponse response;
+    response.status = 302;
+    const QString here = origin(request);
+    const int left = query.value(QStringLiteral("left")).toInt();
+    const QString creative = query.value(QStringLiteral("c"));
+    const QString to = query.value(QStringLiteral("to"));
+    QString next;
+    if (query.value(QStringLiteral("loop")) == QLatin1String("1")) {
+        // Two addresses that send the client to each other for ever.
+        const int hop = query.value(QStringLiteral("hop")).toInt() == 0 ? 1 : 0;
+        next = here + QStringLiteral("/r?loop=1&hop=%1").arg(hop);
+    } else if (left > 1) {
+        next = here + QStringLiteral("/r?left=%1&c=%2&to=%3")
+                          .arg(QString::number(left - 1), encoded(creative), encoded(to));
+    } else {
+        // Only ever back to this server's ad endpoint.
+        next = to.startsWith(here + kAdPath + QLatin1Char('?')) ? to : here + kAdPath;
+    }
+    response.setHeader("Location", next.toUtf8());
+    // Redirect hops may carry tracking URLs too; the client gathers them from every hop.
+    if (!creative.isEmpty()) {
+        response.setHeader("X-Zelm-Tracking-Urls",
+                           (here + QStringLiteral("/t/imp?hop=1&c=") + encoded(creative)).toUtf8());
+    }
+    applyFaults(response, faultsFor(request, query, {}));
+    return response;
+}
+
+HttpResponse AdServer::Private::serveClick(const HttpRequest& request,
+                                           const QHash<QString, QString>& query) {
+    const auto it = inventory.creatives.constFind(query.value(QStringLiteral("c")));
+    HttpResponse response;
+    if (it == inventory.creatives.constEnd()) {
+        response = textResponse(404, QStringLiteral("unknown creative\n"));
+    } else {
+        response.status = 302;
+        response.setHeader("Location", landingUrl(*it, origin(request)).toUtf8());
+        response.setHeader("Cache-Control", "no-store");
+    }
+    applyFaults(response, faultsFor(request, query, {}));
+    return response;
+}
+
+HttpResponse AdServer::Private::servePreview(const HttpRequest& request, const QString& id) {
+    const QString here = origin(request);
+    if (!id.isEmpty()) {
+        const auto it = inventory.creatives.constFind(id);
+        if (it == inventory.creatives.constEnd()) {
+            return textResponse(404, QStringLiteral("unknown creative\n"));
+        }
+        HttpResponse response =
+            textResponse(200, renderCreative(*it, QStringLiteral("preview"), 0, here),
+                         "text/html; charset=utf-8");
+        return response;
+    }
+    QStringList ids = inventory.creatives.keys();
+    ids.sort();
+    QString html = QStringLiteral(
+        "<!DOCTYPE html><html><head><meta charset=\"utf-8\"><title>Creatives</title>"
+        "<style>body{font:14px sans-serif;background:#eee;margin:16px}"
+        "figure{margin:0 0 14px}figcaption{margin-bottom:4px;color:#444}"
+        "iframe{width:320px;height:50px;border:0;display:block;background:#fff}</style>"
+        "</head><body>");
+    for (const QString& creative : ids) {
+        html += QStringLiteral(
+                    "<figure><figcaption>%1</figcaption>"
+                    "<iframe src=\"/preview/%1\" scrolling=\"no\"></iframe></figure>")
+                    .arg(htmlEscape(creative));
+    }
+    html += QStringLiteral("</body></html>");
+    return textResponse(200, html, "text/html; charset=utf-8");
+}
+
+HttpResponse AdServer::Private::serveIndex(const HttpRequest& request) {
+    QString html =
+        QStringLiteral(
+            "<!DOCTYPE html><html><head><meta charset=\"utf-8\"><title>Sorvel ad server</title>"
+            "<style>body{font:15px sans-serif;margin:24px;max-width:760px}code{background:#eee;"
+            "padding:1px 4px}td,th{padding:3px 10px;text-align:left}</style></head><body>"
+            "<h1>Sorvel reference ad server</h1><p>Support script: <a href=\"%1\">%1</a></p>"
+            "<p><a href=\"/preview/\">All creatives</a> &middot; <a href=\"/log\">Request log</a> "
+            "&middot; <a href=\"/landing/\">Landing site</a></p><h2>Ad units</h2>"
+            "<table><tr><th>id</th><th>name</th><th>state</th><th>creatives</th></tr>")
+            .arg(htmlEscape(origin(request) + kScriptPath));
+    for (const AdUnit& unit : inventory.adUnits) {
+        html += QStringLiteral("<tr><td><code>%1</code></td><td>%2</td><td>%3</td><td>%4</td></tr>")
+                    .arg(htmlEscape(unit.id), htmlEscape(unit.name),
+                         unit.paused ? QStringLiteral("paused") : QStringLiteral("active"),
+                         htmlEscape(unit.creatives.join(QStringLiteral(", "))));
+    }
+    html += QStringLiteral("</table></body></html>");
+    return textResponse(200, html, "text/html; charset=utf-8");
+}
+
+HttpResponse AdServer::Private::handle(const HttpRequest& request) {
+    const QHash<QString, QString> query = queryMap(request.rawQuery);
+    const QString& path = request.path;
+    if (path == kScriptPath) {
+        return serveScript(request, query);
+    }
+    if (path == kAdPath) {
+        return serveAd(request, query);
+    }
+    if (path == QLatin1String("/r")) {
+        return serveRedirect(request, query);
+    }
+    if (path == QLatin1String("/t/click")) {
+        return serveClick(request, query);
+    }
+    if (path == QLatin1String("/t/imp") || path == QLatin1String("/t/ctrk") ||
+        path == QLatin1String("/msg")) {
+        HttpResponse response;
+        response.status = 204;
+        if (query.value(QStringLiteral("img")) == QLatin1String("1")) {
+            response.status = 200;
+            response.setHeader("Content-Type", "image/gif");
+            response.body = pixelGif();
+        }
+        response.setHeader("Cache-Control", "no-store");
+        applyFaults(response, faultsFor(request, query, {}));
+        return response;
+    }
+    if (path == QLatin1String("/log")) {
+        bool ok = false;
+        const qint64 since = query.value(QStringLiteral("since")).toLongLong(&ok);
+        return jsonResponse(QJsonObject{{QStringLiteral("last"), double(log.lastSeq())},
+                                        {QStringLiteral("entries"), log.since(ok ? since : 0)}});
+    }
+    if (path == QLatin1String("/")) {
+        return serveIndex(request);
+    }
+    if (path == QLatin1String("/preview") || path.startsWith(QLatin1String("/preview/"))) {
+        return servePreview(request, path.mid(9));
+    }
+    for (const Page& page : kPages) {
+        if (path == QLatin1String(page.path)) {
+            QString html = readResource(QString::fromLatin1(page.resource));
+            const QString here = origin(request);
+            html.replace(
+                QLatin1String("{{BRIDGE}}"),
+                QStringLiteral("<script>") + scriptText(here) + QStringLiteral("</script>"));
+            html.replace(QLatin1String("{{ORIGIN}}"), htmlEscape(here));
+            html.replace(QLatin1String("{{SECURE_ORIGIN}}"),
+                         htmlEscape(QStringLiteral("https") + here.mid(4)));
+            HttpResponse response = textResponse(200, html, page.type);
+            applyFaults(response, faultsFor(request, query, {}));
+            return response;
+        }
+    }
+    return textResponse(404, QStringLiteral("not found\n"));
+}
+
+void AdServer::Private::record(const HttpRequest& request, const HttpResponse& response,
+                               bool abandoned) {
+    if (request.path == QLatin1String("/log")) {
+        return;  // reading the log would otherwise fill it
+    }
+    QJsonObject query;
+    QJsonObject uule;
+    for (const auto& [key, value] : queryPairs(request.rawQuery)) {
+        query.insert(key, value);
+        if (key == QLatin1String("uule")) {
+            uule = decodeLocation(value, locationKey).toJson();
+        }
+    }
+    QJsonObject headers;
+    for (const char* name : {"User-Agent", "If-Modified-Since", "Referer", "Host"}) {
+        const QByteArray value = request.header(name);
+        if (!value.isNull()) {
+            headers.insert(QLatin1String(name), QString::fromUtf8(value));
+        }
+    }
+    QJsonObject entry{
+        {QStringLiteral("time"), request.received.toUTC().toString(Qt::ISODateWithMs)},
+        {QStringLiteral("method"), QString::fromLatin1(request.method)},
+        {QStringLiteral("path"), request.path},
+        {QStringLiteral("query"), query},
+        {QStringLiteral("headers"), headers},
+        {QStringLiteral("status"), response.status},
+    };
+    if (!uule.isEmpty()) {
+        entry.insert(QStringLiteral("uule"), uule);
+    }
+    const QByteArray creative = response.header("X-Sorvel-Creative");
+    if (!creative.isEmpty()) {
+        entry.insert(QStringLiteral("creative"), QString::fromUtf8(creative));
+    }
+    if (request.path == kAdPath && response.status == 200 && response.body.isEmpty()) {
+        entry.insert(QStringLiteral("noFill"), true);
+    }
+    if (abandoned) {
+        entry.insert(QStringLiteral("abandoned"), true);
+    }
+    emit q->requestLogged(log.append(entry));
+}
+
+AdServer::AdServer(QObject* parent) : QObject(parent), d(std::make_unique<Private>(this)) {
+    d->locationKey = defaultLocationKey();
+    d->scriptTemplate = readResource(QStringLiteral(":/adserver/www/sdk-core-v40.js"));
+    d->listener.setHandler([this](const HttpRequest& request) { return d->handle(request); });
+    d->listener.setCompletion([this](const HttpRequest& request, const HttpResponse& response,
+                                     bool abandoned) { d->record(request, response, abandoned); });
+    setLimits(ServerLimits());
+}
+
+AdServer::~AdServer() = default;
+
+bool AdServer::start(quint16 port, const QString& host, const QString& inventoryPath) {
+    stop();
+    d->error.clear();
+    if (!loadInventory(inventoryPath)) {
+        return false;
+    }
+    QHostAddress address;
+    if (host.isEmpty() || host == QLatin1String("localhost")) {
+        address = QHostAddress::LocalHost;
+    } else if (!address.setAddress(host)) {
+        d->error = QStringLiteral("not an IP address: %1").arg(host);
+        return false;
+    }
+    if (!d->listener.listen(address, port)) {
+        d->error = QStringLiteral("cannot listen on %1:%2: %3")
+                       .arg(host)
+                       .arg(port)
+                       .arg(d->listener.errorString());
+        return false;
+    }
+    d->host = address;
+    return true;
+}
+
+void AdServer::stop() {
+    d->listener.close();
+}
+
+bool AdServer::isListening() const {
+    return d->listener.isListening();
+}
+
+QString AdServer::errorString() const {
+    return d->error;
+}
+
+quint16 AdServer::port() const {
+    return d->listener.isListening() ? d->listener.port() : 0;
+}
+
+QString AdServer::hostAndPort() const {
+    QHostAddress shown = d->host;
+    if (shown.isNull() || shown == QHostAddress::Any || shown == QHostAddress::AnyIPv4) {
+        shown = QHostAddress::LocalHost;
+    } else if (shown == QHostAddress::AnyIPv6) {
+        shown = QHostAddress::LocalHostIPv6;
+    }
+    const QString name = shown.protocol() == QAbstractSocket::IPv6Protocol
+                             ? QStringLiteral("[%1]").arg(shown.toString())
+                             : shown.toString();
+    return QStringLiteral("%1:%2").arg(name).arg(port());
+}
+
+QUrl AdServer::url() const {
+    return QUrl(QStringLiteral("http://%1/").arg(hostAndPort()));
+}
+
+QUrl AdServer::scriptUrl() const {
+    return url().resolved(QUrl(kScriptPath.mid(1)));
+}
+
+QUrl AdServer::adEndpointUrl() const {
+    return url().resolved(QUrl(kAdPath.mid(1)));
+}
+
+QStringList AdServer::adUnitIDs() const {
+    QStringList ids;
+    for (const AdUnit& unit : d->inventory.adUnits) {
+        ids.append(unit.id);
+    }
+    return ids;
+}
+
+QString AdServer::defaultAdUnitID() const {
+    return d->inventory.defaultAdUnit;
+}
+
+bool AdServer::loadInventory(const QString& inventoryPath) {
+    QString error;
+    auto inventory =
+        Inventory::load(inventoryPath.isEmpty() ? kDemoInventory : inventoryPath, &error);
+    if (!inventory) {
+        d->error = error;
+        return false;
+    }
+    d->inventory = std::move(*inventory);
+    d->rotation.clear();
+    // The script embeds the inventory's units, so it changes with each load.
+    const qint64 now = QDateTime::currentSecsSinceEpoch();
+    const qint64 previous = d->scriptModified.isValid() ? d->scriptModified.toSecsSinceEpoch() : 0;
+    d->scriptModified = QDateTime::fromSecsSinceEpoch(qMax(now, previous + 1), Qt::UTC);
+    return true;
+}
+
+QByteArray AdServer::defaultLocationKey() {
+    const QByteArray fromEnvironment =
+        locationKeyFromHex(QString::fromLatin1(qgetenv("SORVEL_LOCATION_KEY")));
+    return fromEnvironment.isEmpty() ? QByteArray::fromHex(kCompiledLocationKey) : fromEnvironment;
+}
+
+QByteArray AdServer::locationKey() const {
+    return d->locationKey;
+}
+
+bool AdServer::setLocationKeyHex(const QString& hex) {
+    const QByteArray key = locationKeyFromHex(hex);
+    if (key.isEmpty()) {
+        return false;
+    }
+    d->locationKey = key;
+    return true;
+}
+
+bool AdServer::setLogFile(const QString& path) {
+    if (!d->log.setFile(path)) {
+        d->error = d->log.errorString();
+        return false;
+    }
+    return true;
+}
+
+QJsonArray AdServer::logEntries(qint64 since) const {
+    return d->log.since(since);
+}
+
+qint64 AdServer::lastLogSeq() const {
+    return d->log.lastSeq();
+}
+
+void AdServer::clearLog() {
+    d->log.clear();
+}
+
+void AdServer::setPathFaults(const QString& path, const QJsonObject& faults) {
+    if (faults.isEmpty()) {
+        d->pathFaults.remove(path);
+    } else {
+        d->pathFaults.insert(path, faults);
+    }
+}
+
+void AdServer::setLimits(const ServerLimits& limits) {
+    d->limits = limits;
+    d->listener.setLimits({limits.maxConnections, limits.maxHeaderBytes, limits.maxBodyBytes,
+                           limits.requestTimeoutMs});
+    d->log.setMaxEntries(limits.maxLogEntries);
+}
+
+ServerLimits AdServer::limits() const {
+    return d->limits;
+}
+
+}  // namespace adserver

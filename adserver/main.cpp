@@ -1,0 +1,92 @@
+// sorvel-adserver: runs the reference ad server until interrupted.
+#include "adserver/adserver.h"
+
+#include <QCommandLineParser>
+#include <QCoreApplication>
+#include <QJsonDocument>
+#include <QTextStream>
+#include <QTimer>
+
+#include <csignal>
+
+namespace {
+volatile std::sig_atomic_t stopRequested = 0;
+}
+
+int main(int argc, char** argv) {
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("sorvel-adserver"));
+
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Reference ad server for the Sorvel ad client: support script, ads, "
+                       "tracking, landing pages and a request log."));
+    parser.addHelpOption();
+    const QCommandLineOption port({QStringLiteral("p"), QStringLiteral("port")},
+                                  QStringLiteral("Port to listen on (0: any free port)."),
+                                  QStringLiteral("N"), QStringLiteral("8080"));
+    const QCommandLineOption host(QStringLiteral("host"), QStringLiteral("Address to listen on."),
+                                  QStringLiteral("IP"), QStringLiteral("127.0.0.1"));
+    const QCommandLineOption inventory(
+        QStringLiteral("inventory"),
+        QStringLiteral("Inventory JSON file (default: the built-in demo inventory)."),
+        QStringLiteral("FILE"));
+    const QCommandLineOption log(QStringLiteral("log"),
+                                 QStringLiteral("Append every request as a JSON line to FILE."),
+                                 QStringLiteral("FILE"));
+    const QCommandLineOption key(
+        QStringLiteral("location-key"),
+        QStringLiteral("Location key, 32 hex digits (default: SORVEL_LOCATION_KEY or the "
+                       "compiled-in key)."),
+        QStringLiteral("HEX"));
+    const QCommandLineOption quiet({QStringLiteral("q"), QStringLiteral("quiet")},
+                                   QStringLiteral("Do not print each request."));
+    parser.addOptions({port, host, inventory, log, key, quiet});
+    parser.process(app);
+
+    QTextStream err(stderr);
+    QTextStream out(stdout);
+    bool portOk = false;
+    const uint portNumber = parser.value(port).toUInt(&portOk);
+    if (!portOk || portNumber > 65535) {
+        err << "sorvel-adserver: bad port " << parser.value(port) << Qt::endl;
+        return 2;
+    }
+
+    adserver::AdServer server;
+    if (parser.isSet(key) && !server.setLocationKeyHex(parser.value(key))) {
+        err << "sorvel-adserver: the location key must be 32 hexadecimal digits" << Qt::endl;
+        return 2;
+    }
+    if (parser.isSet(log) && !server.setLogFile(parser.value(log))) {
+        err << "sorvel-adserver: " << server.errorString() << Qt::endl;
+        return 1;
+    }
+    if (!server.start(quint16(portNumber), parser.value(host), parser.value(inventory))) {
+        err << "sorvel-adserver: " << server.errorString() << Qt::endl;
+        return 1;
+    }
+    if (!parser.isSet(quiet)) {
+        QObject::connect(&server, &adserver::AdServer::requestLogged, &app,
+                         [&out](const QJsonObject& entry) {
+                             out << QJsonDocument(entry).toJson(QJsonDocument::Compact) << Qt::endl;
+                         });
+    }
+    out << "Listening on " << server.url().toString() << Qt::endl;
+    out << "Support script: " << server.scriptUrl().toString() << Qt::endl;
+    out << "Default ad unit: " << server.defaultAdUnitID() << Qt::endl;
+
+    // Ctrl-C and SIGTERM end the event loop so the log file is flushed and closed; the handler
+    // only sets a flag, which a timer polls.
+    for (int signalNumber : {SIGINT, SIGTERM}) {
+        std::signal(signalNumber, [](int) { stopRequested = 1; });
+    }
+    QTimer poll;
+    QObject::connect(&poll, &QTimer::timeout, &app, [] {
+        if (stopRequested) {
+            QCoreApplication::quit();
+        }
+    });
+    poll.start(200);
+    return app.exec();
+}
