@@ -1,0 +1,81 @@
+// Watches whether the network can be reached and over which kind of link, so that each ad
+// request can tell the server its connection type ("wi" or "ed"). Event-driven: the type is
+// unknown until the system first reports a change after checking starts.
+#pragma once
+
+#include <QNetworkInformation>
+#include <QObject>
+#include <QString>
+
+#include <functional>
+#include <memory>
+
+// Where reachability changes come from: reports each change of the system's state as flags
+// (PXBNetworkChecker::kReachableFlag, kIsWWANFlag). The checker's default source follows Qt's
+// network information; tests substitute their own.
+class PXBReachabilitySource : public QObject {
+    Q_OBJECT
+  signals:
+    void flagsChanged(quint32 flags);
+};
+
+class PXBNetworkChecker : public QObject {
+    Q_OBJECT
+  public:
+    // Reachability flags as the checker reads them.
+    static constexpr quint32 kReachableFlag = 0x2;
+    static constexpr quint32 kIsWWANFlag = 0x40000;
+
+    enum NetworkType : quint32 {
+        kNetworkTypeUnknown = 0,
+        kNetworkTypeNotReachable = 1,
+        kNetworkTypeWiFi = 2,
+        kNetworkTypeCellular = 3,
+    };
+
+    // Makes a source watching the way to `hostName`, or null when the system offers none.
+    using SourceFactory =
+        std::function<std::unique_ptr<PXBReachabilitySource>(const QString& hostName)>;
+    static void setSourceFactory(SourceFactory factory);
+    // A source over QNetworkInformation, or null when Qt has no backend here. It reports the
+    // system's link as a whole: the backends know no per-host routes.
+    static std::unique_ptr<PXBReachabilitySource> makeNetworkInformationSource(
+        const QString& hostName);
+    // The flags the default source reports for Qt's reading: reachable in any connected state
+    // (the ad server may be on the local network), over the cellular link when the medium is
+    // cellular, nothing at all when disconnected or unknown.
+    static quint32 flagsForNetworkInformation(QNetworkInformation::Reachability reachability,
+                                              QNetworkInformation::TransportMedium medium);
+
+    // The host whose reachability is watched: the ad server's host. Set by whoever configures
+    // the ad server; "localhost" until then.
+    static QString webHostName();
+    static void setWebHostName(const QString& hostName);
+
+    // The process-wide checker, switched on at its creation; it lives for the process.
+    static PXBNetworkChecker* sharedChecker();
+
+    explicit PXBNetworkChecker(QObject* parent = nullptr);
+    ~PXBNetworkChecker() override;
+
+    bool isEnabled() const { return networkRef_ != nullptr; }
+    void setEnabled(bool enabled);
+
+    // Makes the type unknown and, if not yet on, starts watching; stays off without a source.
+    void startNetworkChecking();
+    // Stops watching and forgets the type; the change count is kept.
+    void stopNetworkChecking();
+
+    quint32 networkType() const { return networkType_; }
+    // "wi" or "ed", null while the type is unknown or the network is not reachable.
+    QString networkTypeString() const;
+    // Reachability changes received since creation.
+    quint32 changeCount() const { return changeCount_; }
+
+    void setNetworkTypeFromFlags(quint32 flags);
+
+  private:
+    std::unique_ptr<PXBReachabilitySource> networkRef_;
+    quint32 networkType_ = kNetworkTypeUnknown;
+    quint32 changeCount_ = 0;
+};

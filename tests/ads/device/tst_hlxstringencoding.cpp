@@ -1,0 +1,233 @@
+#include "ads/device/HLXStringEncoding.h"
+
+#include <QRandomGenerator>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+PXB_HLXStringEncoding encoding(const QString& name) {
+    if (name == u"base64")
+        return PXB_HLXStringEncoding::rfc4648Base64StringEncoding();
+    if (name == u"websafe")
+        return PXB_HLXStringEncoding::rfc4648Base64WebsafeStringEncoding();
+    if (name == u"base32")
+        return PXB_HLXStringEncoding::rfc4648Base32StringEncoding();
+    if (name == u"base32hex")
+        return PXB_HLXStringEncoding::rfc4648Base32HexStringEncoding();
+    if (name == u"crockford")
+        return PXB_HLXStringEncoding::crockfordBase32StringEncoding();
+    if (name == u"hex")
+        return PXB_HLXStringEncoding::hexStringEncoding();
+    return PXB_HLXStringEncoding::binaryStringEncoding();
+}
+
+const QStringList kAllEncodings = {u"base64"_s,    u"websafe"_s, u"base32"_s, u"base32hex"_s,
+                                   u"crockford"_s, u"hex"_s,     u"binary"_s};
+
+}  // namespace
+
+class TestHLXStringEncoding : public QObject {
+    Q_OBJECT
+  private slots:
+    // RFC 4648, section 10.
+    void rfcVectors_data() {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QByteArray>("input");
+        QTest::addColumn<QString>("padded");
+        const QList<QByteArray> inputs = {"", "f", "fo", "foo", "foob", "fooba", "foobar"};
+        const QHash<QString, QStringList> expected = {
+            {u"base64"_s, {"", "Zg==", "Zm8=", "Zm9v", "Zm9vYg==", "Zm9vYmE=", "Zm9vYmFy"}},
+            {u"base32"_s,
+             {"", "MY======", "MZXQ====", "MZXW6===", "MZXW6YQ=", "MZXW6YTB", "MZXW6YTBOI======"}},
+            {u"base32hex"_s,
+             {"", "CO======", "CPNG====", "CPNMU===", "CPNMUOG=", "CPNMUOJ1", "CPNMUOJ1E8======"}},
+            {u"hex"_s, {"", "66", "666F", "666F6F", "666F6F62", "666F6F6261", "666F6F626172"}},
+        };
+        for (auto it = expected.begin(); it != expected.end(); ++it) {
+            for (int i = 0; i < inputs.size(); ++i) {
+                QTest::addRow("%s %s", qPrintable(it.key()), inputs[i].constData())
+                    << it.key() << inputs[i] << it.value()[i];
+            }
+        }
+    }
+    void rfcVectors() {
+        QFETCH(QString, name);
+        QFETCH(QByteArray, input);
+        QFETCH(QString, padded);
+        PXB_HLXStringEncoding e = encoding(name);
+        QString unpadded = padded;
+        unpadded.remove(u'=');
+
+        QCOMPARE(e.encode(input), padded);
+        QCOMPARE(e.decode(padded), input);
+        QCOMPARE(e.decode(unpadded), input);
+        e.setDoPad(false);
+        QCOMPARE(e.encode(input), unpadded);
+        QCOMPARE(e.decode(padded), input);  // padding is still understood
+    }
+
+    // Decoding results; a null expectation means the input must be refused.
+    void decode_data() {
+        QTest::addColumn<QString>("name");
+        QTest::addColumn<QString>("input");
+        QTest::addColumn<QByteArray>("bytes");
+        const QByteArray refused;
+        QTest::newRow("one byte") << u"base64"_s << u"Zg=="_s << QByteArray("f");
+        QTest::newRow("non-zero trailing bits") << u"base64"_s << u"Zh=="_s << refused;
+        QTest::newRow("data after padding") << u"base64"_s << u"Zg=a"_s << refused;
+        QTest::newRow("short padding") << u"base64"_s << u"Zg="_s << QByteArray("f");
+        QTest::newRow("padding in a full group") << u"base64"_s << u"Zm9v="_s << QByteArray("foo");
+        QTest::newRow("outside alphabet") << u"base64"_s << u"Zm9v-A=="_s << refused;
+        QTest::newRow("non-ascii") << u"base64"_s << u"Zm9vé"_s << refused;
+        QTest::newRow("nul") << u"base64"_s << QString(u"Zm9v\0Zg=="_s) << refused;
+        QTest::newRow("websafe") << u"websafe"_s << u"-_8="_s << QByteArray("\xfb\xff");
+        QTest::newRow("websafe refuses +") << u"websafe"_s << u"+_8="_s << refused;
+        QTest::newRow("hex lower") << u"hex"_s << u"ff0a"_s << QByteArray("\xff\x0a");
+        QTest::newRow("hex upper") << u"hex"_s << u"FF0A"_s << QByteArray("\xff\x0a");
+        QTest::newRow("hex odd digit") << u"hex"_s << u"FF0"_s << QByteArray("\xff");
+        QTest::newRow("hex odd non-zero") << u"hex"_s << u"FF1"_s << refused;
+        QTest::newRow("hex has no padding") << u"hex"_s << u"FF=="_s << refused;
+        QTest::newRow("crockford O and L")
+            << u"crockford"_s << u"oOLl1iI0"_s << QByteArray::fromHex("0002108420");
+        QTest::newRow("crockford canonical")
+            << u"crockford"_s << u"00111110"_s << QByteArray::fromHex("0002108420");
+        QTest::newRow("crockford U is not a digit") << u"crockford"_s << u"UU"_s << refused;
+        QTest::newRow("binary") << u"binary"_s << u"10100101"_s << QByteArray("\xa5");
+        QTest::newRow("binary partial byte") << u"binary"_s << u"101001010"_s << QByteArray("\xa5");
+        QTest::newRow("empty") << u"base32"_s << u""_s << QByteArray("");
+    }
+    void decode() {
+        QFETCH(QString, name);
+        QFETCH(QString, input);
+        QFETCH(QByteArray, bytes);
+        const std::optional<QByteArray> result = encoding(name).decode(input);
+        if (bytes.isNull()) {
+            QVERIFY2(!result,
+                     qPrintable(result ? QString::fromLatin1(result->toHex()) : QString()));
+        } else {
+            QVERIFY(result);
+            QCOMPARE(result->toHex(), bytes.toHex());
+        }
+    }
+
+    void websafeWithAndWithoutPadding() {
+        PXB_HLXStringEncoding e = PXB_HLXStringEncoding::rfc4648Base64WebsafeStringEncoding();
+        const QByteArray bytes("\xfb\xff");
+        QCOMPARE(e.encode(bytes), u"-_8="_s);
+        e.setDoPad(false);
+        QCOMPARE(e.encode(bytes), u"-_8"_s);
+        QCOMPARE(e.encode({}), u""_s);
+        QVERIFY(!e.encode({}).isNull());
+    }
+
+    void alphabets_data() {
+        QTest::addColumn<QString>("alphabet");
+        QTest::addColumn<bool>("valid");
+        QTest::newRow("two") << u"xy"_s << true;
+        QTest::newRow("one") << u"x"_s << false;
+        QTest::newRow("three") << u"abc"_s << false;
+        QTest::newRow("repeated") << u"abca"_s << false;
+        QTest::newRow("non-ascii") << u"abcé"_s << false;
+        QString all;
+        for (int c = 0; c < 128; ++c)
+            all += QChar(c);
+        QTest::newRow("all 128") << all << true;
+        QTest::newRow("256") << all + all << false;
+    }
+    void alphabets() {
+        QFETCH(QString, alphabet);
+        QFETCH(bool, valid);
+        const auto e = PXB_HLXStringEncoding::stringEncodingWithString(alphabet);
+        QCOMPARE(e.has_value(), valid);
+        if (e) {
+            const QByteArray bytes("\x00\x7f\xff\x10\x20", 5);
+            QCOMPARE(e->decode(e->encode(bytes)), bytes);
+        }
+    }
+
+    // Random lengths cover whole groups and every kind of partial last group.
+    void roundTrip_data() {
+        QTest::addColumn<QString>("name");
+        for (const QString& name : kAllEncodings)
+            QTest::newRow(qPrintable(name)) << name;
+    }
+    void roundTrip() {
+        QFETCH(QString, name);
+        PXB_HLXStringEncoding e = encoding(name);
+        QRandomGenerator rng(42);
+        QList<int> lengths;
+        for (int n = 0; n < 40; ++n)
+            lengths << n;
+        lengths << 4095 << 4096 << 5003;  // long inputs take the table-driven path
+        for (const int n : lengths) {
+            QByteArray bytes(n, Qt::Uninitialized);
+            for (char& b : bytes)
+                b = static_cast<char>(rng.bounded(256));
+            for (bool pad : {true, false}) {
+                e.setDoPad(pad);
+                QCOMPARE(e.decode(e.encode(bytes)), bytes);
+            }
+        }
+    }
+
+    void longInputsMatchQt() {
+        QByteArray bytes(5003, Qt::Uninitialized);
+        QRandomGenerator rng(9);
+        for (char& b : bytes)
+            b = static_cast<char>(rng.bounded(256));
+        QCOMPARE(PXB_HLXStringEncoding::rfc4648Base64StringEncoding().encode(bytes).toLatin1(),
+                 bytes.toBase64());
+        QCOMPARE(
+            PXB_HLXStringEncoding::rfc4648Base64WebsafeStringEncoding().encode(bytes).toLatin1(),
+            bytes.toBase64(QByteArray::Base64UrlEncoding));
+        QCOMPARE(PXB_HLXStringEncoding::hexStringEncoding().encode(bytes).toLatin1(),
+                 bytes.toHex().toUpper());
+    }
+
+    void stringsAreUtf8() {
+        const auto e = PXB_HLXStringEncoding::rfc4648Base64StringEncoding();
+        const QString text = u"Zürich"_s;
+        QCOMPARE(e.encodeString(text), QString::fromLatin1(text.toUtf8().toBase64()));
+        QCOMPARE(e.stringByDecoding(e.encodeString(text)), text);
+        QVERIFY(!e.stringByDecoding(u"Zh=="_s));
+    }
+
+    void ignoredCharacters() {
+        auto e = HLXStringEncoding::rfc4648Base64StringEncoding();
+        QVERIFY(!e.decode(u"Zm9v\nYmFy"_s));
+        e.ignoreCharacters(u"\n "_s);
+        QCOMPARE(e.decode(u"Zm9v\nYm Fy\n"_s), QByteArray("foobar"));
+        QCOMPARE(e.decode(u"Zg==\n"_s), QByteArray("f"));
+
+        // A mapped character keeps its meaning; the report names the class it came through.
+        QTest::ignoreMessage(QtCriticalMsg,
+                             "Assertion failure in HLXStringEncoding::ignoreCharacters: "
+                             "Character already mapped");
+        e.ignoreCharacters(u"Z"_s);
+        QCOMPARE(e.decode(u"Zg=="_s), QByteArray("f"));
+        auto p = PXB_HLXStringEncoding::hexStringEncoding();
+        QTest::ignoreMessage(QtCriticalMsg,
+                             "Assertion failure in PXB_HLXStringEncoding::ignoreCharacters: "
+                             "Character already mapped");
+        p.ignoreCharacters(u"a"_s);
+    }
+
+    void customPadding() {
+        auto e =
+            *PXB_HLXStringEncoding::stringEncodingWithString(u"0123456789ABCDEFGHIJKLMNOPQRSTUV"_s);
+        QCOMPARE(e.encode("f"), u"CO"_s);
+        e.setPaddingChar(u'*');
+        e.setDoPad(true);
+        QCOMPARE(e.encode("f"), u"CO******"_s);
+        QCOMPARE(e.decode(u"CO**"_s), QByteArray("f"));
+        QCOMPARE(e.description(),
+                 u"<Base32 StringEncoder: "
+                 u"<303132333435363738394142434445464748494a4b4c4d4e4f505152535455"
+                 "56>>"_s);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestHLXStringEncoding)
+#include "tst_hlxstringencoding.moc"

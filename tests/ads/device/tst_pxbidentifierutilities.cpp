@@ -1,0 +1,330 @@
+#include "ads/device/PXBIdentifierUtilities.h"
+#include "platform/propertylist.h"
+#include "support/testenv.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QLocale>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QStandardPaths>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using Env = PXBIdentifierUtilities::Environment;
+
+Q_DECLARE_METATYPE(std::optional<QString>)
+
+class TestPXBIdentifierUtilities : public QObject {
+    Q_OBJECT
+    Env env_;
+
+    // Replaces the facts for the class methods and for instances made afterwards.
+    void apply() { PXBIdentifierUtilities::setEnvironment(env_); }
+
+  private slots:
+    void init() {
+        // Known facts everywhere a test does not set its own; nothing reads the real desktop.
+        env_ = PXBIdentifierUtilities::defaultEnvironment();
+        env_.uniqueIdentifier = [] { return u"abc"_s; };
+        env_.model = [] { return u"Desktop"_s; };
+        env_.systemVersion = [] { return u"12"_s; };
+        env_.machine = [] { return u"x86_64"_s; };
+        env_.preferredLanguages = [] { return QVariantList{u"pt-PT"_s, u"en"_s}; };
+        env_.audioRoute = [] { return std::optional<QString>(u"Speaker"_s); };
+        env_.canOpenURL = [](const QUrl&) { return false; };
+        env_.bundleVersion = [] { return u"1.3"_s; };
+        env_.bundleIdentifier = [] { return u"com.example.Sounds"_s; };
+        env_.documentsDirectory = [] { return QString(); };
+        env_.fileExists = [](const QString&) { return false; };
+        apply();
+    }
+    void cleanupTestCase() {
+        PXBIdentifierUtilities::setEnvironment(PXBIdentifierUtilities::defaultEnvironment());
+    }
+
+    void osVersion_data() {
+        QTest::addColumn<QString>("version");
+        QTest::addColumn<QList<int>>("parts");
+        QTest::newRow("major only") << u"5"_s << QList<int>{5, 0, 0};
+        QTest::newRow("two parts") << u"4.2"_s << QList<int>{4, 2, 0};
+        QTest::newRow("three parts") << u"10.15.7"_s << QList<int>{10, 15, 7};
+        QTest::newRow("kernel release") << u"6.1.0-13-amd64"_s << QList<int>{6, 1, 0};
+        QTest::newRow("leading digits") << u"4a.b"_s << QList<int>{4, 0, 0};
+        QTest::newRow("empty") << u""_s << QList<int>{0, 0, 0};
+    }
+    void osVersion() {
+        QFETCH(QString, version);
+        QFETCH(QList<int>, parts);
+        env_.systemVersion = [version] { return version; };
+        apply();
+        int major = -1, minor = -1, bugFix = -1;
+        PXBIdentifierUtilities::getOSMajor(&major, &minor, &bugFix);
+        QCOMPARE((QList<int>{major, minor, bugFix}), parts);
+        int onlyMinor = -1;
+        PXBIdentifierUtilities::getOSMajor(nullptr, &onlyMinor, nullptr);
+        QCOMPARE(onlyMinor, parts[1]);
+    }
+
+    void osComparison_data() {
+        QTest::addColumn<QString>("version");
+        QTest::addColumn<QList<int>>("asked");
+        QTest::addColumn<bool>("atLeast");
+        QTest::newRow("5 vs 5.0.0") << u"5"_s << QList<int>{5, 0, 0} << true;
+        QTest::newRow("5 vs 5.0.1") << u"5"_s << QList<int>{5, 0, 1} << false;
+        QTest::newRow("larger major wins") << u"6.0"_s << QList<int>{5, 9, 9} << true;
+        QTest::newRow("smaller major loses") << u"4.9.9"_s << QList<int>{5, 0, 0} << false;
+        QTest::newRow("minor decides") << u"10.15.7"_s << QList<int>{10, 16, 0} << false;
+        QTest::newRow("minor wins over bug") << u"10.15.0"_s << QList<int>{10, 14, 9} << true;
+        QTest::newRow("same") << u"4.2.1"_s << QList<int>{4, 2, 1} << true;
+    }
+    void osComparison() {
+        QFETCH(QString, version);
+        QFETCH(QList<int>, asked);
+        QFETCH(bool, atLeast);
+        env_.systemVersion = [version] { return version; };
+        apply();
+        QCOMPARE(PXBIdentifierUtilities::isOSAtLeastMajor(asked[0], asked[1], asked[2]), atLeast);
+    }
+
+    void applicationName_data() {
+        QTest::addColumn<QString>("version");
+        QTest::addColumn<QString>("name");
+        QTest::newRow("with version") << u"1.3"_s << u"1.3.iphone.com.example.Sounds"_s;
+        QTest::newRow("without version") << QString() << u"iphone.com.example.Sounds"_s;
+    }
+    void applicationName() {
+        QFETCH(QString, version);
+        QFETCH(QString, name);
+        env_.bundleVersion = [version] { return version; };
+        apply();
+        QCOMPARE(PXBIdentifierUtilities().parameters().value(kPXBParameterApplicationName), name);
+    }
+
+    void audioRoute_data() {
+        QTest::addColumn<std::optional<QString>>("route");
+        QTest::addColumn<int>("code");
+        QTest::newRow("unreadable") << std::optional<QString>() << 1;
+        QTest::newRow("empty") << std::optional<QString>(u""_s) << 3;
+        QTest::newRow("Headphone") << std::optional<QString>(u"Headphone"_s) << 2;
+        QTest::newRow("Headset") << std::optional<QString>(u"Headset"_s) << 2;
+        QTest::newRow("Speaker") << std::optional<QString>(u"Speaker"_s) << 1;
+        QTest::newRow("whole string only")
+            << std::optional<QString>(u"HeadphonesAndMicrophone"_s) << 5;
+        QTest::newRow("case-sensitive") << std::optional<QString>(u"speaker"_s) << 5;
+    }
+    void audioRoute() {
+        QFETCH(std::optional<QString>, route);
+        QFETCH(int, code);
+        env_.audioRoute = [route] { return route; };
+        apply();
+        PXBIdentifierUtilities utilities;
+        QCOMPARE(utilities.audioRoute(), code);
+        QCOMPARE(utilities.parameters().value(kPXBParameterAudioOutput), QString::number(code));
+    }
+
+    void audioOutputNames_data() {
+        QTest::addColumn<QString>("description");
+        QTest::addColumn<QString>("id");
+        QTest::addColumn<int>("code");
+        QTest::newRow("built-in") << u"Built-in Audio Analog Stereo"_s
+                                  << u"alsa_output.pci-0000_00_1f.3.analog-stereo"_s << 1;
+        QTest::newRow("bluetooth") << u"WH-1000XM4"_s << u"bluez_output.00_11.a2dp-sink"_s << 2;
+        QTest::newRow("usb headset") << u"USB Headset Analog Stereo"_s
+                                     << u"alsa_output.usb-Logitech_Headset-00.analog-stereo"_s << 2;
+        QTest::newRow("null sink") << u"Null Output"_s << u"sorvel_null"_s << 5;
+        QTest::newRow("nameless") << u""_s << u""_s << 3;
+    }
+    void audioOutputNames() {
+        QFETCH(QString, description);
+        QFETCH(QString, id);
+        QFETCH(int, code);
+        const QString name = PXBIdentifierUtilities::audioRouteNameForOutput(description, id);
+        env_.audioRoute = [name] { return std::optional<QString>(name); };
+        apply();
+        QCOMPARE(PXBIdentifierUtilities().audioRoute(), code);
+    }
+
+    void bookstores_data() {
+        QTest::addColumn<QStringList>("openable");
+        QTest::addColumn<QVariant>("mask");
+        QTest::newRow("neither") << QStringList() << QVariant();
+        QTest::newRow("books") << QStringList{u"itms-books"_s} << QVariant(1);
+        QTest::newRow("kindle") << QStringList{u"kindle"_s} << QVariant(2);
+        QTest::newRow("both") << QStringList{u"itms-books"_s, u"kindle"_s} << QVariant(3);
+    }
+    void bookstores() {
+        QFETCH(QStringList, openable);
+        QFETCH(QVariant, mask);
+        env_.canOpenURL = [openable](const QUrl& url) { return openable.contains(url.scheme()); };
+        apply();
+        const QVariantMap parameters = PXBIdentifierUtilities().parameters();
+        QCOMPARE(parameters.contains(kPXBParameterCapabilitiesBookstore), mask.isValid());
+        if (mask.isValid()) {
+            QCOMPARE(parameters.value(kPXBParameterCapabilitiesBookstore).metaType().id(),
+                     QMetaType::Int);
+            QCOMPARE(parameters.value(kPXBParameterCapabilitiesBookstore), mask);
+        }
+    }
+
+    void canOpenURLs() {
+        env_.canOpenURL = [](const QUrl& url) { return url.scheme() == u"https"; };
+        apply();
+        const QVariantMap answer =
+            PXBIdentifierUtilities().canOpenURLs({u"https://example.com"_s, u"fb://profile"_s, 42});
+        QCOMPARE(answer,
+                 (QVariantMap{{u"https://example.com"_s, true}, {u"fb://profile"_s, false}}));
+    }
+
+    void identifier() {
+        PXBIdentifierUtilities utilities;
+        // MD5 of "abc" (RFC 1321), in upper case.
+        QCOMPARE(utilities.deviceIdentifier(), u"900150983CD24FB0D6963F7D28E17F72"_s);
+        env_.uniqueIdentifier = [] { return u"changed"_s; };
+        apply();
+        QCOMPARE(utilities.deviceIdentifier(), u"900150983CD24FB0D6963F7D28E17F72"_s);
+
+        env_.uniqueIdentifier = [] { return QString(); };
+        apply();
+        QVERIFY(!PXBIdentifierUtilities().parameters().contains(kPXBParameterDeviceID));
+    }
+
+    void identifierOfThisMachine() {
+        PXBIdentifierUtilities::setEnvironment(PXBIdentifierUtilities::defaultEnvironment());
+        if (QSysInfo::machineUniqueId().isEmpty()) {
+            QSKIP("this machine has no stable id");
+        }
+        const QString first = PXBIdentifierUtilities().deviceIdentifier();
+        QVERIFY(QRegularExpression(u"^[0-9A-F]{32}$"_s).match(first).hasMatch());
+        QCOMPARE(PXBIdentifierUtilities().deviceIdentifier(), first);
+    }
+
+    void deviceFacts() {
+        env_.model = [] { return u"iPad"_s; };
+        apply();
+        PXBIdentifierUtilities utilities;
+        QVariantMap parameters = utilities.parameters();
+        QCOMPARE(parameters.value(kPXBParameterIPadCompatibilityMode), u"1"_s);
+        QCOMPARE(parameters.value(kPXBParameterDeviceModel), u"iPad"_s);
+        QCOMPARE(parameters.value(kPXBParameterDeviceSubmodel), u"x86_64"_s);
+        QCOMPARE(parameters.value(kPXBParameterLocale), u"pt-pt"_s);
+        QVERIFY(!parameters.contains(kPXBParameterJailbroken));
+
+        env_.isPhoneIdiom = [] { return false; };
+        env_.fileExists = [](const QString& path) { return path == u"/Applications/Cydia.app"; };
+        env_.preferredLanguages = [] { return QVariantList(); };
+        apply();
+        parameters = PXBIdentifierUtilities().parameters();
+        QVERIFY(!parameters.contains(kPXBParameterIPadCompatibilityMode));
+        QCOMPARE(parameters.value(kPXBParameterJailbroken), u"1"_s);
+        QVERIFY(!parameters.contains(kPXBParameterLocale));
+        // Values cached by the first instance stay.
+        QCOMPARE(utilities.locale(), u"pt-pt"_s);
+    }
+
+    void languagesSeededFromDesktop() {
+        testsupport::TempHome home;
+        env_.preferredLanguages = PXBIdentifierUtilities::defaultEnvironment().preferredLanguages;
+        apply();
+        QString expected = QLocale::system().uiLanguages().value(0).toLower();
+        if (expected == u"c" || expected == u"posix")
+            expected = u"en"_s;
+        QCOMPARE(PXBIdentifierUtilities().locale(), expected);
+    }
+
+    void screen_data() {
+        QTest::addColumn<bool>("statusBarHidden");
+        QTest::addColumn<int>("orientation");
+        QTest::addColumn<double>("scale");
+        QTest::addColumn<QStringList>("values");  // u_so, u_sd, u_w, u_h
+        QTest::newRow("portrait") << false << 1 << 1.0
+                                  << QStringList{u"p"_s, u"1"_s, u"320"_s, u"480"_s};
+        QTest::newRow("status bar hidden")
+            << true << 2 << 2.0 << QStringList{u"p"_s, u"2"_s, u"320"_s, u"460"_s};
+        QTest::newRow("landscape right")
+            << false << 3 << 1.5 << QStringList{u"l"_s, u"1.5"_s, u"320"_s, u"480"_s};
+        QTest::newRow("landscape left")
+            << false << 4 << 1.0 << QStringList{u"l"_s, u"1"_s, u"320"_s, u"480"_s};
+    }
+    void screen() {
+        QFETCH(bool, statusBarHidden);
+        QFETCH(int, orientation);
+        QFETCH(double, scale);
+        QFETCH(QStringList, values);
+        env_.applicationFrame = [] { return QRectF(0, 20, 320, 460); };
+        env_.statusBarFrame = [] { return QRectF(0, 0, 320, 20); };
+        env_.isStatusBarHidden = [statusBarHidden] { return statusBarHidden; };
+        env_.statusBarOrientation = [orientation] { return orientation; };
+        env_.screenScale = [scale] { return scale; };
+        apply();
+        const QVariantMap p = PXBIdentifierUtilities().parameters();
+        QCOMPARE((QStringList{p.value(kPXBParameterScreenOrientation).toString(),
+                              p.value(kPXBParameterScreenDensity).toString(),
+                              p.value(kPXBParameterScreenWidth).toString(),
+                              p.value(kPXBParameterScreenHeight).toString()}),
+                 values);
+    }
+
+    void metadataFile_data() {
+        QTest::addColumn<QString>("format");
+        QTest::newRow("xml") << u"xml"_s;
+        QTest::newRow("binary") << u"bin"_s;
+    }
+    void metadataFile() {
+        QFETCH(QString, format);
+        if (QStandardPaths::findExecutable(u"plistutil"_s).isEmpty()) {
+            QSKIP("plistutil is not installed");
+        }
+        QTemporaryDir home;
+        const QString documents = home.filePath(u"Documents"_s);
+        QDir().mkpath(documents);
+        const QVariantMap expected{{u"itemId"_s, qint64(284417350)},
+                                   {u"itemName"_s, u"Brindle Sounds"_s},
+                                   {u"genre"_s, u"Entertainment"_s},
+                                   {u"rating"_s, QVariantMap{{u"label"_s, u"4+"_s}}}};
+        // The command-line tool writes the file in the form under test.
+        const QString xmlPath = home.filePath(u"source.plist"_s);
+        QFile xml(xmlPath);
+        QVERIFY(xml.open(QIODevice::WriteOnly));
+        xml.write(platform::writePropertyListXml(expected));
+        xml.close();
+        QProcess plistutil;
+        plistutil.start(
+            u"plistutil"_s,
+            {u"-i"_s, xmlPath, u"-o"_s, home.filePath(u"iTunesMetadata.plist"_s), u"-f"_s, format});
+        QVERIFY(plistutil.waitForFinished(10000));
+        QCOMPARE(plistutil.exitCode(), 0);
+
+        env_.documentsDirectory = [documents] { return documents; };
+        apply();
+        PXBIdentifierUtilities utilities;
+        QCOMPARE(utilities.iTunesMetadata(), expected);
+        QCOMPARE(utilities.parameters().value(kPXBParameterITunesMetadata).toMap(), expected);
+    }
+
+    void metadataAbsentOrNotADictionary_data() {
+        QTest::addColumn<QByteArray>("contents");
+        QTest::newRow("missing") << QByteArray();
+        QTest::newRow("not a property list") << QByteArray("not a plist");
+        QTest::newRow("an array") << platform::writePropertyListXml(QVariantList{1, 2});
+    }
+    void metadataAbsentOrNotADictionary() {
+        QFETCH(QByteArray, contents);
+        QTemporaryDir home;
+        const QString documents = home.filePath(u"Documents"_s);
+        QDir().mkpath(documents);
+        if (!contents.isNull()) {
+            QFile file(home.filePath(u"iTunesMetadata.plist"_s));
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(contents);
+        }
+        env_.documentsDirectory = [documents] { return documents; };
+        apply();
+        const QVariantMap parameters = PXBIdentifierUtilities().parameters();
+        QVERIFY(parameters.contains(kPXBParameterITunesMetadata));
+        QCOMPARE(parameters.value(kPXBParameterITunesMetadata).toMap(), QVariantMap());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestPXBIdentifierUtilities)
+#include "tst_pxbidentifierutilities.moc"
