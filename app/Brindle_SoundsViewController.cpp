@@ -27,6 +27,10 @@ Brindle_SoundsViewController::~Brindle_SoundsViewController() {
     }
 }
 
+PXBBannerView* Brindle_SoundsViewController::Qarbo() const {
+    return Qarbo_;
+}
+
 void Brindle_SoundsViewController::loadView() {
     if (makeView_) {
         setView(makeView_());

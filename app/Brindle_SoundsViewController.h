@@ -26,7 +26,7 @@ class Brindle_SoundsViewController : public platform::ViewController {
     void viewDidUnload() override;
 
     // The banner of the last viewDidLoad.
-    PXBBannerView* Qarbo() const { return Qarbo_; }
+    PXBBannerView* Qarbo() const;
 
   private:
     std::function<platform::View*()> makeView_;

@@ -59,7 +59,8 @@ void DesktopAppDelegate::configureAdClient() {
     platform::setDebugLogging(options_.verbose);
     if (options_.startsBuiltInAdServer()) {
 #ifdef BRINDLE_WITH_ADSERVER
-        adServer_ = std::make_unique<adserver::AdServer>();
+        adServer_ = new adserver::AdServer;
+        adServerOwner_.reset(adServer_);
         if (adServer_->start(0)) {
             say(QStringLiteral("built-in ad server at %1").arg(adServer_->url().toString()));
             PXBConfiguration::setAdServerURL(adServer_->url());
@@ -67,7 +68,8 @@ void DesktopAppDelegate::configureAdClient() {
             return;
         }
         say(QStringLiteral("built-in ad server did not start: %1").arg(adServer_->errorString()));
-        adServer_.reset();
+        adServerOwner_.reset();
+        adServer_ = nullptr;
 #endif
         say(QStringLiteral("no ad server configured (--ad-server or SORVEL_AD_SERVER)"));
         return;

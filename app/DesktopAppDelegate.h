@@ -45,14 +45,16 @@ class DesktopAppDelegate : public Brindle_SoundsAppDelegate {
 
     // Writes the window to `path` as PNG; false when it cannot.
     bool saveScreenshot(const QString& path) const;
-    adserver::AdServer* builtInAdServer() const { return adServer_.get(); }
+    adserver::AdServer* builtInAdServer() const { return adServer_; }
 
   private:
     void configureAdClient();
     void takeScreenshotAndQuit();
 
     AppOptions options_;
-    std::unique_ptr<adserver::AdServer> adServer_;
+    // The built-in server, owned as a plain QObject so that builds without it need no type.
+    std::unique_ptr<QObject> adServerOwner_;
+    adserver::AdServer* adServer_ = nullptr;
     BannerMonitor monitor_;
     bool screenshotTaken_ = false;
 };

@@ -6,6 +6,7 @@
 #include "platform/ui/screen.h"
 
 #include <QAbstractButton>
+#include <QFontMetricsF>
 #include <QLinearGradient>
 #include <QPainter>
 #include <QPainterPath>
@@ -77,12 +78,20 @@ class PadButton : public QAbstractButton {
         painter.setPen(QPen(QColor(255, 255, 255, 90), 1));
         painter.drawPath(pad);
 
+        const QRectF textBox = box.adjusted(8, 6, -8, -6);
+        // The largest size up to the title size at which the wrapped title fits the pad.
         QFont font = painter.font();
         font.setBold(true);
-        font.setPixelSize(titleSize_);
+        for (int size = titleSize_; size >= 8; --size) {
+            font.setPixelSize(size);
+            const QRectF needed = QFontMetricsF(font).boundingRect(
+                textBox, Qt::AlignCenter | Qt::TextWordWrap, text());
+            if (needed.width() <= textBox.width() && needed.height() <= textBox.height()) {
+                break;
+            }
+        }
         painter.setFont(font);
         painter.setPen(QColor(0, 0, 0, 60));
-        const QRectF textBox = box.adjusted(8, 6, -8, -6);
         painter.drawText(textBox.translated(0, 1), Qt::AlignCenter | Qt::TextWordWrap, text());
         painter.setPen(Qt::white);
         painter.drawText(textBox, Qt::AlignCenter | Qt::TextWordWrap, text());

@@ -5,6 +5,8 @@
 #include "platform/ui/audioplayer.h"
 
 #include <QDir>
+#include <QLinearGradient>
+#include <QPainter>
 
 const std::vector<MainView::Sound>& MainView::sounds() {
     static const std::vector<Sound> table = {
@@ -46,6 +48,23 @@ MainView::~MainView() {
             delete page;
         }
     }
+}
+
+void MainView::paintEvent(QPaintEvent* event) {
+    platform::View::paintEvent(event);
+    QPainter painter(this);
+    const QRect strip(0, height() - 50, width(), 50);
+    QLinearGradient shade(strip.topLeft(), strip.bottomLeft());
+    shade.setColorAt(0, QColor(0x0b, 0x0d, 0x18));
+    shade.setColorAt(1, QColor(0x05, 0x06, 0x0c));
+    painter.fillRect(strip, shade);
+    painter.fillRect(QRect(0, strip.top(), width(), 1), QColor(255, 255, 255, 40));
+    QFont font = painter.font();
+    font.setPixelSize(9);
+    font.setLetterSpacing(QFont::AbsoluteSpacing, 1.5);
+    painter.setFont(font);
+    painter.setPen(QColor(255, 255, 255, 70));
+    painter.drawText(strip, Qt::AlignCenter, QStringLiteral("ADVERTISEMENT"));
 }
 
 void MainView::setOutlets(platform::View* mainView, platform::View* extraView,

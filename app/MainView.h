@@ -15,11 +15,10 @@
 class Bundle;
 class ScrollView;
 
-namespace platform {
-class AudioPlayer;
-}
+#include "platform/ui/audioplayer.h"
 
-class MainView : public platform::View {
+// Adopts the player's delegate interface without implementing any of it, as the phone's did.
+class MainView : public platform::View, public platform::AudioPlayerDelegate {
     Q_OBJECT
   public:
     using Player = platform::AudioPlayer;
@@ -94,6 +93,11 @@ class MainView : public platform::View {
     void gotoscrollview1(QObject* sender = nullptr);
     void pushback(QObject* sender = nullptr);
     void pushback1(QObject* sender = nullptr);
+
+  protected:
+    // Marks the strip along the bottom edge where the banner sits, so the area reads as the
+    // advertisement's place even before an ad arrives.
+    void paintEvent(QPaintEvent* event) override;
 
   private:
     void playClip(const QString& name, const QString& type);

@@ -1,7 +1,7 @@
 #include "ads/core/PXBRequestError.h"
 
-#include "ads/core/PXBOSVersion.h"
 #include "ads/core/PXBRequestPrivate.h"
+#include "ads/device/PXBIdentifierUtilities.h"
 
 namespace {
 
@@ -40,11 +40,14 @@ QString PXBRequestError::localizedStringForErrorCode(qint64 code) {
             message = QStringLiteral("Server error processing the request.");
             break;
         case kPXBErrorOSVersionTooLow: {
-            const PXBOSVersion os = PXBOSVersion::current();
+            int major = 0;
+            int minor = 0;
+            int bugFix = 0;
+            PXBIdentifierUtilities::getOSMajor(&major, &minor, &bugFix);
             message = QString::asprintf(
-                "This device's OS is %i.%i.%i.  It is below the minimum of "
-                "%i.%i.",
-                os.major, os.minor, os.bugFix, 3, 0);
+                "This device's OS is %i.%i.%i.  It is below the minimum "
+                "of %i.%i.",
+                major, minor, bugFix, 3, 0);
             break;
         }
         case kPXBErrorTimeout:

@@ -1,6 +1,6 @@
 #include "ads/core/PXBRequestPrivate.h"
 
-#include "ads/core/PXBOSVersion.h"
+#include "ads/device/PXBIdentifierUtilities.h"
 #include "platform/log.h"
 
 namespace {
@@ -70,8 +70,10 @@ QString PXBRequestPrivate::genderString() const {
 }
 
 bool PXBRequestPrivate::deviceAtLeastMinimumOSMajorVersion(int major, int minor) {
-    const PXBOSVersion os = PXBOSVersion::current();
-    return os.major > major || (os.major == major && os.minor >= minor);
+    int osMajor = 0;
+    int osMinor = 0;
+    PXBIdentifierUtilities::getOSMajor(&osMajor, &osMinor, nullptr);
+    return osMajor > major || (osMajor == major && osMinor >= minor);
 }
 
 int PXBRequestPrivate::requestTypeFromString(const QString& type) {

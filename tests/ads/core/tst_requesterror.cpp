@@ -1,14 +1,25 @@
-#include "ads/core/PXBOSVersion.h"
 #include "ads/core/PXBRequest.h"
 #include "ads/core/PXBRequestError.h"
 #include "ads/core/PXBRequestPrivate.h"
+#include "ads/device/PXBIdentifierUtilities.h"
 
 #include <QTest>
+
+namespace {
+// Poses as a system of the given version.
+void setSystemVersion(const QString& version) {
+    PXBIdentifierUtilities::Environment environment = PXBIdentifierUtilities::defaultEnvironment();
+    environment.systemVersion = [version] { return version; };
+    PXBIdentifierUtilities::setEnvironment(environment);
+}
+}  // namespace
 
 class TestRequestError : public QObject {
     Q_OBJECT
   private slots:
-    void cleanup() { PXBOSVersion::setOverride(std::nullopt); }
+    void cleanup() {
+        PXBIdentifierUtilities::setEnvironment(PXBIdentifierUtilities::defaultEnvironment());
+    }
 
     void messages_data() {
         QTest::addColumn<qint64>("code");
@@ -33,7 +44,7 @@ class TestRequestError : public QObject {
     void messages() {
         QFETCH(qint64, code);
         QFETCH(QString, text);
-        PXBOSVersion::setOverride(PXBOSVersion{2, 2, 1});
+        setSystemVersion("2.2.1");
         QCOMPARE(PXBRequestError::localizedStringForErrorCode(code), text);
 
         const PXBRequestError error = PXBRequestError::errorWithCode(code, nullptr);
@@ -44,12 +55,10 @@ class TestRequestError : public QObject {
     }
 
     void osVersionComesFromTheDevice() {
-        PXBOSVersion::setOverride(PXBOSVersion{17, 4, 0});
+        setSystemVersion("17.4");
         QVERIFY(PXBRequestError::localizedStringForErrorCode(4).contains("OS is 17.4.0.  It"));
-        PXBOSVersion::setOverride(std::nullopt);
-        const PXBOSVersion os = PXBOSVersion::current();
-        QVERIFY(PXBRequestError::localizedStringForErrorCode(4).contains(
-            QString("OS is %1.%2.%3.").arg(os.major).arg(os.minor).arg(os.bugFix)));
+        setSystemVersion("6.1.0.9");
+        QVERIFY(PXBRequestError::localizedStringForErrorCode(4).contains("OS is 6.1.0.  It"));
     }
 
     void minimumVersionCheck_data() {
@@ -64,7 +73,7 @@ class TestRequestError : public QObject {
         QFETCH(int, major);
         QFETCH(int, minor);
         QFETCH(bool, atLeast);
-        PXBOSVersion::setOverride(PXBOSVersion{major, minor, 1});
+        setSystemVersion(QString("%1.%2.1").arg(major).arg(minor));
         QCOMPARE(PXBRequestPrivate::deviceAtLeastMinimumOSMajorVersion(3, 0), atLeast);
         QVERIFY(!PXBRequestPrivate::deviceAtLeastMinimumOSMajorVersion(major, minor + 1));
     }
