@@ -168,8 +168,9 @@ PadButton* addSoundButton(MainView* view, QWidget* parent, int index, const QRec
 }
 
 PadButton* addNavigationButton(QWidget* parent, const QString& title, const QRect& frame,
-                               QColor color, const QString& action, const QKeySequence& key) {
-    auto* button = new PadButton(title, color, key.toString(), parent);
+                               QColor color, const QString& action, const QKeySequence& key,
+                               bool keyOnPad = true) {
+    auto* button = new PadButton(title, color, keyOnPad ? key.toString() : QString(), parent);
     button->setGeometry(frame);
     button->setObjectName(action);
     button->setProperty("action", action);
@@ -184,10 +185,10 @@ void buildPage(MainView* view, const QString& title, int firstSound, int content
                QColor bottom, platform::View** extra, ScrollView** scroll,
                void (MainView::*back)(QObject*), const QString& backAction) {
     auto* page = new GradientView(QRect(0, 0, 320, kPageHeight), top, bottom);
-    new Header(page, title, QStringLiteral("scroll for more \u2022 Backspace goes back"));
-    auto* backButton =
-        addNavigationButton(page, QStringLiteral("\u2039 Back"), QRect(8, 9, 64, 30),
-                            QColor(255, 255, 255, 60), backAction, QKeySequence(Qt::Key_Backspace));
+    new Header(page, title, QStringLiteral("scroll for more"));
+    auto* backButton = addNavigationButton(page, QStringLiteral("\u2039 Back"), QRect(8, 9, 64, 30),
+                                           QColor(255, 255, 255, 60), backAction,
+                                           QKeySequence(Qt::Key_Backspace), false);
     backButton->setTitleSize(12);
     QObject::connect(backButton, &QAbstractButton::clicked, view,
                      [view, backButton, back] { (view->*back)(backButton); });

@@ -9,10 +9,19 @@ ScrollView::ScrollView(const QRect& frame, QWidget* parent) : platform::View(fra
     area_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     area_->setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     area_->setWidgetResizable(false);
-    area_->viewport()->setAutoFillBackground(false);
-    area_->setStyleSheet(QStringLiteral("QScrollArea { background: transparent; }"));
+    // The page beneath shows through: no background anywhere, and a slim, light scroll bar.
+    area_->setStyleSheet(QStringLiteral(
+        "QScrollArea, QScrollArea > QWidget { background: transparent; }"
+        "QScrollBar:vertical { width: 6px; background: transparent; margin: 2px 0; }"
+        "QScrollBar::handle:vertical { background: rgba(255, 255, 255, 90);"
+        " border-radius: 3px; min-height: 30px; }"
+        "QScrollBar::add-line:vertical, QScrollBar::sub-line:vertical { height: 0; }"
+        "QScrollBar::add-page:vertical, QScrollBar::sub-page:vertical { background: none; }"));
     content_ = new platform::View(QRect(QPoint(0, 0), frame.size()));
     area_->setWidget(content_);
+    // setWidget turns the content's background filling on; the page's gradient must show.
+    content_->setAutoFillBackground(false);
+    area_->viewport()->setAutoFillBackground(false);
     area_->setGeometry(rect());
 }
 
