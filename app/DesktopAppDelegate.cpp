@@ -2,6 +2,7 @@
 
 #include "ads/core/PXBBannerView.h"
 #include "ads/core/PXBConfiguration.h"
+#include "app/Bundle.h"
 #include "platform/log.h"
 
 #include <QCoreApplication>
@@ -84,6 +85,7 @@ void DesktopAppDelegate::configureAdClient() {
 bool DesktopAppDelegate::applicationDidFinishLaunchingWithOptions(
     platform::Application* application, const QVariantMap& options) {
     configureAdClient();
+    say(QStringLiteral("sounds from %1").arg(Bundle::mainBundle().resourcePath()));
     const bool launched =
         Brindle_SoundsAppDelegate::applicationDidFinishLaunchingWithOptions(application, options);
 
