@@ -1,6 +1,8 @@
 #include "ads/core/PXBRequestPrivate.h"
 
 #include "ads/device/PXBIdentifierUtilities.h"
+#include "ads/device/PXBNetworkChecker.h"
+#include "ads/stats/PXBStatistics.h"
 #include "platform/log.h"
 
 namespace {
@@ -51,6 +53,17 @@ void PXBRequestPrivate::addKeyword(const QString& keyword) {
     keywords_->append(keyword);
 }
 
+void PXBRequestPrivate::setLocationWithLatitude(double latitude, double longitude,
+                                                double accuracy) {
+    setLocation(PXBLocation::initWithLatitude(static_cast<float>(latitude),
+                                              static_cast<float>(longitude),
+                                              static_cast<float>(accuracy)));
+}
+
+void PXBRequestPrivate::setLocationWithDescription(const QString& description) {
+    setLocation(PXBLocation::initWithDescription(description));
+}
+
 QString PXBRequestPrivate::birthdayString() const {
     if (birthday_.isNull()) {
         return {};
@@ -90,12 +103,23 @@ int PXBRequestPrivate::requestTypeFromString(const QString& type) {
 }
 
 QVariantMap PXBRequestPrivate::parameters() const {
-    QVariantMap parameters;
+    QVariantMap parameters = PXBIdentifierUtilities::sharedInstance()->parameters();
     parameters.insert(QStringLiteral("js"), sdkVersion());
+    if (const QString net = PXBNetworkChecker::sharedChecker()->networkTypeString();
+        !net.isNull()) {
+        parameters.insert(QStringLiteral("net"), net);
+    }
     if (isTesting()) {
         platform::logLine(QStringLiteral(
             "<Sorvel> \"testing\" property has been deprecated.  Use \"testDevices\" instead."));
         parameters.insert(QStringLiteral("testing"), QStringLiteral("1"));
+    }
+    if (!testDevices_.isEmpty()) {
+        const auto& deviceIdentifier = PXBIdentifierUtilities::environment().uniqueIdentifier;
+        const QString device = deviceIdentifier ? deviceIdentifier() : QString();
+        if (!device.isNull() && testDevices_.contains(device)) {
+            parameters.insert(QStringLiteral("adtest"), QStringLiteral("on"));
+        }
     }
     if (!additionalParameters_.isEmpty()) {
         parameters.insert(QStringLiteral("extras"), additionalParameters_);
@@ -109,6 +133,12 @@ QVariantMap PXBRequestPrivate::parameters() const {
     if (keywords_) {
         parameters.insert(QStringLiteral("kw"), QVariant(*keywords_).toList());
     }
+    if (location_) {
+        if (const QString uule = location_->oolongRepresentation(); !uule.isNull()) {
+            parameters.insert(QStringLiteral("uule"), uule);
+        }
+    }
+    parameters.insert(PXBStatistics::sharedStatistics().parameters());
     parameters.insert(QStringLiteral("preqs"), counter_);
     return parameters;
 }

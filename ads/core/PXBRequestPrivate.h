@@ -3,10 +3,10 @@
 #pragma once
 
 #include "ads/core/PXBRequest.h"
+#include "ads/device/PXBLocation.h"
 
 #include <memory>
-
-class PXBLocation;
+#include <optional>
 
 class PXBRequestPrivate : public PXBRequest {
   public:
@@ -30,8 +30,8 @@ class PXBRequestPrivate : public PXBRequest {
     void setKeywords(std::shared_ptr<QStringList> keywords) override {
         keywords_ = std::move(keywords);
     }
-    std::shared_ptr<PXBLocation> location() const { return location_; }
-    void setLocation(std::shared_ptr<PXBLocation> location) { location_ = std::move(location); }
+    const std::optional<PXBLocation>& location() const { return location_; }
+    void setLocation(std::optional<PXBLocation> location) { location_ = std::move(location); }
     bool isInterstitialAd() const { return interstitialAd_; }
     void setInterstitialAd(bool interstitial) { interstitialAd_ = interstitial; }
     // The process-wide ad request count when this request was loaded.
@@ -43,6 +43,10 @@ class PXBRequestPrivate : public PXBRequest {
     void setBirthdayWithMonth(int month, int day, int year) override;
     // Empty keywords are ignored; duplicates are kept.
     void addKeyword(const QString& keyword) override;
+    // Each replaces the location; coordinates that make no precise location, or an empty
+    // description, leave none.
+    void setLocationWithLatitude(double latitude, double longitude, double accuracy) override;
+    void setLocationWithDescription(const QString& description) override;
 
     // "yyyyMMdd" in the local time zone, or a null string without a birthday.
     QString birthdayString() const;
@@ -53,8 +57,9 @@ class PXBRequestPrivate : public PXBRequest {
     // 4 for "torvin", 5 for "qel", 1 for "merrow", 0 for anything else (case-sensitive).
     static int requestTypeFromString(const QString& type);
 
-    // The request's own entries of the parameter dictionary: "js", "testing", "extras",
-    // "cust_gender", "cust_age", "kw" and "preqs".
+    // The parameter dictionary: the device's entries, "js", "net", "testing", "adtest",
+    // "extras", "cust_gender", "cust_age", "kw", "uule", the statistics' entries (whose one-shot
+    // values this consumes) and "preqs", later entries overwriting earlier ones.
     QVariantMap parameters() const;
 
   protected:
@@ -66,7 +71,7 @@ class PXBRequestPrivate : public PXBRequest {
     QVariantMap additionalParameters_;
     qint32 gender_ = 0;
     QDateTime birthday_;
-    std::shared_ptr<PXBLocation> location_;
+    std::optional<PXBLocation> location_;
     std::shared_ptr<QStringList> keywords_;
     bool interstitialAd_ = false;
     qint32 counter_ = 0;

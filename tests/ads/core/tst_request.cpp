@@ -1,5 +1,7 @@
 #include "ads/core/PXBRequest.h"
 #include "ads/core/PXBRequestPrivate.h"
+#include "ads/device/PXBIdentifierUtilities.h"
+#include "support/testenv.h"
 
 #include <QTest>
 
@@ -8,6 +10,9 @@ Q_DECLARE_METATYPE(RequestFactory)
 
 class TestRequest : public QObject {
     Q_OBJECT
+    // Statistics and user defaults of this suite stay in a folder of its own.
+    testsupport::TempHome home_;
+
   private slots:
     void everyRouteYieldsThePrivateClass_data() {
         QTest::addColumn<RequestFactory>("make");
@@ -132,26 +137,71 @@ class TestRequest : public QObject {
         QCOMPARE(PXBRequestPrivate::requestTypeFromString(type), number);
     }
 
-    void ownParameters() {
+    void freshRequestParameters() {
         auto request = PXBRequestPrivate::create();
         request->setCounter(3);
-        QVariantMap bare = request->parameters();
-        QCOMPARE(bare.value("js").toString(), PXBRequest::sdkVersion());
-        QCOMPARE(bare.value("preqs").typeId(), QMetaType::Int);
-        QCOMPARE(bare.value("preqs").toInt(), 3);
-        QCOMPARE(bare.size(), 2);
+        const QVariantMap device = PXBIdentifierUtilities::sharedInstance()->parameters();
+        const QVariantMap parameters = request->parameters();
+        for (auto it = device.begin(); it != device.end(); ++it) {
+            QVERIFY2(parameters.contains(it.key()), qPrintable(it.key()));
+        }
+        QCOMPARE(parameters.value("js").toString(), PXBRequest::sdkVersion());
+        QCOMPARE(parameters.value("preqs").typeId(), QMetaType::Int);
+        QCOMPARE(parameters.value("preqs").toInt(), 3);
+        for (const char* key : {"testing", "adtest", "extras", "cust_gender", "cust_age", "kw",
+                                "uule"}) {
+            QVERIFY2(!parameters.contains(key), key);
+        }
+    }
 
-        request->setTesting(true);
-        request->addKeyword("k");
-        request->setAdditionalParameters({{"x", 1}});
-        QTest::ignoreMessage(
-            QtInfoMsg,
-            "<Sorvel> \"testing\" property has been deprecated.  Use \"testDevices\" "
-            "instead.");
-        const QVariantMap full = request->parameters();
-        QCOMPARE(full.value("testing").toString(), QString("1"));
-        QCOMPARE(full.value("kw").toList(), QVariantList{"k"});
-        QCOMPARE(full.value("extras").toMap(), (QVariantMap{{"x", 1}}));
+    void requestsOwnParameters_data() {
+        QTest::addColumn<QString>("key");
+        QTest::addColumn<QVariant>("value");  // null: absent
+        QTest::newRow("testing") << "testing" << QVariant("1");
+        QTest::newRow("adtest for this device") << "adtest" << QVariant("on");
+        QTest::newRow("keywords") << "kw" << QVariant(QVariantList{"k", "k"});
+        QTest::newRow("extras") << "extras" << QVariant(QVariantMap{{"x", 1}});
+        QTest::newRow("described location") << "uule" << QVariant("a+");
+        QTest::newRow("no precise location") << "uule" << QVariant();
+    }
+    void requestsOwnParameters() {
+        QFETCH(QString, key);
+        QFETCH(QVariant, value);
+        PXBIdentifierUtilities::Environment environment =
+            PXBIdentifierUtilities::defaultEnvironment();
+        environment.uniqueIdentifier = [] { return QString("this-device"); };
+        PXBIdentifierUtilities::setEnvironment(environment);
+        auto request = PXBRequestPrivate::create();
+        const QString row = QTest::currentDataTag();
+        if (row == "testing") {
+            request->setTesting(true);
+            QTest::ignoreMessage(QtInfoMsg, "<Sorvel> \"testing\" property has been deprecated.  "
+                                            "Use \"testDevices\" instead.");
+        } else if (row.startsWith("adtest")) {
+            request->setTestDevices({"other", "this-device"});
+        } else if (row == "keywords") {
+            request->addKeyword("k");
+            request->addKeyword("k");
+        } else if (row == "extras") {
+            request->setAdditionalParameters({{"x", 1}});
+        } else if (row == "described location") {
+            request->setLocationWithDescription("Mountain View, CA");
+        } else {
+            request->setLocationWithDescription("somewhere");
+            request->setLocationWithLatitude(0, 0, 10);  // replaces it with nothing
+        }
+        const QVariantMap parameters = request->parameters();
+        PXBIdentifierUtilities::setEnvironment(PXBIdentifierUtilities::defaultEnvironment());
+        if (value.isNull()) {
+            QVERIFY(!parameters.contains(key));
+        } else if (key == "uule") {
+            QVERIFY(parameters.value(key).toString().startsWith(value.toString()));
+        } else {
+            QCOMPARE(parameters.value(key), value);
+        }
+        // "testing" and "adtest" are independent of each other.
+        QCOMPARE(parameters.contains("testing"), row == "testing");
+        QCOMPARE(parameters.contains("adtest"), row.startsWith("adtest"));
     }
 };
 
