@@ -1,6 +1,7 @@
 #include "ads/bridge/PXBNotificationCenter.h"
 
 #include "ads/bridge/PXBNotification.h"
+#include "ads/core/PXBMacros.h"
 #include "platform/notificationcenter.h"
 #include "platform/runloop.h"
 
@@ -29,4 +30,14 @@ void PXBNotificationCenter::postNotificationFromURL(const QUrl& url, const void*
         platform::NotificationCenter::defaultCenter().postNotification(notification->name(), object,
                                                                        notification->parameters());
     }
+}
+
+QString PXBNotificationCenter::scriptForJSNotification(const QString& name,
+                                                       const std::optional<QVariantMap>& userInfo) {
+    // The name goes between the quotes unescaped: callers only send fixed names.
+    if (userInfo) {
+        return QStringLiteral("%1('%2', %3);")
+            .arg(kJSReceiveMessageMethod, name, PXBMacros::jsonify(*userInfo));
+    }
+    return QStringLiteral("%1('%2');").arg(kJSReceiveMessageMethod, name);
 }

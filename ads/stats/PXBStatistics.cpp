@@ -6,6 +6,7 @@
 #include "platform/clock.h"
 
 #include <cmath>
+#include <utility>
 
 namespace {
 
@@ -13,8 +14,10 @@ namespace {
 const QString kClickDateKey = QStringLiteral("date");
 const QString kClickStringQueryKey = QStringLiteral("ai");
 
-std::unique_ptr<PXBStatistics>& sharedSlot() {
-    static std::unique_ptr<PXBStatistics> shared;
+// Never destroyed at exit: it lives for the process, and the centres and stores it would talk to
+// on the way out may already be gone.
+PXBStatistics*& sharedSlot() {
+    static PXBStatistics* shared = nullptr;
     return shared;
 }
 
@@ -26,15 +29,15 @@ QString& domainSuffix() {
 }  // namespace
 
 PXBStatistics& PXBStatistics::sharedStatistics() {
-    auto& shared = sharedSlot();
-    if (!shared) {
-        shared = std::make_unique<PXBStatistics>();
+    PXBStatistics*& shared = sharedSlot();
+    if (shared == nullptr) {
+        shared = new PXBStatistics;
     }
     return *shared;
 }
 
 void PXBStatistics::releaseSharedStatistics() {
-    sharedSlot().reset();
+    delete std::exchange(sharedSlot(), nullptr);
 }
 
 QStringList PXBStatistics::allTimingNames() {

@@ -7,7 +7,7 @@ namespace {
 
 // Posted on the process-wide centre when the application is about to quit.
 const QString kApplicationWillTerminateNotification =
-    QStringLiteral("UIApplicationWillTerminateNotification");
+    QStringLiteral("ApplicationWillTerminateNotification");
 
 }  // namespace
 

@@ -16,51 +16,68 @@ PXBBannerView* fakeBanner(void* address) {
 }
 
 // Records every callback as "<who>:<event>" and can run extra work inside one.
-class RecordingBannerDelegate : public PXBBannerViewDelegate {
-  public:
+struct Recorder {
     QStringList* log = nullptr;
-    PXBBannerView* seenView = nullptr;
+    QString who;
     std::function<void(const QString&)> inside;
-
-    void record(const QString& event, PXBBannerView* view) {
-        seenView = view;
-        log->append("banner:" + event);
+    void record(const QString& event) {
+        log->append(who + ":" + event);
         if (inside) {
             inside(event);
         }
     }
-    void adViewDidReceiveAd(PXBBannerView* v) override { record("receive", v); }
-    void adViewDidFailToReceiveAdWithError(PXBBannerView* v, const platform::Error&) override {
-        record("fail", v);
-    }
-    void adViewWillPresentScreen(PXBBannerView* v) override { record("present", v); }
-    void adViewWillDismissScreen(PXBBannerView* v) override { record("dismiss", v); }
-    void adViewDidDismissScreen(PXBBannerView* v) override { record("dismissed", v); }
-    void adViewWillLeaveApplication(PXBBannerView* v) override { record("leave", v); }
 };
 
-class RecordingInterstitialDelegate : public PXBInterstitialDelegate {
+class RecordingBannerDelegate : public PXBBannerViewDelegate, public Recorder {
   public:
-    RecordingInterstitialDelegate(QStringList* log, QString who) : log_(log), who_(who) {}
-    PXBInterstitial* seen = nullptr;
-
-    void record(const QString& event, PXBInterstitial* i) {
-        seen = i;
-        log_->append(who_ + ":" + event);
+    PXBBannerView* seenView = nullptr;
+    void seen(const QString& event, PXBBannerView* view) {
+        seenView = view;
+        record(event);
     }
-    void interstitialDidReceiveAd(PXBInterstitial* i) override { record("receive", i); }
+    void adViewDidReceiveAd(PXBBannerView* v) override { seen("receive", v); }
+    void adViewDidFailToReceiveAdWithError(PXBBannerView* v, const platform::Error&) override {
+        seen("fail", v);
+    }
+    void adViewWillPresentScreen(PXBBannerView* v) override { seen("present", v); }
+    void adViewWillDismissScreen(PXBBannerView* v) override { seen("dismiss", v); }
+    void adViewDidDismissScreen(PXBBannerView* v) override { seen("dismissed", v); }
+    void adViewWillLeaveApplication(PXBBannerView* v) override { seen("leave", v); }
+};
+
+class RecordingInterstitialDelegate : public PXBInterstitialDelegate, public Recorder {
+  public:
+    PXBInterstitial* seenAd = nullptr;
+    void seen(const QString& event, PXBInterstitial* ad) {
+        seenAd = ad;
+        record(event);
+    }
+    void interstitialDidReceiveAd(PXBInterstitial* i) override { seen("receive", i); }
     void interstitialDidFailToReceiveAdWithError(PXBInterstitial* i,
                                                  const platform::Error&) override {
-        record("fail", i);
+        seen("fail", i);
     }
-    void interstitialWillPresentScreen(PXBInterstitial* i) override { record("present", i); }
-    void interstitialWillDismissScreen(PXBInterstitial* i) override { record("dismiss", i); }
-    void interstitialDidDismissScreen(PXBInterstitial* i) override { record("dismissed", i); }
-    void interstitialWillLeaveApplication(PXBInterstitial* i) override { record("leave", i); }
+    void interstitialWillPresentScreen(PXBInterstitial* i) override { seen("present", i); }
+    void interstitialWillDismissScreen(PXBInterstitial* i) override { seen("dismiss", i); }
+    void interstitialDidDismissScreen(PXBInterstitial* i) override { seen("dismissed", i); }
+    void interstitialWillLeaveApplication(PXBInterstitial* i) override { seen("leave", i); }
+};
 
-  private:
-    QStringList* log_;
-    QString who_;
+// A manager wired to a banner delegate, an SDK listener and an application delegate.
+struct Wired {
+    QStringList log;
+    RecordingBannerDelegate banner;
+    RecordingInterstitialDelegate sdk;
+    RecordingInterstitialDelegate app;
+    void attach(PXBDelegateManager& manager) {
+        banner.log = sdk.log = app.log = &log;
+        banner.who = "banner";
+        sdk.who = "sdk";
+        app.who = "app";
+        manager.setBannerDelegate(&banner);
+        manager.setSdkInterstitialDelegate(&sdk);
+        manager.setInterstitialDelegate(&app);
+    }
 };
 
 void raise(PXBDelegateManager& manager, const QString& event) {
@@ -92,25 +109,19 @@ class TestDelegateManager : public QObject {
     }
     void everyRecipientInFixedOrder() {
         QFETCH(QString, event);
-        QStringList log;
         int banner = 0;
-        RecordingBannerDelegate bannerDelegate;
-        bannerDelegate.log = &log;
-        RecordingInterstitialDelegate sdk(&log, "sdk");
-        RecordingInterstitialDelegate app(&log, "app");
         PXBInterstitial interstitial;
+        Wired w;
         auto manager = PXBDelegateManager::create();
-        manager->setBannerDelegate(&bannerDelegate);
+        w.attach(*manager);
         manager->setAdView(fakeBanner(&banner));
-        manager->setInterstitialDelegate(&app);
-        manager->setSdkInterstitialDelegate(&sdk);
         manager->setInterstitial(&interstitial);
 
         raise(*manager, event);
-        QCOMPARE(log, (QStringList{"banner:" + event, "sdk:" + event, "app:" + event}));
-        QCOMPARE(bannerDelegate.seenView, fakeBanner(&banner));
-        QCOMPARE(sdk.seen, &interstitial);
-        QCOMPARE(app.seen, &interstitial);
+        QCOMPARE(w.log, (QStringList{"banner:" + event, "sdk:" + event, "app:" + event}));
+        QCOMPARE(w.banner.seenView, fakeBanner(&banner));
+        QCOMPARE(w.sdk.seenAd, &interstitial);
+        QCOMPARE(w.app.seenAd, &interstitial);
     }
 
     void delegateWithOneCallbackAndVanishedDelegates() {
@@ -121,7 +132,7 @@ class TestDelegateManager : public QObject {
         auto manager = PXBDelegateManager::create();
         manager->setBannerDelegate(&delegate);
         {
-            RecordingInterstitialDelegate gone(nullptr, "gone");
+            RecordingInterstitialDelegate gone;
             manager->setSdkInterstitialDelegate(&gone);
         }
         for (const char* event : {"receive", "fail", "present", "dismiss", "dismissed", "leave"}) {
@@ -168,44 +179,35 @@ class TestDelegateManager : public QObject {
             std::shared_ptr<PXBDelegateManager> manager = PXBDelegateManager::create();
         };
         auto banner = std::make_unique<Banner>();
-        QStringList log;
-        RecordingBannerDelegate delegate;
-        delegate.log = &log;
-        RecordingInterstitialDelegate sdk(&log, "sdk");
-        RecordingInterstitialDelegate app(&log, "app");
+        Wired w;
         std::weak_ptr<PXBDelegateManager> watch = banner->manager;
         bool aliveAfterRelease = false;
-        delegate.inside = [&](const QString&) {
+        w.banner.inside = [&](const QString&) {
             banner.reset();
             aliveAfterRelease = !watch.expired();
         };
         PXBDelegateManager* manager = banner->manager.get();
-        manager->setBannerDelegate(&delegate);
+        w.attach(*manager);
         manager->setAdView(fakeBanner(banner.get()));
-        manager->setSdkInterstitialDelegate(&sdk);
-        manager->setInterstitialDelegate(&app);
 
         manager->didReceiveAd();
         QVERIFY(aliveAfterRelease);
         QVERIFY(watch.expired());
-        QCOMPARE(log, (QStringList{"banner:receive", "sdk:receive", "app:receive"}));
+        QCOMPARE(w.log, (QStringList{"banner:receive", "sdk:receive", "app:receive"}));
     }
 
     void eventRaisedDuringDeliveryIsDeliveredNested() {
-        QStringList log;
-        RecordingBannerDelegate delegate;
-        delegate.log = &log;
-        RecordingInterstitialDelegate sdk(&log, "sdk");
+        Wired w;
         auto manager = PXBDelegateManager::create();
-        manager->setBannerDelegate(&delegate);
-        manager->setSdkInterstitialDelegate(&sdk);
-        delegate.inside = [&](const QString& event) {
+        w.attach(*manager);
+        manager->setInterstitialDelegate(nullptr);
+        w.banner.inside = [&](const QString& event) {
             if (event == "present") {
                 manager->willDismissScreen();
             }
         };
         manager->willPresentScreen();
-        QCOMPARE(log,
+        QCOMPARE(w.log,
                  (QStringList{"banner:present", "banner:dismiss", "sdk:dismiss", "sdk:present"}));
     }
 };

@@ -136,8 +136,9 @@ class TestStatistics : public QObject {
         const QUrl opened = stats_->urlForClick(url);
         QUrl plain("http://ad.example/c");
         const QUrl notSignalled = stats_->urlForClick(plain);
+        const QString given = fixed->given;
         PXBSignals::installModule(nullptr);
-        QCOMPARE(fixed->given, QString("abc"));
+        QCOMPARE(given, QString("abc"));
         QCOMPARE(opened, PXBNetworkUtilities::appendQueryKey("sig", QVariant(), url));
         QVERIFY(opened.query().contains("sig"));
         QCOMPARE(notSignalled, plain);
@@ -213,7 +214,7 @@ class TestStatistics : public QObject {
         stats_->incrementClickCount();
         stats_->startTimingNamed(kPXBParameterTimeSinceFirstRequest);
         platform::NotificationCenter::defaultCenter().postNotification(
-            "UIApplicationWillTerminateNotification");
+            "ApplicationWillTerminateNotification");
         QVERIFY(defaults_->dictionaryForKey("sorvel_timing_shared").contains("ptime"));
         QVERIFY(!defaults_->objectForKey("sorvel_stats_shared").isValid());
         stats_->synchronize();

@@ -123,7 +123,7 @@ class TestTiming : public QObject {
         manager.addTimingWithCategory("ptime")->start();
         QVERIFY(!defaults.objectForKey("sorvel_timing_t").toMap().contains("ptime"));
         platform::NotificationCenter::defaultCenter().postNotification(
-            "UIApplicationWillTerminateNotification");
+            "ApplicationWillTerminateNotification");
         QVERIFY(defaults.dictionaryForKey("sorvel_timing_t").contains("ptime"));
     }
 
