@@ -2,6 +2,7 @@
 
 #include "ads/core/PXBBannerView.h"
 #include "ads/core/PXBConfiguration.h"
+#include "ads/device/PXBNetworkChecker.h"
 #include "app/Bundle.h"
 #include "platform/log.h"
 
@@ -66,6 +67,7 @@ void DesktopAppDelegate::configureAdClient() {
             say(QStringLiteral("built-in ad server at %1").arg(adServer_->url().toString()));
             PXBConfiguration::setAdServerURL(adServer_->url());
             PXBConfiguration::setScriptHostURL(adServer_->url());
+            PXBNetworkChecker::setWebHostName(adServer_->url().host());
             return;
         }
         say(QStringLiteral("built-in ad server did not start: %1").arg(adServer_->errorString()));
@@ -77,6 +79,9 @@ void DesktopAppDelegate::configureAdClient() {
     }
     PXBConfiguration::setAdServerURL(options_.adServer);
     PXBConfiguration::setScriptHostURL(options_.scriptHost);
+    if (!PXBConfiguration::adServerURL().isEmpty()) {
+        PXBNetworkChecker::setWebHostName(PXBConfiguration::adServerURL().host());
+    }
     say(QStringLiteral("ad server %1, script from %2")
             .arg(PXBConfiguration::adServerURL().toString(),
                  PXBConfiguration::scriptURL().toString()));
