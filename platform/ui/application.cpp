@@ -1,0 +1,301 @@
+#include "platform/ui/application.h"
+
+#include "platform/log.h"
+#include "platform/notificationcenter.h"
+#include "platform/ui/screen.h"
+#include "platform/ui/viewcontroller.h"
+#include "platform/ui/window.h"
+
+#include <QApplication>
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusReply>
+#include <QDesktopServices>
+#include <QDir>
+#include <QFile>
+#include <QGuiApplication>
+#include <QScreen>
+#include <QStandardPaths>
+#include <QWebEngineUrlScheme>
+
+namespace platform {
+
+namespace {
+
+Application* sharedInstance = nullptr;
+
+// Desktop files and caches that map "x-scheme-handler/<scheme>" to an application.
+QStringList mimeAssociationFiles() {
+    QStringList files;
+    for (const QString& dir : QStandardPaths::standardLocations(QStandardPaths::ConfigLocation)) {
+        files << dir + QStringLiteral("/mimeapps.list");
+    }
+    for (const QString& dir :
+         QStandardPaths::standardLocations(QStandardPaths::ApplicationsLocation)) {
+        files << dir + QStringLiteral("/mimeapps.list") << dir + QStringLiteral("/defaults.list")
+              << dir + QStringLiteral("/mimeinfo.cache");
+    }
+    return files;
+}
+
+bool desktopHandlesScheme(const QString& scheme) {
+    const QByteArray key = "x-scheme-handler/" + scheme.toLatin1() + "=";
+    for (const QString& path : mimeAssociationFiles()) {
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly)) {
+            continue;
+        }
+        while (!file.atEnd()) {
+            const QByteArray line = file.readLine().trimmed();
+            if (line.startsWith(key) && line.size() > key.size()) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
+const char* const kScreenSaverService = "org.freedesktop.ScreenSaver";
+const char* const kScreenSaverPath = "/org/freedesktop/ScreenSaver";
+
+}  // namespace
+
+void prepareApplication() {
+    static bool prepared = false;
+    if (prepared || QCoreApplication::instance() != nullptr) {
+        return;
+    }
+    prepared = true;
+    // The web engine's widgets share OpenGL contexts with the rest of the application.
+    QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    // Qt 6.4 defaults to GStreamer on Linux; the FFmpeg backend decodes mp3, m4a and caf alike.
+    if (qEnvironmentVariableIsEmpty("QT_MEDIA_BACKEND")) {
+        qputenv("QT_MEDIA_BACKEND", "ffmpeg");
+    }
+    // Registered schemes reach the page's navigation check like any link; the engine never
+    // loads them itself. Path syntax keeps "qmsg://..." URLs exactly as the page wrote them.
+    for (const QString& name : {kMessageUrlScheme, kLegacyMessageUrlScheme}) {
+        QWebEngineUrlScheme scheme(name.toLatin1());
+        scheme.setSyntax(QWebEngineUrlScheme::Syntax::Path);
+        QWebEngineUrlScheme::registerScheme(scheme);
+    }
+}
+
+int applicationMain(int argc, char** argv,
+                    const std::function<std::unique_ptr<ApplicationDelegate>()>& makeDelegate) {
+    prepareApplication();
+    QApplication qtApp(argc, argv);
+    std::unique_ptr<ApplicationDelegate> delegate = makeDelegate ? makeDelegate() : nullptr;
+    Application* app = Application::sharedApplication();
+    app->setDelegate(delegate.get());
+    app->finishLaunching();
+    const int code = QApplication::exec();
+    app->setDelegate(nullptr);
+    return code;
+}
+
+Application* Application::sharedApplication() {
+    if (sharedInstance == nullptr && qApp != nullptr) {
+        sharedInstance = new Application();
+    }
+    return sharedInstance;
+}
+
+Application::Application() : QObject(qApp) {
+    switch (QGuiApplication::applicationState()) {
+        case Qt::ApplicationActive:
+            state_ = StateActive;
+            break;
+        case Qt::ApplicationInactive:
+            state_ = StateInactive;
+            break;
+        default:
+            state_ = StateBackground;
+    }
+    connect(qApp, &QGuiApplication::applicationStateChanged, this, &Application::applyQtState);
+    connect(qApp, &QCoreApplication::aboutToQuit, this, &Application::aboutToQuit);
+    connect(this, &QObject::destroyed, [] { sharedInstance = nullptr; });
+}
+
+void Application::post(const QString& name) {
+    NotificationCenter::defaultCenter().postNotification(name, this);
+}
+
+void Application::finishLaunching(const QVariantMap& options) {
+    if (finishedLaunching_) {
+        return;
+    }
+    finishedLaunching_ = true;
+    if (ApplicationDelegate* d = delegate()) {
+        d->applicationDidFinishLaunchingWithOptions(this, options);
+    }
+    post(kApplicationDidFinishLaunchingNotification);
+}
+
+void Application::applyQtState(Qt::ApplicationState qtState) {
+    const State next = qtState == Qt::ApplicationActive     ? StateActive
+                       : qtState == Qt::ApplicationInactive ? StateInactive
+                                                            : StateBackground;
+    if (next == state_) {
+        return;
+    }
+    if (state_ == StateActive) {
+        if (ApplicationDelegate* d = delegate()) {
+            d->applicationWillResignActive(this);
+        }
+        post(kApplicationWillResignActiveNotification);
+        state_ = StateInactive;
+    }
+    if (next == StateBackground) {
+        state_ = StateBackground;
+        if (ApplicationDelegate* d = delegate()) {
+            d->applicationDidEnterBackground(this);
+        }
+        post(kApplicationDidEnterBackgroundNotification);
+        return;
+    }
+    if (state_ == StateBackground) {
+        if (ApplicationDelegate* d = delegate()) {
+            d->applicationWillEnterForeground(this);
+        }
+        post(kApplicationWillEnterForegroundNotification);
+        state_ = StateInactive;
+    }
+    if (next == StateActive) {
+        state_ = StateActive;
+        if (ApplicationDelegate* d = delegate()) {
+            d->applicationDidBecomeActive(this);
+        }
+        post(kApplicationDidBecomeActiveNotification);
+    }
+}
+
+void Application::aboutToQuit() {
+    if (ApplicationDelegate* d = delegate()) {
+        d->applicationWillTerminate(this);
+    }
+    post(kApplicationWillTerminateNotification);
+    setIdleTimerDisabled(false);
+}
+
+Window* Application::keyWindow() const {
+    return keyWindow_.data();
+}
+
+void Application::setKeyWindow(Window* window) {
+    keyWindow_ = window;
+}
+
+ViewController* Application::rootViewController() const {
+    return keyWindow_ ? keyWindow_->rootViewController() : nullptr;
+}
+
+bool Application::openURL(const QUrl& url) {
+    if (!url.isValid() || url.scheme().isEmpty()) {
+        return false;
+    }
+    openedUrls_.append(url);
+    if (opener_) {
+        return opener_(url);
+    }
+    return QDesktopServices::openUrl(url);
+}
+
+bool Application::canOpenURL(const QUrl& url) const {
+    const QString scheme = url.scheme().toLower();
+    if (!url.isValid() || scheme.isEmpty()) {
+        return false;
+    }
+    if (auto it = schemeOverrides_.constFind(scheme); it != schemeOverrides_.constEnd()) {
+        return it.value();
+    }
+    if (scheme == QLatin1String("http") || scheme == QLatin1String("https") ||
+        scheme == QLatin1String("mailto")) {
+        return true;
+    }
+    return desktopHandlesScheme(scheme);
+}
+
+void Application::setSchemeAvailable(const QString& scheme, bool available) {
+    schemeOverrides_.insert(scheme.toLower(), available);
+}
+
+void Application::setStatusBarHidden(bool hidden, bool /*animated*/) {
+    if (hidden == statusBarHidden_) {
+        return;
+    }
+    statusBarHidden_ = hidden;
+    emit statusBarChanged();
+}
+
+QRect Application::statusBarFrame() const {
+    if (statusBarHidden_) {
+        return {};
+    }
+    return QRect(0, 0, Screen::sizeForOrientation(orientation_).width(), kStatusBarHeight);
+}
+
+void Application::setStatusBarOrientation(int orientation, bool /*animated*/) {
+    if (orientation < InterfaceOrientationPortrait ||
+        orientation > InterfaceOrientationLandscapeLeft || orientation == orientation_) {
+        return;
+    }
+    const int previous = orientation_;
+    orientation_ = orientation;
+    emit statusBarOrientationChanged(orientation, previous);
+    emit statusBarChanged();
+}
+
+void Application::setIdleTimerDisabled(bool disabled) {
+    idleTimerDisabled_ = disabled;
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected() || bus.interface() == nullptr ||
+        !bus.interface()->isServiceRegistered(QLatin1String(kScreenSaverService))) {
+        inhibitCookie_ = 0;
+        return;
+    }
+    if (disabled && inhibitCookie_ == 0) {
+        QDBusMessage call = QDBusMessage::createMethodCall(
+            QLatin1String(kScreenSaverService), QLatin1String(kScreenSaverPath),
+            QLatin1String(kScreenSaverService), QStringLiteral("Inhibit"));
+        call << QCoreApplication::applicationName() << QStringLiteral("Full-screen content");
+        const QDBusReply<uint> reply = bus.call(call, QDBus::Block, 2000);
+        inhibitCookie_ = reply.isValid() ? reply.value() : 0;
+    } else if (!disabled && inhibitCookie_ != 0) {
+        QDBusMessage call = QDBusMessage::createMethodCall(
+            QLatin1String(kScreenSaverService), QLatin1String(kScreenSaverPath),
+            QLatin1String(kScreenSaverService), QStringLiteral("UnInhibit"));
+        call << inhibitCookie_;
+        bus.call(call, QDBus::NoBlock);
+        inhibitCookie_ = 0;
+    }
+}
+
+double Screen::scale() {
+    if (qApp == nullptr || QGuiApplication::primaryScreen() == nullptr) {
+        return 1.0;
+    }
+    return QGuiApplication::primaryScreen()->devicePixelRatio();
+}
+
+QSize Screen::sizeForOrientation(int orientation) {
+    return isLandscape(orientation) ? QSize(kPhoneScreenHeight, kPhoneScreenWidth)
+                                    : QSize(kPhoneScreenWidth, kPhoneScreenHeight);
+}
+
+QRect Screen::bounds() {
+    Application* app = qApp != nullptr ? Application::sharedApplication() : nullptr;
+    return QRect(QPoint(0, 0), sizeForOrientation(app != nullptr ? app->statusBarOrientation()
+                                                                 : InterfaceOrientationPortrait));
+}
+
+QRect Screen::applicationFrame() {
+    Application* app = qApp != nullptr ? Application::sharedApplication() : nullptr;
+    const QRect all = bounds();
+    if (app == nullptr || app->isStatusBarHidden()) {
+        return all;
+    }
+    return all.adjusted(0, kStatusBarHeight, 0, 0);
+}
+
+}  // namespace platform

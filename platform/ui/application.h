@@ -1,0 +1,156 @@
+// The shared application object: application state and its notifications, the key window, URL
+// opening, the status bar, the idle timer and the interface orientation of the phone window.
+#pragma once
+
+#include "platform/weakref.h"
+
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QRect>
+#include <QUrl>
+#include <QVariantMap>
+
+#include <functional>
+#include <memory>
+
+namespace platform {
+
+class Window;
+class ViewController;
+
+// Posted on NotificationCenter::defaultCenter() with the Application as object.
+inline const QString kApplicationDidFinishLaunchingNotification =
+    QStringLiteral("ApplicationDidFinishLaunchingNotification");
+inline const QString kApplicationWillResignActiveNotification =
+    QStringLiteral("ApplicationWillResignActiveNotification");
+inline const QString kApplicationDidBecomeActiveNotification =
+    QStringLiteral("ApplicationDidBecomeActiveNotification");
+inline const QString kApplicationDidEnterBackgroundNotification =
+    QStringLiteral("ApplicationDidEnterBackgroundNotification");
+inline const QString kApplicationWillEnterForegroundNotification =
+    QStringLiteral("ApplicationWillEnterForegroundNotification");
+inline const QString kApplicationWillTerminateNotification =
+    QStringLiteral("ApplicationWillTerminateNotification");
+
+// The in-ad message schemes; web views hand navigations to them to their delegates.
+inline const QString kMessageUrlScheme = QStringLiteral("qmsg");
+inline const QString kLegacyMessageUrlScheme = QStringLiteral("torvin");
+
+// Call first thing in main(), before the QApplication exists (tests too): registers the message
+// URL schemes with the web engine and chooses Qt Multimedia's FFmpeg backend. Calling it again,
+// or after the application object exists, does nothing more.
+void prepareApplication();
+
+class Application;
+
+// The application's delegate: the life-cycle callbacks, all optional.
+class ApplicationDelegate : public Referenceable {
+  public:
+    virtual bool applicationDidFinishLaunchingWithOptions(Application*, const QVariantMap&) {
+        return true;
+    }
+    virtual void applicationWillResignActive(Application*) {}
+    virtual void applicationDidBecomeActive(Application*) {}
+    virtual void applicationDidEnterBackground(Application*) {}
+    virtual void applicationWillEnterForeground(Application*) {}
+    virtual void applicationWillTerminate(Application*) {}
+    virtual void applicationDidReceiveMemoryWarning(Application*) {}
+};
+
+// The process entry: prepares, creates the QApplication, the delegate (owned until exit), runs
+// finishLaunching() and the event loop, and returns the loop's exit code.
+int applicationMain(int argc, char** argv,
+                    const std::function<std::unique_ptr<ApplicationDelegate>()>& makeDelegate);
+
+class Application : public QObject {
+    Q_OBJECT
+  public:
+    enum State : int { StateActive = 0, StateInactive = 1, StateBackground = 2 };
+    static constexpr int kInvalidBackgroundTask = 0;
+
+    // The process-wide instance, made on first use; the QApplication must exist.
+    static Application* sharedApplication();
+
+    // Not retained.
+    ApplicationDelegate* delegate() const { return delegate_.get(); }
+    void setDelegate(ApplicationDelegate* delegate) { delegate_.reset(delegate); }
+
+    // Calls the delegate's didFinishLaunching and posts kApplicationDidFinishLaunchingNotification,
+    // once per process; later calls do nothing.
+    void finishLaunching(const QVariantMap& options = {});
+    bool hasFinishedLaunching() const { return finishedLaunching_; }
+
+    // Active while a window of the application has focus, inactive otherwise, background when
+    // Qt reports the application hidden or suspended. Changes post the notifications (resign
+    // active before entering background, enter foreground before becoming active) and call the
+    // delegate. Qt's state changes arrive through applyQtState, which tests may call directly.
+    State applicationState() const { return state_; }
+    void applyQtState(Qt::ApplicationState qtState);
+
+    // The window made key by Window::makeKeyAndVisible(), and its root view controller.
+    Window* keyWindow() const;
+    void setKeyWindow(Window* window);
+    ViewController* rootViewController() const;
+
+    // Hands `url` to the desktop (QDesktopServices::openUrl), or to the opener set below. Every
+    // URL is recorded in openedURLs(). Returns whether it was handed over.
+    bool openURL(const QUrl& url);
+    // Whether the desktop has a handler for the URL's scheme: http, https and mailto always;
+    // others when a desktop entry claims "x-scheme-handler/<scheme>" or Qt has a URL handler
+    // for it, unless setSchemeAvailable overrode the answer.
+    bool canOpenURL(const QUrl& url) const;
+    // Replaces the desktop as receiver of openURL (tests set one that records and returns true);
+    // an empty function restores the desktop.
+    void setUrlOpener(std::function<bool(const QUrl&)> opener) { opener_ = std::move(opener); }
+    const QList<QUrl>& openedURLs() const { return openedUrls_; }
+    void clearOpenedURLs() { openedUrls_.clear(); }
+    void setSchemeAvailable(const QString& scheme, bool available);
+
+    // The phone's status bar: a 20-point strip at the top of the key window.
+    bool isStatusBarHidden() const { return statusBarHidden_; }
+    void setStatusBarHidden(bool hidden, bool animated = false);
+    // In the current orientation's coordinates; an empty rectangle while hidden.
+    QRect statusBarFrame() const;
+    int statusBarOrientation() const { return orientation_; }
+    // Turns the status bar and with it the phone window (see Window::rotateTo, which also asks
+    // and tells the view controllers).
+    void setStatusBarOrientation(int orientation, bool animated = false);
+
+    // While disabled, the desktop is asked (over D-Bus, where it offers that) not to blank the
+    // screen or lock.
+    bool isIdleTimerDisabled() const { return idleTimerDisabled_; }
+    void setIdleTimerDisabled(bool disabled);
+    bool isScreenSaverInhibited() const { return inhibitCookie_ != 0; }
+
+    // Background tasks are not offered on the desktop: callers take their fallback.
+    bool isMultitaskingSupported() const { return false; }
+    int beginBackgroundTaskWithExpirationHandler(const std::function<void()>&) {
+        return kInvalidBackgroundTask;
+    }
+    void endBackgroundTask(int) {}
+
+  signals:
+    void statusBarChanged();
+    void statusBarOrientationChanged(int orientation, int previous);
+
+  private:
+    Application();
+    void post(const QString& name);
+    void aboutToQuit();
+
+    WeakRef<ApplicationDelegate> delegate_;
+    State state_ = StateActive;
+    bool finishedLaunching_ = false;
+    QPointer<Window> keyWindow_;
+    std::function<bool(const QUrl&)> opener_;
+    QList<QUrl> openedUrls_;
+    QHash<QString, bool> schemeOverrides_;
+    bool statusBarHidden_ = false;
+    int orientation_ = 1;
+    bool idleTimerDisabled_ = false;
+    uint inhibitCookie_ = 0;
+};
+
+}  // namespace platform

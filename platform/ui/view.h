@@ -1,0 +1,98 @@
+// A view is a QWidget with what the phone's views had and Qt lacks: autoresizing masks, a user
+// interaction switch and a hook that tells a view a touch or mouse press reached it.
+#pragma once
+
+#include <QColor>
+#include <QEvent>
+#include <QRect>
+#include <QWidget>
+
+#include <functional>
+
+namespace platform {
+
+// Autoresizing mask bits, with the phone's values.
+enum AutoresizingMask : int {
+    ViewAutoresizingNone = 0,
+    ViewAutoresizingFlexibleLeftMargin = 1,
+    ViewAutoresizingFlexibleWidth = 2,
+    ViewAutoresizingFlexibleRightMargin = 4,
+    ViewAutoresizingFlexibleTopMargin = 8,
+    ViewAutoresizingFlexibleHeight = 16,
+    ViewAutoresizingFlexibleBottomMargin = 32,
+};
+
+class View : public QWidget {
+    Q_OBJECT
+  public:
+    explicit View(QWidget* parent = nullptr);
+    explicit View(const QRect& frame, QWidget* parent = nullptr);
+    ~View() override;
+
+    // Frame in the superview's coordinates and bounds in the view's own. Setting the frame
+    // resizes the subviews by their masks at once, even while the view is hidden.
+    QRect frame() const { return geometry(); }
+    void setFrame(const QRect& frame);
+    QRect bounds() const { return rect(); }
+
+    void addSubview(QWidget* view);  // on top of the existing subviews; the view takes ownership
+    void removeFromSuperview();      // hides and detaches; the caller owns the view afterwards
+    View* superview() const { return qobject_cast<View*>(parentWidget()); }
+
+    // When the superview changes size, the flexible parts named by the mask share the change in
+    // proportion to their current sizes (equally when they are all zero), as the phone did.
+    int autoresizingMask() const { return autoresizingMask_; }
+    void setAutoresizingMask(int mask);
+    bool autoresizesSubviews() const { return autoresizesSubviews_; }
+    void setAutoresizesSubviews(bool on) { autoresizesSubviews_ = on; }
+
+    // A view without user interaction lets touches and clicks through to what lies beneath.
+    bool isUserInteractionEnabled() const { return userInteractionEnabled_; }
+    void setUserInteractionEnabled(bool enabled);
+
+    bool isHidden() const { return QWidget::isHidden(); }
+    void setHidden(bool hidden) { QWidget::setHidden(hidden); }
+
+    // An invalid colour means no background (the default); a transparent one is clear.
+    QColor backgroundColor() const { return backgroundColor_; }
+    virtual void setBackgroundColor(const QColor& color);
+    // Opaque tells the drawing code that the view fills its bounds; kept for callers that set it.
+    bool isOpaque() const { return opaque_; }
+    virtual void setOpaque(bool opaque);
+    // Qt always clips subviews to their parent's bounds; the flag is kept for callers.
+    bool clipsToBounds() const { return clipsToBounds_; }
+    void setClipsToBounds(bool clips) { clipsToBounds_ = clips; }
+
+    // Called when a touch or a mouse press reaches this view or one of its subviews (including
+    // widgets Qt creates inside it, such as a web engine's render widget). `type` is the event
+    // type (QEvent::TouchBegin, QEvent::MouseButtonPress, ...). Views without user interaction,
+    // or inside one without it, are not told. The default calls the hook set below.
+    using TouchHook = std::function<void(QEvent::Type)>;
+    void setTouchHook(TouchHook hook);
+    virtual void touchReached(QEvent::Type type);
+
+    // Resizes subviews by their masks as if this view had changed from `oldSize` to its size.
+    void layoutSubviewsFrom(const QSize& oldSize);
+    // The frame that `mask` gives a view of `frame` when its superview goes from `from` to `to`.
+    static QRect autoresizedFrame(const QRect& frame, int mask, const QSize& from, const QSize& to);
+
+  protected:
+    // Makes sure touchReached is called even when no hook is set (for subclasses that override it).
+    static void watchTouches();
+    void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+
+  private:
+    void catchUpLayout();
+
+    int autoresizingMask_ = ViewAutoresizingNone;
+    bool autoresizesSubviews_ = true;
+    bool userInteractionEnabled_ = true;
+    bool opaque_ = true;
+    bool clipsToBounds_ = false;
+    QColor backgroundColor_;
+    TouchHook touchHook_;
+    QSize laidOutSize_;
+};
+
+}  // namespace platform

@@ -1,0 +1,564 @@
+#include "platform/ui/webview.h"
+
+#include "platform/clock.h"
+#include "platform/log.h"
+#include "platform/ui/application.h"
+
+#include <QApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QPointer>
+#include <QWebEngineHistory>
+#include <QWebEngineHttpRequest>
+#include <QWebEngineLoadingInfo>
+#include <QWebEngineNewWindowRequest>
+#include <QWebEnginePage>
+#include <QWebEngineProfile>
+#include <QWebEngineScript>
+#include <QWebEngineSettings>
+#include <QWebEngineUrlRequestJob>
+#include <QWebEngineUrlSchemeHandler>
+#include <QWebEngineView>
+
+#include <deque>
+
+namespace platform {
+
+namespace {
+
+WebView::BackendFactory& backendFactory() {
+    static WebView::BackendFactory factory;
+    return factory;
+}
+
+// Schemes the engine loads by itself; a navigation to any other scheme is only ever offered to
+// the delegate.
+bool engineLoadsScheme(const QString& scheme) {
+    static const QStringList schemes = {QStringLiteral("http"),  QStringLiteral("https"),
+                                        QStringLiteral("about"), QStringLiteral("data"),
+                                        QStringLiteral("file"),  QStringLiteral("blob"),
+                                        QStringLiteral("qrc")};
+    return schemes.contains(scheme.toLower());
+}
+
+int navigationTypeFor(QWebEnginePage::NavigationType type) {
+    switch (type) {
+        case QWebEnginePage::NavigationTypeLinkClicked:
+            return WebViewNavigationTypeLinkClicked;
+        case QWebEnginePage::NavigationTypeFormSubmitted:
+            return WebViewNavigationTypeFormSubmitted;
+        case QWebEnginePage::NavigationTypeBackForward:
+            return WebViewNavigationTypeBackForward;
+        case QWebEnginePage::NavigationTypeReload:
+            return WebViewNavigationTypeReload;
+        default:
+            return WebViewNavigationTypeOther;
+    }
+}
+
+// The engine shows an HTML string as a data: URL holding the UTF-8 text in base64.
+QByteArray dataUrlPayload(const QUrl& url) {
+    const QByteArray encoded = url.toEncoded();
+    const int comma = encoded.indexOf(',');
+    if (comma < 0) {
+        return {};
+    }
+    const QByteArray head = encoded.left(comma);
+    const QByteArray body = QByteArray::fromPercentEncoding(encoded.mid(comma + 1));
+    return head.endsWith(";base64") ? QByteArray::fromBase64(body) : body;
+}
+
+// Message URLs must be requestable for the engine to offer them to the navigation check at all
+// (otherwise it blocks them as "about:blank#blocked"); they are never loaded, so any request
+// that gets this far is refused.
+class MessageSchemeHandler : public QWebEngineUrlSchemeHandler {
+  public:
+    using QWebEngineUrlSchemeHandler::QWebEngineUrlSchemeHandler;
+    void requestStarted(QWebEngineUrlRequestJob* job) override {
+        job->fail(QWebEngineUrlRequestJob::RequestDenied);
+    }
+};
+
+class EngineBackend;
+
+class EnginePage : public QWebEnginePage {
+  public:
+    EnginePage(QWebEngineProfile* profile, EngineBackend* backend);
+
+  protected:
+    bool acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) override;
+
+  private:
+    EngineBackend* backend_;
+};
+
+class EngineBackend : public QObject, public WebViewBackend {
+  public:
+    explicit EngineBackend(WebView* view) : view_(view) {}
+    ~EngineBackend() override {
+        delete engineView_.data();
+        delete page_;
+    }
+
+    void loadRequest(const UrlRequest& request) override {
+        pendingRequests_.push_back(request);
+        if (pendingRequests_.size() > 8) {
+            pendingRequests_.pop_front();
+        }
+        const QUrl referer(request.valueForHTTPHeaderField(QStringLiteral("Referer")));
+        if (referer.isValid() && !referer.isEmpty()) {
+            // The engine refuses a "Referer" header field on a load (the request fails as
+            // blocked). A page of the referrer's URL that moves on to the target sends it
+            // the way browsers do; that page itself is never shown to the delegate.
+            const QString html =
+                QStringLiteral(
+                    "<html><head><meta name='referrer' content='unsafe-url'>"
+                    "<script>location.replace(%1);</script></head></html>")
+                    .arg(QString::fromUtf8(QJsonDocument(QJsonArray{request.url().toString()})
+                                               .toJson(QJsonDocument::Compact)
+                                               .chopped(1)
+                                               .mid(1)));
+            trampolines_.push_back({html.toUtf8(), request.url()});
+            page()->setHtml(html, referer);
+            return;
+        }
+        QWebEngineHttpRequest httpRequest(request.url());
+        for (const auto& [name, value] : request.allHTTPHeaderFields()) {
+            httpRequest.setHeader(name.toLatin1(), value.toLatin1());
+        }
+        page()->load(httpRequest);
+    }
+
+    void loadHTML(const QString& html, const QUrl& baseUrl) override {
+        const QUrl shown = baseUrl.isEmpty() ? QUrl(QStringLiteral("about:blank")) : baseUrl;
+        pendingHtml_.push_back({html.toUtf8(), UrlRequest(shown)});
+        if (pendingHtml_.size() > 8) {
+            pendingHtml_.pop_front();
+        }
+        page()->setHtml(html, baseUrl);
+    }
+
+    void evaluateJavaScript(const QString& script,
+                            std::function<void(const QVariant&)> done) override {
+        QPointer<QObject> guard(this);
+        page()->runJavaScript(script, QWebEngineScript::MainWorld,
+                              [guard, done = std::move(done)](const QVariant& result) {
+                                  if (guard != nullptr && done) {
+                                      done(result);
+                                  }
+                              });
+    }
+
+    bool canGoBack() const override { return page_ != nullptr && page_->history()->canGoBack(); }
+    bool canGoForward() const override {
+        return page_ != nullptr && page_->history()->canGoForward();
+    }
+    void goBack() override { page()->triggerAction(QWebEnginePage::Back); }
+    void goForward() override { page()->triggerAction(QWebEnginePage::Forward); }
+    void reload() override { page()->triggerAction(QWebEnginePage::Reload); }
+    void stopLoading() override {
+        if (page_ != nullptr) {
+            page_->triggerAction(QWebEnginePage::Stop);
+        }
+    }
+    QString userAgent() const override { return WebView::profile()->httpUserAgent(); }
+
+    void settingsChanged() override {
+        if (page_ == nullptr) {
+            return;  // applied when the page is made
+        }
+        page_->settings()->setAttribute(QWebEngineSettings::PlaybackRequiresUserGesture,
+                                        view_->mediaPlaybackRequiresUserAction());
+        page_->setBackgroundColor(view_->pageBackgroundColor());
+        fitPage();
+    }
+
+    void viewShown() override {
+        // The widget is made only when the view is first shown: a hidden view's page loads and
+        // runs its scripts without one.
+        if (engineView_ != nullptr) {
+            return;
+        }
+        engineView_ = new QWebEngineView(view_);
+        engineView_->setPage(page());
+        engineView_->setGeometry(view_->rect());
+        engineView_->show();
+    }
+
+    void viewResized() override {
+        if (engineView_ != nullptr) {
+            engineView_->setGeometry(view_->rect());
+        }
+        fitPage();
+    }
+
+    bool acceptNavigation(const QUrl& url, QWebEnginePage::NavigationType type, bool mainFrame) {
+        if (!mainFrame) {
+            return true;
+        }
+        if (auto it = std::find(preApproved_.begin(), preApproved_.end(), url);
+            it != preApproved_.end()) {
+            preApproved_.erase(it);
+            return allow(url);
+        }
+        if (url.scheme() == QLatin1String("data") && !trampolines_.empty() &&
+            trampolines_.front().first == dataUrlPayload(url)) {
+            trampolineTarget_ = trampolines_.front().second;
+            trampolines_.pop_front();
+            return true;  // the referrer's page, never reported
+        }
+        UrlRequest request(url);
+        bool startsWithoutEngine = false;
+        int navigationType = navigationTypeFor(type);
+        if (navigationType == WebViewNavigationTypeLinkClicked && !view_->hadRecentUserInput()) {
+            navigationType = WebViewNavigationTypeOther;
+        }
+        if (url.scheme() == QLatin1String("data") && !pendingHtml_.empty()) {
+            // Our own HTML string: the delegate sees its base URL, as the phone showed it.
+            const QByteArray payload = dataUrlPayload(url);
+            auto match = std::find_if(pendingHtml_.begin(), pendingHtml_.end(),
+                                      [&](const auto& entry) { return entry.first == payload; });
+            if (match == pendingHtml_.end()) {
+                match = pendingHtml_.end() - 1;
+            }
+            request = match->second;
+            pendingHtml_.erase(pendingHtml_.begin(), match + 1);
+            navigationType = WebViewNavigationTypeOther;
+        } else if (type == QWebEnginePage::NavigationTypeTyped ||
+                   type == QWebEnginePage::NavigationTypeRedirect || url == trampolineTarget_) {
+            if (url == trampolineTarget_) {
+                trampolineTarget_.clear();
+                navigationType = WebViewNavigationTypeOther;
+                // It continues the referrer page's load, for which the engine reports no start.
+                startsWithoutEngine = true;
+            }
+            auto match = std::find_if(pendingRequests_.begin(), pendingRequests_.end(),
+                                      [&](const UrlRequest& r) { return r.url() == url; });
+            if (match != pendingRequests_.end()) {
+                request = *match;
+                pendingRequests_.erase(pendingRequests_.begin(), match + 1);
+            }
+        }
+        if (!view_->shouldStartLoad(request, navigationType)) {
+            return false;
+        }
+        if (url.scheme() == QLatin1String("data")) {
+            allow(url);
+            allow(request.url());  // the engine reports the page's end under its base URL
+        }
+        if (!engineLoadsScheme(url.scheme())) {
+            logDebug(QStringLiteral("Web view drops a navigation it cannot load: ") +
+                     url.toString());
+            return false;
+        }
+        allow(url);
+        if (startsWithoutEngine && !started_) {
+            started_ = true;
+            currentUrl_ = url;
+            view_->didStartLoad();
+        }
+        return true;
+    }
+
+    void newWindowRequested(QWebEngineNewWindowRequest& newWindow) {
+        // The phone's web view showed such links in place: ask as for any navigation there.
+        const QUrl url = newWindow.requestedUrl();
+        const int type = newWindow.isUserInitiated() ? WebViewNavigationTypeLinkClicked
+                                                     : WebViewNavigationTypeOther;
+        if (!view_->shouldStartLoad(UrlRequest(url), type) || !engineLoadsScheme(url.scheme())) {
+            return;
+        }
+        preApproved_.push_back(url);
+        page()->load(url);
+    }
+
+    void loadingChanged(const QWebEngineLoadingInfo& info) {
+        switch (info.status()) {
+            case QWebEngineLoadingInfo::LoadStartedStatus:
+                if (isAllowed(info.url()) && !started_) {
+                    started_ = true;
+                    currentUrl_ = info.url();
+                    view_->didStartLoad();
+                }
+                break;
+            case QWebEngineLoadingInfo::LoadSucceededStatus:
+                if (finishes(info.url())) {
+                    fitPage();
+                    view_->didFinishLoad();
+                }
+                break;
+            case QWebEngineLoadingInfo::LoadStoppedStatus:
+                if (finishes(info.url())) {
+                    view_->didFailLoad(Error::withDescription(
+                        kWebViewErrorDomain, kWebViewErrorCancelled, QStringLiteral("cancelled")));
+                }
+                break;
+            case QWebEngineLoadingInfo::LoadFailedStatus:
+                if (finishes(info.url())) {
+                    QVariantMap userInfo{
+                        {Error::kLocalizedDescriptionKey, info.errorString()},
+                        {Error::kUrlKey, info.url()},
+                    };
+                    const bool network =
+                        info.errorDomain() == QWebEngineLoadingInfo::ConnectionErrorDomain ||
+                        info.errorDomain() == QWebEngineLoadingInfo::DnsErrorDomain ||
+                        info.errorDomain() == QWebEngineLoadingInfo::CertificateErrorDomain;
+                    view_->didFailLoad(Error(network ? kNetworkErrorDomain : kWebViewErrorDomain,
+                                             info.errorCode(), userInfo));
+                }
+                break;
+        }
+    }
+
+  private:
+    QWebEnginePage* page() {
+        if (page_ == nullptr) {
+            page_ = new EnginePage(WebView::profile(), this);
+            connect(page_, &QWebEnginePage::newWindowRequested, this,
+                    &EngineBackend::newWindowRequested);
+            connect(page_, &QWebEnginePage::loadingChanged, this, &EngineBackend::loadingChanged);
+            connect(page_, &QWebEnginePage::contentsSizeChanged, this, [this] { fitPage(); });
+            settingsChanged();
+        }
+        return page_;
+    }
+
+    bool allow(const QUrl& url) {
+        allowed_.push_back(url);
+        if (allowed_.size() > 16) {
+            allowed_.pop_front();
+        }
+        if (started_) {
+            currentUrl_ = url;  // a redirect or a new page replaces the one loading
+        }
+        return true;
+    }
+
+    bool isAllowed(const QUrl& url) const {
+        return std::find(allowed_.begin(), allowed_.end(), url) != allowed_.end();
+    }
+
+    // A load that ends is reported only if we reported its start: refused navigations (message
+    // URLs, other applications' schemes) leave no trace with the delegate.
+    bool finishes(const QUrl& url) {
+        if (!started_ || (url != currentUrl_ && !isAllowed(url))) {
+            return false;
+        }
+        started_ = false;
+        allowed_.clear();
+        return true;
+    }
+
+    void fitPage() {
+        if (page_ == nullptr) {
+            return;
+        }
+        double zoom = 1.0;
+        const double contentWidth = page_->contentsSize().width() / page_->zoomFactor();
+        if (view_->scalesPageToFit() && contentWidth > view_->width() && view_->width() > 0) {
+            zoom = std::max(0.25, view_->width() / contentWidth);
+        }
+        if (!qFuzzyCompare(zoom, page_->zoomFactor())) {
+            page_->setZoomFactor(zoom);
+        }
+    }
+
+    WebView* view_;
+    EnginePage* page_ = nullptr;
+    QPointer<QWebEngineView> engineView_;
+    std::deque<std::pair<QByteArray, UrlRequest>> pendingHtml_;
+    std::deque<UrlRequest> pendingRequests_;
+    std::deque<QUrl> preApproved_;
+    std::deque<std::pair<QByteArray, QUrl>> trampolines_;
+    QUrl trampolineTarget_;
+    std::deque<QUrl> allowed_;
+    QUrl currentUrl_;
+    bool started_ = false;
+};
+
+EnginePage::EnginePage(QWebEngineProfile* profile, EngineBackend* backend)
+    : QWebEnginePage(profile, backend), backend_(backend) {}
+
+bool EnginePage::acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) {
+    return backend_->acceptNavigation(url, type, isMainFrame);
+}
+
+}  // namespace
+
+WebView::WebView(QWidget* parent) : View(parent) {
+    init();
+}
+
+WebView::WebView(const QRect& frame, QWidget* parent) : View(frame, parent) {
+    init();
+}
+
+void WebView::touchReached(QEvent::Type type) {
+    lastUserInput_ = monotonicSeconds();
+    View::touchReached(type);
+}
+
+bool WebView::hadRecentUserInput() const {
+    return monotonicSeconds() - lastUserInput_ < 2.0;
+}
+
+void WebView::init() {
+    watchTouches();
+    backend_ = backendFactory() ? backendFactory()(this) : std::make_unique<EngineBackend>(this);
+}
+
+WebView::~WebView() {
+    delegate_.reset();
+    backend_.reset();
+}
+
+void WebView::setBackendFactory(BackendFactory factory) {
+    backendFactory() = std::move(factory);
+}
+
+QWebEngineProfile* WebView::profile() {
+    static QPointer<QWebEngineProfile> shared;
+    if (shared == nullptr) {
+        shared = new QWebEngineProfile(qApp);  // no storage name: off the record
+        shared->settings()->setUnknownUrlSchemePolicy(
+            QWebEngineSettings::AllowAllUnknownUrlSchemes);
+        auto* handler = new MessageSchemeHandler(shared);
+        shared->installUrlSchemeHandler(kMessageUrlScheme.toLatin1(), handler);
+        shared->installUrlSchemeHandler(kLegacyMessageUrlScheme.toLatin1(), handler);
+    }
+    return shared;
+}
+
+void WebView::loadRequest(const UrlRequest& request) {
+    if (request.url().isEmpty()) {
+        return;
+    }
+    backend_->loadRequest(request);
+}
+
+void WebView::loadHTMLStringBaseURL(const QString& html, const QUrl& baseUrl) {
+    backend_->loadHTML(html, baseUrl);
+}
+
+void WebView::evaluateJavaScript(const QString& script, std::function<void(const QVariant&)> done) {
+    backend_->evaluateJavaScript(script, std::move(done));
+}
+
+void WebView::stringByEvaluatingJavaScriptFromString(const QString& script,
+                                                     std::function<void(const QString&)> done) {
+    // Indirect eval runs the script in the global scope, as if it were the page's own.
+    const QByteArray quoted = QJsonDocument(QJsonArray{script}).toJson(QJsonDocument::Compact);
+    const QString wrapped =
+        QStringLiteral(
+            "(function(){try{var r=(0,eval)(%1);return r===undefined||r===null?'':"
+            "String(r);}catch(e){return '';}})()")
+            .arg(QString::fromUtf8(quoted.mid(1, quoted.size() - 2)));
+    backend_->evaluateJavaScript(wrapped, [done = std::move(done)](const QVariant& result) {
+        if (done) {
+            done(result.toString());
+        }
+    });
+}
+
+bool WebView::canGoBack() const {
+    return backend_->canGoBack();
+}
+bool WebView::canGoForward() const {
+    return backend_->canGoForward();
+}
+void WebView::goBack() {
+    backend_->goBack();
+}
+void WebView::goForward() {
+    backend_->goForward();
+}
+void WebView::reload() {
+    backend_->reload();
+}
+void WebView::stopLoading() {
+    backend_->stopLoading();
+}
+QString WebView::userAgent() const {
+    return backend_->userAgent();
+}
+
+void WebView::setScalesPageToFit(bool on) {
+    scalesPageToFit_ = on;
+    backend_->settingsChanged();
+}
+
+void WebView::setMediaPlaybackRequiresUserAction(bool on) {
+    mediaRequiresUserAction_ = on;
+    backend_->settingsChanged();
+}
+
+void WebView::setBackgroundColor(const QColor& color) {
+    View::setBackgroundColor(color);
+    if (backend_) {
+        backend_->settingsChanged();
+    }
+}
+
+void WebView::setOpaque(bool opaque) {
+    View::setOpaque(opaque);
+    if (backend_) {
+        backend_->settingsChanged();
+    }
+}
+
+QColor WebView::pageBackgroundColor() const {
+    if (isOpaque()) {
+        return backgroundColor().isValid() ? QColor(backgroundColor().rgb()) : QColor(Qt::white);
+    }
+    return backgroundColor().isValid() ? backgroundColor() : QColor(Qt::transparent);
+}
+
+bool WebView::shouldStartLoad(UrlRequest request, int navigationType) {
+    if (request.valueForHTTPHeaderField(QStringLiteral("User-Agent")).isEmpty()) {
+        request.setValueForHTTPHeaderField(backend_->userAgent(), QStringLiteral("User-Agent"));
+    }
+    QPointer<WebView> self(this);
+    if (WebViewDelegate* d = delegate()) {
+        if (!d->webViewShouldStartLoadWithRequestNavigationType(this, request, navigationType)) {
+            return false;
+        }
+    }
+    if (self == nullptr) {
+        return false;
+    }
+    request_ = request;
+    return true;
+}
+
+void WebView::didStartLoad() {
+    loading_ = true;
+    if (WebViewDelegate* d = delegate()) {
+        d->webViewDidStartLoad(this);
+    }
+}
+
+void WebView::didFinishLoad() {
+    loading_ = false;
+    if (WebViewDelegate* d = delegate()) {
+        d->webViewDidFinishLoad(this);
+    }
+}
+
+void WebView::didFailLoad(const Error& error) {
+    loading_ = false;
+    if (WebViewDelegate* d = delegate()) {
+        d->webViewDidFailLoadWithError(this, error);
+    }
+}
+
+void WebView::showEvent(QShowEvent* event) {
+    View::showEvent(event);
+    backend_->viewShown();
+}
+
+void WebView::resizeEvent(QResizeEvent* event) {
+    View::resizeEvent(event);
+    backend_->viewResized();
+}
+
+}  // namespace platform

@@ -1,0 +1,182 @@
+// A web view over Qt WebEngine with the phone web view's interface: its delegate decides on every
+// main-frame navigation (including in-ad message URLs and schemes the engine does not load) and
+// hears when loads start, finish and fail. Script evaluation is asynchronous here.
+#pragma once
+
+#include "platform/error.h"
+#include "platform/ui/view.h"
+#include "platform/urlrequest.h"
+#include "platform/weakref.h"
+
+#include <QVariant>
+
+#include <functional>
+#include <memory>
+
+class QWebEngineProfile;
+
+namespace platform {
+
+class WebView;
+
+// Navigation types, numbered as the phone numbered them. "Form resubmitted" has no counterpart
+// in the engine and is never reported.
+enum WebViewNavigationType : int {
+    WebViewNavigationTypeLinkClicked = 0,
+    WebViewNavigationTypeFormSubmitted = 1,
+    WebViewNavigationTypeBackForward = 2,
+    WebViewNavigationTypeReload = 3,
+    WebViewNavigationTypeFormResubmitted = 4,
+    WebViewNavigationTypeOther = 5,
+};
+
+// Data detector bits (kept for callers: the engine detects nothing in page text).
+enum DataDetectorTypes : int {
+    DataDetectorTypeNone = 0,
+    DataDetectorTypePhoneNumber = 1,
+    DataDetectorTypeLink = 2,
+    DataDetectorTypeAddress = 4,
+    DataDetectorTypeCalendarEvent = 8,
+    DataDetectorTypeAll = -1,
+};
+
+inline const QString kWebViewErrorDomain = QStringLiteral("WebKitErrorDomain");
+// Error code of a load stopped by stopLoading() or replaced by another load.
+inline constexpr int kWebViewErrorCancelled = -999;
+
+class WebViewDelegate : public Referenceable {
+  public:
+    // Asked for every main-frame navigation, whoever started it: loadRequest (type 5), an HTML
+    // string (a request for its base URL, "about:blank" without one, type 5), links the user
+    // clicks (0), forms (1), scripts setting the location (5), target=_blank links and
+    // window.open (shown in this view), back/forward (2), reload (3) and redirects (5). The request
+    // carries the page's "User-Agent" header field (and any fields the caller of loadRequest set).
+    // Refusing loads nothing. A navigation the delegate allows to a scheme the engine does not load
+    // (qmsg, torvin, mailto, tel, ...) is dropped: such URLs never reach the desktop from here.
+    virtual bool webViewShouldStartLoadWithRequestNavigationType(WebView*, const UrlRequest&,
+                                                                 int /*navigationType*/) {
+        return true;
+    }
+    virtual void webViewDidStartLoad(WebView*) {}
+    virtual void webViewDidFinishLoad(WebView*) {}
+    virtual void webViewDidFailLoadWithError(WebView*, const Error&) {}
+};
+
+// What loads the pages of a WebView: the web engine, or a scripted stand-in in tests.
+class WebViewBackend {
+  public:
+    virtual ~WebViewBackend() = default;
+    virtual void loadRequest(const UrlRequest& request) = 0;
+    virtual void loadHTML(const QString& html, const QUrl& baseUrl) = 0;
+    virtual void evaluateJavaScript(const QString& script,
+                                    std::function<void(const QVariant&)> done) = 0;
+    virtual bool canGoBack() const = 0;
+    virtual bool canGoForward() const = 0;
+    virtual void goBack() = 0;
+    virtual void goForward() = 0;
+    virtual void reload() = 0;
+    virtual void stopLoading() = 0;
+    virtual QString userAgent() const = 0;
+    // The view's settings changed (see WebView's setters).
+    virtual void settingsChanged() {}
+    // The view is about to be shown or was resized.
+    virtual void viewShown() {}
+    virtual void viewResized() {}
+};
+
+class WebView : public View {
+    Q_OBJECT
+  public:
+    using BackendFactory = std::function<std::unique_ptr<WebViewBackend>(WebView*)>;
+
+    explicit WebView(QWidget* parent = nullptr);
+    explicit WebView(const QRect& frame, QWidget* parent = nullptr);
+    ~WebView() override;
+
+    // Not retained.
+    WebViewDelegate* delegate() const { return delegate_.get(); }
+    void setDelegate(WebViewDelegate* delegate) { delegate_.reset(delegate); }
+
+    void loadRequest(const UrlRequest& request);
+    // Loads `html` as a page of `baseUrl` (its origin, and the base for relative links). The
+    // engine caps such a page at 2 MB.
+    void loadHTMLStringBaseURL(const QString& html, const QUrl& baseUrl);
+
+    // Runs `script` in the page's main world. Asynchronous: `done` gets the result later on the
+    // main thread (never during the call), converted as the phone did: String(result), or ""
+    // for undefined, null or an exception. `done` is not called if the view is destroyed first.
+    void stringByEvaluatingJavaScriptFromString(const QString& script,
+                                                std::function<void(const QString&)> done = {});
+    // The same, with the engine's own conversion of the result (numbers, strings, lists, maps).
+    void evaluateJavaScript(const QString& script, std::function<void(const QVariant&)> done = {});
+
+    bool canGoBack() const;
+    bool canGoForward() const;
+    void goBack();
+    void goForward();
+    void reload();
+    void stopLoading();
+    // Between webViewDidStartLoad and webViewDidFinishLoad / webViewDidFailLoadWithError.
+    bool isLoading() const { return loading_; }
+    // The last main-frame request the delegate allowed.
+    const UrlRequest& request() const { return request_; }
+    QString userAgent() const;
+
+    // Settings. Scaling to fit zooms a page wider than the view out to the view's width.
+    bool scalesPageToFit() const { return scalesPageToFit_; }
+    void setScalesPageToFit(bool on);
+    int dataDetectorTypes() const { return dataDetectorTypes_; }
+    void setDataDetectorTypes(int types) { dataDetectorTypes_ = types; }
+    // Media always plays inline on the desktop; the flag is kept for callers.
+    bool allowsInlineMediaPlayback() const { return allowsInlineMediaPlayback_; }
+    void setAllowsInlineMediaPlayback(bool on) { allowsInlineMediaPlayback_ = on; }
+    // Maps to the engine's "playback requires a user gesture"; on by default, as on the phone.
+    bool mediaPlaybackRequiresUserAction() const { return mediaRequiresUserAction_; }
+    void setMediaPlaybackRequiresUserAction(bool on);
+    // A view that is not opaque shows its background colour (clear: what lies beneath) where
+    // the page has none.
+    void setBackgroundColor(const QColor& color) override;
+    void setOpaque(bool opaque) override;
+    // The colour the page is drawn on, from the two settings above.
+    QColor pageBackgroundColor() const;
+
+    WebViewBackend* backend() const { return backend_.get(); }
+
+    // Every WebView created while a factory is set uses the back-end it makes (tests use the
+    // scripted one of scriptablewebview.h); an empty factory restores the engine.
+    static void setBackendFactory(BackendFactory factory);
+    // The process-wide off-the-record profile of every engine-backed view (cookies last for the
+    // process). Unknown URL schemes reach the navigation check.
+    static QWebEngineProfile* profile();
+
+    // For back-ends: report the engine's events. shouldStartLoad asks the delegate (adding the
+    // "User-Agent" field to the request when missing) and records an allowed request.
+    bool shouldStartLoad(UrlRequest request, int navigationType);
+    void didStartLoad();
+    void didFinishLoad();
+    void didFailLoad(const Error& error);
+
+    // Records user input: the engine reports script navigations as link clicks, so a "link
+    // clicked" without a press on this view in the last two seconds is reported as "other".
+    void touchReached(QEvent::Type type) override;
+    bool hadRecentUserInput() const;
+
+  protected:
+    void showEvent(QShowEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+
+  private:
+    void init();
+
+    WeakRef<WebViewDelegate> delegate_;
+    std::unique_ptr<WebViewBackend> backend_;
+    UrlRequest request_;
+    bool loading_ = false;
+    bool scalesPageToFit_ = false;
+    int dataDetectorTypes_ = DataDetectorTypePhoneNumber;
+    bool allowsInlineMediaPlayback_ = false;
+    bool mediaRequiresUserAction_ = true;
+    double lastUserInput_ = -1e9;
+};
+
+}  // namespace platform
