@@ -10,6 +10,7 @@
 #include <QLinearGradient>
 #include <QPainter>
 #include <QPainterPath>
+#include <QPropertyAnimation>
 #include <QShortcut>
 
 namespace {
@@ -141,6 +142,22 @@ class Header : public QWidget {
     QString subtitle_;
 };
 
+// Slides a page's views in from the right edge after the page action has placed them.
+void slideIn(std::initializer_list<QWidget*> views) {
+    for (QWidget* view : views) {
+        if (view == nullptr) {
+            continue;
+        }
+        const QPoint end(0, view->y());
+        auto* slide = new QPropertyAnimation(view, "pos", view);
+        slide->setDuration(220);
+        slide->setStartValue(QPoint(view->width(), end.y()));
+        slide->setEndValue(end);
+        slide->setEasingCurve(QEasingCurve::OutCubic);
+        slide->start(QAbstractAnimation::DeleteWhenStopped);
+    }
+}
+
 PadButton* addSoundButton(MainView* view, QWidget* parent, int index, const QRect& frame,
                           int colorIndex) {
     const MainView::Sound& sound = MainView::sounds()[index];
@@ -267,13 +284,17 @@ MainView* buildMainView(const QRect& frame) {
     auto* more = addNavigationButton(main, QStringLiteral("More sounds \u203a"),
                                      QRect(10, 340, 146, 52), QColor(0x1f, 0x8a, 0x9e),
                                      QStringLiteral("gotoscrollview"), QKeySequence(Qt::Key_N));
-    QObject::connect(more, &QAbstractButton::clicked, view,
-                     [view, more] { view->gotoscrollview(more); });
+    QObject::connect(more, &QAbstractButton::clicked, view, [view, more] {
+        view->gotoscrollview(more);
+        slideIn({view->myextraview(), view->myscrollview()});
+    });
     auto* evenMore = addNavigationButton(
         main, QStringLiteral("Even more \u203a"), QRect(164, 340, 146, 52),
         QColor(0xb0, 0x3a, 0x8c), QStringLiteral("gotoscrollview1"), QKeySequence(Qt::Key_B));
-    QObject::connect(evenMore, &QAbstractButton::clicked, view,
-                     [view, evenMore] { view->gotoscrollview1(evenMore); });
+    QObject::connect(evenMore, &QAbstractButton::clicked, view, [view, evenMore] {
+        view->gotoscrollview1(evenMore);
+        slideIn({view->onemyextraview(), view->onemyscrollview()});
+    });
 
     view->addSubview(main);
     view->setOutlets(main, extra, scroll, oneExtra, oneScroll);
