@@ -81,9 +81,9 @@ const Bundle& MainView::bundle() const {
     return bundle_ != nullptr ? *bundle_ : Bundle::mainBundle();
 }
 
-std::shared_ptr<MainView::Player> MainView::newPlayer(const QUrl& url) {
+std::shared_ptr<MainView::Player> MainView::newPlayer(const QUrl& url, platform::Error* error) {
     std::shared_ptr<Player> player =
-        makePlayer_ ? makePlayer_(url) : platform::AudioPlayer::create(url);
+        makePlayer_ ? makePlayer_(url) : platform::AudioPlayer::withContentsOfURL(url, error);
     if (player) {
         std::erase_if(players_, [](const std::weak_ptr<Player>& p) { return p.expired(); });
         players_.push_back(player);
@@ -95,7 +95,7 @@ void MainView::playClip(const QString& name, const QString& type) {
     const QString path = bundle().pathForResource(name, type);
     const QUrl url = QUrl::fromLocalFile(path);
     // A missing clip gives no player: nothing plays and nothing is reported.
-    const std::shared_ptr<Player> player = newPlayer(url);
+    const std::shared_ptr<Player> player = newPlayer(url, nullptr);
     if (!player) {
         return;
     }
@@ -170,8 +170,10 @@ void MainView::ButtonEffect() {
 
 void MainView::canemurder() {
     const QString path = QStringLiteral("%1/%2").arg(bundle().resourcePath(), kMusicTrack);
-    // The previous player is dropped without being stopped: it plays on to its end.
-    canemurder_ = newPlayer(QUrl::fromLocalFile(path));
+    // The previous player is dropped without being stopped: it plays on to its end. The error
+    // is asked for and never looked at, as it always was.
+    platform::Error error;
+    canemurder_ = newPlayer(QUrl::fromLocalFile(path), &error);
     if (canemurder_) {
         canemurder_->setNumberOfLoops(0);
         canemurder_->play();

@@ -15,6 +15,7 @@
 class Bundle;
 class ScrollView;
 
+#include "platform/error.h"
 #include "platform/ui/audioplayer.h"
 
 // Adopts the player's delegate interface without implementing any of it, as the phone's did.
@@ -101,7 +102,7 @@ class MainView : public platform::View, public platform::AudioPlayerDelegate {
 
   private:
     void playClip(const QString& name, const QString& type);
-    std::shared_ptr<Player> newPlayer(const QUrl& url);
+    std::shared_ptr<Player> newPlayer(const QUrl& url, platform::Error* error);
     const Bundle& bundle() const;
 
     std::shared_ptr<Player> canemurder_;

@@ -45,7 +45,7 @@ class TestMainView : public QObject {
         view->setBundle(bundle.get());
         made.clear();
         view->setPlayerFactory([this](const QUrl& url) {
-            auto player = platform::AudioPlayer::create(url);
+            auto player = platform::AudioPlayer::withContentsOfURL(url);
             made.append({url, player});
             return player;
         });
