@@ -35,7 +35,9 @@ class TouchWatcher : public QObject {
         }
         // An event that Qt passes on to the parent comes through here again: report it once.
         const auto* input = static_cast<QInputEvent*>(event);
-        if (event == lastEvent_ && input->timestamp() == lastTimestamp_ && type == lastType_) {
+        const bool sameInput = type == lastType_ && input->timestamp() == lastTimestamp_ &&
+                               (event == lastEvent_ || lastTimestamp_ != 0);
+        if (sameInput) {
             return false;
         }
         lastEvent_ = event;

@@ -231,9 +231,10 @@ void ViewController::dismissModalViewControllerAnimated(bool animated) {
             if (self != nullptr && self->presented_ == chain.front()) {
                 self->presented_.reset();
             }
-            // The presenter's hold ends on a later turn, never inside a caller's own method.
-            if (qApp != nullptr) {
-                performAfter(qApp, 0, [chain] {});
+            // The presenter's hold ends on a later turn, never inside a caller's own method
+            // (or with the presenter, if that goes first).
+            if (self != nullptr) {
+                performAfter(self, 0, [chain] {});
             }
         });
 }

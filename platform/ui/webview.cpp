@@ -149,6 +149,22 @@ class EngineBackend : public QObject, public WebViewBackend {
                               });
     }
 
+    void evaluateJavaScriptToString(const QString& script,
+                                    std::function<void(const QString&)> done) override {
+        // Indirect eval runs the script in the global scope, as if it were the page's own.
+        const QByteArray quoted = QJsonDocument(QJsonArray{script}).toJson(QJsonDocument::Compact);
+        const QString wrapped =
+            QStringLiteral(
+                "(function(){try{var r=(0,eval)(%1);return r===undefined||r===null?'':"
+                "String(r);}catch(e){return '';}})()")
+                .arg(QString::fromUtf8(quoted.mid(1, quoted.size() - 2)));
+        evaluateJavaScript(wrapped, [done = std::move(done)](const QVariant& result) {
+            if (done) {
+                done(result.toString());
+            }
+        });
+    }
+
     bool canGoBack() const override { return page_ != nullptr && page_->history()->canGoBack(); }
     bool canGoForward() const override {
         return page_ != nullptr && page_->history()->canGoForward();
@@ -402,6 +418,11 @@ bool WebView::hadRecentUserInput() const {
     return monotonicSeconds() - lastUserInput_ < 2.0;
 }
 
+WebView::WebView(const BackendFactory& makeBackend, QWidget* parent) : View(parent) {
+    watchTouches();
+    backend_ = makeBackend(this);
+}
+
 void WebView::init() {
     watchTouches();
     backend_ = backendFactory() ? backendFactory()(this) : std::make_unique<EngineBackend>(this);
@@ -446,18 +467,7 @@ void WebView::evaluateJavaScript(const QString& script, std::function<void(const
 
 void WebView::stringByEvaluatingJavaScriptFromString(const QString& script,
                                                      std::function<void(const QString&)> done) {
-    // Indirect eval runs the script in the global scope, as if it were the page's own.
-    const QByteArray quoted = QJsonDocument(QJsonArray{script}).toJson(QJsonDocument::Compact);
-    const QString wrapped =
-        QStringLiteral(
-            "(function(){try{var r=(0,eval)(%1);return r===undefined||r===null?'':"
-            "String(r);}catch(e){return '';}})()")
-            .arg(QString::fromUtf8(quoted.mid(1, quoted.size() - 2)));
-    backend_->evaluateJavaScript(wrapped, [done = std::move(done)](const QVariant& result) {
-        if (done) {
-            done(result.toString());
-        }
-    });
+    backend_->evaluateJavaScriptToString(script, std::move(done));
 }
 
 bool WebView::canGoBack() const {

@@ -70,6 +70,9 @@ class WebViewBackend {
     virtual void loadHTML(const QString& html, const QUrl& baseUrl) = 0;
     virtual void evaluateJavaScript(const QString& script,
                                     std::function<void(const QVariant&)> done) = 0;
+    // The phone's conversion: String(result), "" for undefined, null or an exception.
+    virtual void evaluateJavaScriptToString(const QString& script,
+                                            std::function<void(const QString&)> done) = 0;
     virtual bool canGoBack() const = 0;
     virtual bool canGoForward() const = 0;
     virtual void goBack() = 0;
@@ -162,6 +165,8 @@ class WebView : public View {
     bool hadRecentUserInput() const;
 
   protected:
+    // For views with a back-end of their own (the scripted test double).
+    WebView(const BackendFactory& makeBackend, QWidget* parent);
     void showEvent(QShowEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
 

@@ -1,0 +1,327 @@
+#include "platform/ui/controls.h"
+
+#include <QHBoxLayout>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QStyle>
+#include <QTimer>
+#include <QToolButton>
+
+#include <cmath>
+
+namespace platform {
+
+BarButtonItem* BarButtonItem::withSystemItem(int systemItem, Action action, QObject* parent) {
+    auto* item = new BarButtonItem(parent);
+    item->systemItem_ = systemItem;
+    item->action_ = std::move(action);
+    if (systemItem == BarButtonSystemItemDone) {
+        item->title_ = QStringLiteral("Done");
+        item->style_ = BarButtonItemStyleDone;
+    } else if (systemItem == BarButtonSystemItemCancel) {
+        item->title_ = QStringLiteral("Cancel");
+    }
+    return item;
+}
+
+BarButtonItem* BarButtonItem::withImage(const QImage& image, int style, Action action,
+                                        QObject* parent) {
+    auto* item = new BarButtonItem(parent);
+    item->image_ = image;
+    item->style_ = style;
+    item->action_ = std::move(action);
+    return item;
+}
+
+BarButtonItem* BarButtonItem::withTitle(const QString& title, int style, Action action,
+                                        QObject* parent) {
+    auto* item = new BarButtonItem(parent);
+    item->title_ = title;
+    item->style_ = style;
+    item->action_ = std::move(action);
+    return item;
+}
+
+BarButtonItem* BarButtonItem::withCustomView(QWidget* view, QObject* parent) {
+    auto* item = new BarButtonItem(parent);
+    item->customView_ = view;
+    return item;
+}
+
+void BarButtonItem::setStyle(int style) {
+    style_ = style;
+    emit changed();
+}
+
+void BarButtonItem::setEnabled(bool enabled) {
+    if (enabled != enabled_) {
+        enabled_ = enabled;
+        emit changed();
+    }
+}
+
+void BarButtonItem::setWidth(int width) {
+    width_ = width;
+    emit changed();
+}
+
+void BarButtonItem::setAccessibilityLabel(const QString& label) {
+    accessibilityLabel_ = label;
+    emit changed();
+}
+
+void BarButtonItem::setIsAccessibilityElement(bool on) {
+    accessibilityElement_ = on;
+    emit changed();
+}
+
+void BarButtonItem::trigger() {
+    if (enabled_ && action_) {
+        action_();
+    }
+}
+
+Toolbar::Toolbar(const QRect& frame, QWidget* parent) : View(frame, parent) {
+    layout_ = new QHBoxLayout(this);
+    layout_->setContentsMargins(6, 0, 6, 0);
+    layout_->setSpacing(4);
+    setBackgroundColor(tint_);
+}
+
+void Toolbar::setTintColor(const QColor& color) {
+    tint_ = color;
+    setBackgroundColor(color);
+}
+
+void Toolbar::setItems(const QList<BarButtonItem*>& items) {
+    for (const auto& item : items_) {
+        if (item != nullptr) {
+            disconnect(item, nullptr, this, nullptr);
+        }
+    }
+    items_.clear();
+    for (BarButtonItem* item : items) {
+        items_.append(item);
+        if (item != nullptr) {
+            connect(item, &BarButtonItem::changed, this, &Toolbar::rebuild, Qt::UniqueConnection);
+        }
+    }
+    rebuild();
+}
+
+QList<BarButtonItem*> Toolbar::items() const {
+    QList<BarButtonItem*> result;
+    for (const auto& item : items_) {
+        result.append(item.data());
+    }
+    return result;
+}
+
+QWidget* Toolbar::widgetAt(int index) const {
+    return index >= 0 && index < widgets_.size() ? widgets_[index].data() : nullptr;
+}
+
+void Toolbar::rebuild() {
+    // Buttons go later: rebuilding often happens inside a button's own action.
+    while (QLayoutItem* old = layout_->takeAt(0)) {
+        if (QWidget* w = old->widget(); w != nullptr && w->property("sorvelBarButton").toBool()) {
+            w->hide();
+            w->deleteLater();
+        }
+        delete old;
+    }
+    widgets_.clear();
+    for (const auto& item : items_) {
+        if (item == nullptr || item->isFlexibleSpace()) {
+            layout_->addStretch(1);
+            widgets_.append(nullptr);
+            continue;
+        }
+        if (item->systemItem() == BarButtonSystemItemFixedSpace) {
+            layout_->addSpacing(item->width());
+            widgets_.append(nullptr);
+            continue;
+        }
+        QWidget* widget = item->customView();
+        if (widget == nullptr) {
+            auto* button = new QToolButton(this);
+            button->setProperty("sorvelBarButton", true);
+            button->setAutoRaise(item->style() == BarButtonItemStylePlain);
+            if (!item->image().isNull()) {
+                button->setIcon(QIcon(QPixmap::fromImage(item->image())));
+                const QSizeF logical = item->image().deviceIndependentSize();
+                button->setIconSize(logical.toSize());
+            } else if (item->systemItem() == BarButtonSystemItemRefresh) {
+                button->setIcon(style()->standardIcon(QStyle::SP_BrowserReload));
+            } else if (item->systemItem() == BarButtonSystemItemStop) {
+                button->setIcon(style()->standardIcon(QStyle::SP_BrowserStop));
+            } else if (item->systemItem() == BarButtonSystemItemAction) {
+                button->setIcon(style()->standardIcon(QStyle::SP_ArrowUp));
+            }
+            button->setText(item->title());
+            if (!item->title().isEmpty() && button->icon().isNull()) {
+                button->setToolButtonStyle(Qt::ToolButtonTextOnly);
+            }
+            QPointer<BarButtonItem> target = item;
+            connect(button, &QToolButton::clicked, this, [target] {
+                if (target != nullptr) {
+                    target->trigger();
+                }
+            });
+            widget = button;
+        } else {
+            widget->setParent(this);
+        }
+        widget->setEnabled(item->isEnabled());
+        widget->setAccessibleName(item->accessibilityLabel());
+        widget->setProperty("accessibilityElement", item->isAccessibilityElement());
+        if (item->width() > 0) {
+            widget->setFixedWidth(item->width());
+        }
+        layout_->addWidget(widget, 0, Qt::AlignVCenter);
+        const bool hiddenOnPurpose = widget->testAttribute(Qt::WA_WState_ExplicitShowHide) &&
+                                     widget->testAttribute(Qt::WA_WState_Hidden);
+        if (!hiddenOnPurpose) {
+            widget->show();
+        }
+        widgets_.append(widget);
+    }
+}
+
+ActivityIndicatorView::ActivityIndicatorView(int style, QWidget* parent)
+    : View(parent), style_(style) {
+    const int side = style == ActivityIndicatorViewStyleWhiteLarge ? 37 : 20;
+    setFrame(QRect(0, 0, side, side));
+    setAttribute(Qt::WA_TranslucentBackground);
+    timer_ = new QTimer(this);
+    timer_->setInterval(80);
+    connect(timer_, &QTimer::timeout, this, [this] {
+        phase_ = (phase_ + 1) % 12;
+        update();
+    });
+    setHidden(true);
+}
+
+void ActivityIndicatorView::startAnimating() {
+    animating_ = true;
+    timer_->start();
+    setHidden(false);
+}
+
+void ActivityIndicatorView::stopAnimating() {
+    animating_ = false;
+    timer_->stop();
+    if (hidesWhenStopped_) {
+        setHidden(true);
+    }
+}
+
+void ActivityIndicatorView::setHidesWhenStopped(bool hides) {
+    hidesWhenStopped_ = hides;
+    setHidden(hides && !animating_);
+}
+
+void ActivityIndicatorView::paintEvent(QPaintEvent*) {
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const QColor base = style_ == ActivityIndicatorViewStyleGray ? Qt::gray : Qt::white;
+    const double radius = std::min(width(), height()) / 2.0;
+    painter.translate(width() / 2.0, height() / 2.0);
+    for (int i = 0; i < 12; ++i) {
+        QColor color = base;
+        color.setAlphaF(0.25 + 0.75 * ((i - phase_ + 12) % 12) / 11.0);
+        QPen pen(color, std::max(1.5, radius / 5));
+        pen.setCapStyle(Qt::RoundCap);
+        painter.setPen(pen);
+        const double angle = i * M_PI / 6;
+        painter.drawLine(QPointF(std::cos(angle) * radius * 0.45, std::sin(angle) * radius * 0.45),
+                         QPointF(std::cos(angle) * radius * 0.85, std::sin(angle) * radius * 0.85));
+    }
+}
+
+Button::Button(int type, QWidget* parent) : View(parent), type_(type) {
+    setCursor(Qt::PointingHandCursor);
+}
+
+void Button::setImage(const QImage& image, int state) {
+    (state == ControlStateHighlighted ? highlightedImage_ : normal_) = image;
+    update();
+}
+
+QImage Button::imageForState(int state) const {
+    if (state == ControlStateHighlighted && !highlightedImage_.isNull()) {
+        return highlightedImage_;
+    }
+    return normal_;
+}
+
+void Button::setTitle(const QString& title) {
+    title_ = title;
+    update();
+}
+
+void Button::addTarget(std::function<void()> action, int controlEvents) {
+    actions_.append({controlEvents, std::move(action)});
+}
+
+void Button::send(int controlEvent) {
+    const auto actions = actions_;  // an action may add targets
+    for (const auto& [events, action] : actions) {
+        if ((events & controlEvent) != 0 && action) {
+            action();
+        }
+    }
+}
+
+void Button::mousePressEvent(QMouseEvent* event) {
+    if (event->button() != Qt::LeftButton || !isEnabled()) {
+        return;
+    }
+    highlighted_ = true;
+    update();
+    send(ControlEventTouchDown);
+}
+
+void Button::mouseReleaseEvent(QMouseEvent* event) {
+    if (!highlighted_) {
+        return;
+    }
+    highlighted_ = false;
+    update();
+    if (rect().contains(event->position().toPoint())) {
+        emit touchUpInside();
+        send(ControlEventTouchUpInside);
+    }
+}
+
+void Button::paintEvent(QPaintEvent* event) {
+    View::paintEvent(event);
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::SmoothPixmapTransform);
+    if (type_ == TypeRoundedRect) {
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(QColor(120, 120, 120));
+        painter.setBrush(Qt::white);
+        painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), 8, 8);
+    }
+    const QImage image = imageForState(highlighted_ ? ControlStateHighlighted : ControlStateNormal);
+    if (!image.isNull()) {
+        const QSizeF fitted =
+            image.deviceIndependentSize().scaled(QSizeF(width(), height()), Qt::KeepAspectRatio);
+        const QRectF target((width() - fitted.width()) / 2, (height() - fitted.height()) / 2,
+                            fitted.width(), fitted.height());
+        painter.drawImage(target, image);
+    }
+    if (!title_.isEmpty()) {
+        painter.setPen(type_ == TypeRoundedRect ? QColor(50, 80, 140) : QColor(Qt::white));
+        painter.drawText(rect(), Qt::AlignCenter, title_);
+    }
+    if (highlighted_ && showsTouch_) {
+        QRadialGradient glow(rect().center(), std::min(width(), height()) / 2.0);
+        glow.setColorAt(0, QColor(255, 255, 255, 180));
+        glow.setColorAt(1, QColor(255, 255, 255, 0));
+        painter.fillRect(rect(), glow);
+    }
+}
+
+}  // namespace platform

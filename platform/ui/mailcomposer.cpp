@@ -1,0 +1,160 @@
+#include "platform/ui/mailcomposer.h"
+
+#include "platform/ui/application.h"
+#include "platform/ui/screen.h"
+
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace platform {
+
+namespace {
+
+QStringList splitAddresses(const QString& text) {
+    QStringList result;
+    for (const QString& part : text.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+        if (!part.trimmed().isEmpty()) {
+            result << part.trimmed();
+        }
+    }
+    return result;
+}
+
+QByteArray encode(const QString& value, const QByteArray& keep = {}) {
+    return QUrl::toPercentEncoding(value, keep);
+}
+
+}  // namespace
+
+MailComposeViewController::MailComposeViewController() = default;
+
+void MailComposeViewController::loadView() {
+    auto* view = new View(Screen::bounds());
+    view->setBackgroundColor(QColor(240, 240, 240));
+    auto* column = new QVBoxLayout(view);
+    auto* bar = new QHBoxLayout;
+    auto* cancelButton = new QPushButton(tr("Cancel"), view);
+    auto* title = new QLabel(tr("New Message"), view);
+    title->setAlignment(Qt::AlignCenter);
+    auto* sendButton = new QPushButton(tr("Send"), view);
+    sendButton->setObjectName(QStringLiteral("send"));
+    cancelButton->setObjectName(QStringLiteral("cancel"));
+    bar->addWidget(cancelButton);
+    bar->addWidget(title, 1);
+    bar->addWidget(sendButton);
+    column->addLayout(bar);
+    auto* form = new QFormLayout;
+    toField_ = new QLineEdit(to_.join(QStringLiteral(", ")), view);
+    ccField_ = new QLineEdit(cc_.join(QStringLiteral(", ")), view);
+    bccField_ = new QLineEdit(bcc_.join(QStringLiteral(", ")), view);
+    subjectField_ = new QLineEdit(subject_, view);
+    form->addRow(tr("To:"), toField_);
+    form->addRow(tr("Cc:"), ccField_);
+    form->addRow(tr("Bcc:"), bccField_);
+    form->addRow(tr("Subject:"), subjectField_);
+    column->addLayout(form);
+    bodyField_ = new QPlainTextEdit(body_, view);
+    column->addWidget(bodyField_, 1);
+    connect(sendButton, &QPushButton::clicked, this, &MailComposeViewController::send);
+    connect(cancelButton, &QPushButton::clicked, this, &MailComposeViewController::cancel);
+    setView(view);
+}
+
+void MailComposeViewController::setToRecipients(const QStringList& to) {
+    to_ = to;
+    if (toField_ != nullptr) {
+        toField_->setText(to.join(QStringLiteral(", ")));
+    }
+}
+void MailComposeViewController::setCcRecipients(const QStringList& cc) {
+    cc_ = cc;
+    if (ccField_ != nullptr) {
+        ccField_->setText(cc.join(QStringLiteral(", ")));
+    }
+}
+void MailComposeViewController::setBccRecipients(const QStringList& bcc) {
+    bcc_ = bcc;
+    if (bccField_ != nullptr) {
+        bccField_->setText(bcc.join(QStringLiteral(", ")));
+    }
+}
+void MailComposeViewController::setSubject(const QString& subject) {
+    subject_ = subject;
+    if (subjectField_ != nullptr) {
+        subjectField_->setText(subject);
+    }
+}
+void MailComposeViewController::setMessageBody(const QString& body, bool /*isHTML*/) {
+    body_ = body;
+    if (bodyField_ != nullptr) {
+        bodyField_->setPlainText(body);
+    }
+}
+
+// The form's fields are the truth once it exists: the user may have edited them.
+QStringList MailComposeViewController::toRecipients() const {
+    return toField_ != nullptr ? splitAddresses(toField_->text()) : to_;
+}
+QStringList MailComposeViewController::ccRecipients() const {
+    return ccField_ != nullptr ? splitAddresses(ccField_->text()) : cc_;
+}
+QStringList MailComposeViewController::bccRecipients() const {
+    return bccField_ != nullptr ? splitAddresses(bccField_->text()) : bcc_;
+}
+QString MailComposeViewController::subject() const {
+    return subjectField_ != nullptr ? subjectField_->text() : subject_;
+}
+QString MailComposeViewController::messageBody() const {
+    return bodyField_ != nullptr ? bodyField_->toPlainText() : body_;
+}
+
+QUrl MailComposeViewController::mailtoURL() const {
+    QByteArray text = "mailto:";
+    QByteArrayList to;
+    for (const QString& address : toRecipients()) {
+        to << encode(address, "@");
+    }
+    text += to.join(',');
+    QByteArrayList fields;
+    auto add = [&](const char* key, const QString& value, const QByteArray& keep = {}) {
+        if (!value.isEmpty()) {
+            fields << QByteArray(key) + '=' + encode(value, keep);
+        }
+    };
+    add("cc", ccRecipients().join(QLatin1Char(',')), "@,");
+    add("bcc", bccRecipients().join(QLatin1Char(',')), "@,");
+    add("subject", subject());
+    add("body", messageBody());
+    if (!fields.isEmpty()) {
+        text += '?' + fields.join('&');
+    }
+    return QUrl::fromEncoded(text, QUrl::StrictMode);
+}
+
+void MailComposeViewController::send() {
+    Application* app = Application::sharedApplication();
+    if (app != nullptr && app->openURL(mailtoURL())) {
+        finish(MailComposeResultSent);
+    } else {
+        finish(MailComposeResultFailed,
+               Error::withDescription(QStringLiteral("MailComposeErrorDomain"), 1,
+                                      QStringLiteral("No mail program took the message.")));
+    }
+}
+
+void MailComposeViewController::cancel() {
+    finish(MailComposeResultCancelled);
+}
+
+void MailComposeViewController::finish(int result, const Error& error) {
+    if (MailComposeViewControllerDelegate* d = mailComposeDelegate()) {
+        d->mailComposeControllerDidFinishWithResult(this, result, error);
+    }
+}
+
+}  // namespace platform

@@ -1,0 +1,128 @@
+#include "platform/ui/audioplayer.h"
+#include "uitestmain.h"
+
+#include <QTemporaryDir>
+
+using namespace platform;
+
+namespace {
+
+class FinishDelegate : public AudioPlayerDelegate {
+  public:
+    void audioPlayerDidFinishPlayingSuccessfully(AudioPlayer*, bool ok) override {
+        finished += ok ? 1 : 0;
+    }
+    void audioPlayerDecodeErrorDidOccur(AudioPlayer*, const Error&) override { ++errors; }
+    int finished = 0;
+    int errors = 0;
+};
+
+QUrl clip(const QString& name) {
+    return QUrl::fromLocalFile(qEnvironmentVariable("SORVEL_SOURCE_DIR") +
+                               QStringLiteral("/tests/platform/ui/data/") + name);
+}
+
+}  // namespace
+
+class TestAudioPlayer : public QObject {
+    Q_OBJECT
+  private slots:
+    void eachFormatLoadsReportsItsDurationAndFinishes_data() {
+        QTest::addColumn<QString>("file");
+        QTest::newRow("mp3") << "clip.mp3";
+        QTest::newRow("m4a") << "clip.m4a";
+        QTest::newRow("caf") << "clip.caf";
+    }
+    void eachFormatLoadsReportsItsDurationAndFinishes() {
+        QFETCH(QString, file);
+        auto player = AudioPlayer::withContentsOfURL(clip(file));
+        QVERIFY(player != nullptr);
+        FinishDelegate delegate;
+        player->setDelegate(&delegate);
+        QVERIFY(player->play());
+        QVERIFY(player->isPlaying());
+        QTRY_VERIFY_WITH_TIMEOUT(player->duration() > 0.3, 5000);
+        QVERIFY(player->duration() < 0.6);
+        QTRY_COMPARE_WITH_TIMEOUT(delegate.finished, 1, 5000);
+        QVERIFY(!player->isPlaying());
+        QCOMPARE(delegate.errors, 0);
+    }
+
+    void missingOrUnreadableFilesGiveNoPlayer_data() {
+        QTest::addColumn<QByteArray>("contents");  // empty: no file at all
+        QTest::newRow("missing") << QByteArray();
+        QTest::newRow("not audio") << QByteArray("<html>not a sound</html>");
+    }
+    void missingOrUnreadableFilesGiveNoPlayer() {
+        QFETCH(QByteArray, contents);
+        QTemporaryDir dir;
+        const QString path = dir.filePath("sound.mp3");
+        if (!contents.isEmpty()) {
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(contents);
+        }
+        Error error;
+        QVERIFY(AudioPlayer::withContentsOfURL(QUrl::fromLocalFile(path), &error) == nullptr);
+        QVERIFY(!error.isNull());
+    }
+
+    void releasedPlayerPlaysToItsEndThenIsFreed() {
+        FinishDelegate delegate;
+        std::weak_ptr<AudioPlayer> weak;
+        QList<bool> endings;
+        {
+            auto player = AudioPlayer::withContentsOfURL(clip("clip.mp3"));
+            QVERIFY(player != nullptr);
+            player->setDelegate(&delegate);
+            connect(player.get(), &AudioPlayer::finished, this,
+                    [&](bool ok) { endings.append(ok); });
+            player->play();
+            weak = player;
+        }
+        QVERIFY(!weak.expired());  // nobody holds it, yet it plays
+        QVERIFY(weak.lock()->isPlaying());
+        QTRY_COMPARE_WITH_TIMEOUT(delegate.finished, 1, 5000);
+        QCOMPARE(endings, QList<bool>{true});
+        QTRY_VERIFY(weak.expired());
+    }
+
+    void playersOverlapAndLoop() {
+        FinishDelegate first;
+        FinishDelegate second;
+        auto a = AudioPlayer::withContentsOfURL(clip("clip.m4a"));
+        auto b = AudioPlayer::withContentsOfURL(clip("clip.m4a"));
+        a->setDelegate(&first);
+        b->setDelegate(&second);
+        b->setNumberOfLoops(1);
+        a->play();
+        b->play();
+        QVERIFY(a->isPlaying() && b->isPlaying());
+        QTRY_COMPARE_WITH_TIMEOUT(first.finished, 1, 5000);
+        QVERIFY(b->isPlaying());  // plays its second round
+        QTRY_COMPARE_WITH_TIMEOUT(second.finished, 1, 5000);
+    }
+
+    void stopTellsNoOne() {
+        FinishDelegate delegate;
+        auto player = AudioPlayer::withContentsOfURL(clip("clip.caf"));
+        player->setDelegate(&delegate);
+        player->play();
+        player->stop();
+        QVERIFY(!player->isPlaying());
+        QTest::qWait(800);
+        QCOMPARE(delegate.finished, 0);
+    }
+
+    void vibrationPlaysTheAlertSound() {
+        QList<int> played;
+        setSystemSoundPlayer([&](int id) { played << id; });
+        playSystemSound(kSystemSoundVibrate);
+        QCOMPARE(played, QList<int>{kSystemSoundVibrate});
+        setSystemSoundPlayer({});
+        playSystemSound(kSystemSoundVibrate);  // the desktop's bell: must not crash headless
+    }
+};
+
+SORVEL_UI_TEST_MAIN(TestAudioPlayer)
+#include "tst_audioplayer.moc"
