@@ -4,16 +4,24 @@
 #include "platform/crypto.h"
 #include "platform/files.h"
 #include "platform/propertylist.h"
+#include "platform/ui/application.h"
+#include "platform/ui/screen.h"
 #include "platform/userdefaults.h"
 
+#include <QAudioDevice>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QGuiApplication>
 #include <QLocale>
+#include <QMediaDevices>
 #include <QStringList>
 #include <QSysInfo>
 
 #include <sys/utsname.h>
+
+#include <algorithm>
+#include <climits>
 
 namespace {
 
@@ -102,6 +110,27 @@ QString bundleIdentifier() {
     return parts.join(u'.') + u'.' + name;
 }
 
+std::optional<QString> defaultAudioRoute() {
+    if (QCoreApplication::instance() == nullptr) {
+        return std::nullopt;
+    }
+    const QAudioDevice output = QMediaDevices::defaultAudioOutput();
+    if (output.isNull()) {
+        return std::nullopt;
+    }
+    return PXBIdentifierUtilities::audioRouteNameForOutput(output.description(),
+                                                           QString::fromUtf8(output.id()));
+}
+
+// The application object, which exists only in a graphical application; without one the phone
+// window's facts are those of a fresh window in portrait with its status bar.
+platform::Application* guiApplication() {
+    if (qobject_cast<QGuiApplication*>(QCoreApplication::instance()) == nullptr) {
+        return nullptr;
+    }
+    return platform::Application::sharedApplication();
+}
+
 PXBIdentifierUtilities::Environment& currentEnvironment() {
     static PXBIdentifierUtilities::Environment environment =
         PXBIdentifierUtilities::defaultEnvironment();
@@ -121,15 +150,33 @@ PXBIdentifierUtilities::Environment PXBIdentifierUtilities::defaultEnvironment()
     e.systemVersion = &systemVersion;
     e.machine = &unameMachine;
     e.preferredLanguages = &preferredLanguages;
-    e.audioRoute = []() -> std::optional<QString> { return std::nullopt; };
-    e.screenScale = [] { return 1.0; };
-    e.applicationFrame = [] { return QRectF(0, 20, 320, 460); };
-    e.statusBarFrame = [] { return QRectF(0, 0, 320, 20); };
-    e.isStatusBarHidden = [] { return false; };
-    e.statusBarOrientation = [] { return 1; };
+    e.audioRoute = &defaultAudioRoute;
+    e.screenScale = [] { return guiApplication() != nullptr ? platform::Screen::scale() : 1.0; };
+    e.applicationFrame = []() -> QRectF {
+        if (guiApplication() == nullptr) {
+            return QRectF(0, platform::kStatusBarHeight, platform::kPhoneScreenWidth,
+                          platform::kPhoneScreenHeight - platform::kStatusBarHeight);
+        }
+        return platform::Screen::applicationFrame();
+    };
+    e.statusBarFrame = []() -> QRectF {
+        platform::Application* app = guiApplication();
+        return app != nullptr
+                   ? QRectF(app->statusBarFrame())
+                   : QRectF(0, 0, platform::kPhoneScreenWidth, platform::kStatusBarHeight);
+    };
+    e.isStatusBarHidden = [] {
+        platform::Application* app = guiApplication();
+        return app != nullptr && app->isStatusBarHidden();
+    };
+    e.statusBarOrientation = [] {
+        platform::Application* app = guiApplication();
+        return app != nullptr ? app->statusBarOrientation()
+                              : int(platform::InterfaceOrientationPortrait);
+    };
     e.canOpenURL = [](const QUrl& url) {
-        const QString scheme = url.scheme();
-        return scheme == u"http" || scheme == u"https" || scheme == u"mailto";
+        platform::Application* app = guiApplication();
+        return app != nullptr && app->canOpenURL(url);
     };
     e.bundleVersion = [] {
         const QString version = QCoreApplication::applicationVersion();

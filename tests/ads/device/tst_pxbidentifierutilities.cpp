@@ -167,15 +167,6 @@ class TestPXBIdentifierUtilities : public QObject {
         }
     }
 
-    void canOpenURLs() {
-        env_.canOpenURL = [](const QUrl& url) { return url.scheme() == u"https"; };
-        apply();
-        const QVariantMap answer =
-            PXBIdentifierUtilities().canOpenURLs({u"https://example.com"_s, u"fb://profile"_s, 42});
-        QCOMPARE(answer,
-                 (QVariantMap{{u"https://example.com"_s, true}, {u"fb://profile"_s, false}}));
-    }
-
     void identifier() {
         PXBIdentifierUtilities utilities;
         // MD5 of "abc" (RFC 1321), in upper case.

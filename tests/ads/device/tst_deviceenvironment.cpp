@@ -1,0 +1,55 @@
+// The device facts as the running application gives them: the phone window and its status bar,
+// and the URL schemes the desktop can open.
+#include "ads/device/PXBIdentifierUtilities.h"
+#include "platform/ui/application.h"
+#include "platform/ui/screen.h"
+#include "platform/ui/uitestmain.h"
+
+using namespace Qt::StringLiterals;
+
+class TestDeviceEnvironment : public QObject {
+    Q_OBJECT
+  private slots:
+    void screenFollowsPhoneWindow_data() {
+        QTest::addColumn<int>("orientation");
+        QTest::addColumn<bool>("statusBarHidden");
+        QTest::addColumn<QSizeF>("size");
+        QTest::addColumn<QString>("orientationParameter");
+        QTest::newRow("portrait") << 1 << false << QSizeF(320, 480) << u"p"_s;
+        QTest::newRow("portrait, no status bar") << 1 << true << QSizeF(320, 480) << u"p"_s;
+        QTest::newRow("landscape right") << 3 << false << QSizeF(480, 320) << u"l"_s;
+        QTest::newRow("landscape left") << 4 << false << QSizeF(480, 320) << u"l"_s;
+        QTest::newRow("upside down") << 2 << false << QSizeF(320, 480) << u"p"_s;
+    }
+    void screenFollowsPhoneWindow() {
+        QFETCH(int, orientation);
+        QFETCH(bool, statusBarHidden);
+        QFETCH(QSizeF, size);
+        QFETCH(QString, orientationParameter);
+        platform::Application* app = platform::Application::sharedApplication();
+        app->setStatusBarOrientation(orientation);
+        app->setStatusBarHidden(statusBarHidden);
+        PXBIdentifierUtilities utilities;
+        QCOMPARE(utilities.screenSize(), size);
+        const QVariantMap parameters = utilities.parameters();
+        QCOMPARE(parameters.value(kPXBParameterScreenOrientation), orientationParameter);
+        QCOMPARE(parameters.value(kPXBParameterScreenWidth).toDouble(), size.width());
+        QCOMPARE(parameters.value(kPXBParameterScreenHeight).toDouble(), size.height());
+        QCOMPARE(utilities.screenDensity(), float(platform::Screen::scale()));
+    }
+
+    void schemesThroughApplication() {
+        platform::Application* app = platform::Application::sharedApplication();
+        app->setSchemeAvailable(u"itms-books"_s, false);
+        app->setSchemeAvailable(u"kindle"_s, true);
+        PXBIdentifierUtilities utilities;
+        QCOMPARE(utilities.parameters().value(kPXBParameterCapabilitiesBookstore), QVariant(2));
+        app->setSchemeAvailable(u"kindle"_s, false);
+        QVERIFY(!utilities.parameters().contains(kPXBParameterCapabilitiesBookstore));
+        QCOMPARE(utilities.canOpenURLs({u"https://example.com/"_s, u"kindle://home"_s}),
+                 (QVariantMap{{u"https://example.com/"_s, true}, {u"kindle://home"_s, false}}));
+    }
+};
+
+SORVEL_UI_TEST_MAIN(TestDeviceEnvironment)
+#include "tst_deviceenvironment.moc"
