@@ -10,7 +10,8 @@
 #include <QJsonDocument>
 #include <QLocale>
 #include <QRegularExpression>
-#include <QTimeZone>
+
+#include <cctype>
 
 namespace adserver {
 
@@ -65,20 +66,34 @@ QString scriptJson(const QJsonValue& value) {
         .replace(QLatin1String("<!--"), QLatin1String("<\\!--"));
 }
 
+QByteArray percentDecode(const QByteArray& text) {
+    QByteArray out;
+    out.reserve(text.size());
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        if (text[i] == '%' && i + 2 < text.size() && std::isxdigit(uchar(text[i + 1])) &&
+            std::isxdigit(uchar(text[i + 2]))) {
+            out += char(QByteArray::fromHex(text.mid(i + 1, 2)).at(0));
+            i += 2;
+        } else {
+            out += text[i];
+        }
+    }
+    return out;
+}
+
 // Query pairs split at "&", escapes decoded as UTF-8; "+" stays "+", as the client writes
 // blanks as %20. Malformed escapes are kept as they are.
 QList<QPair<QString, QString>> queryPairs(const QByteArray& raw) {
     QList<QPair<QString, QString>> pairs;
     const QList<QByteArray> pieces = raw.split('&');
     for (const QByteArray& piece : pieces) {
-        if (piece.isEmpty()) {
-            continue;
-        }
         const qsizetype eq = piece.indexOf('=');
         const QByteArray key = eq < 0 ? piece : piece.left(eq);
         const QByteArray value = eq < 0 ? QByteArray() : piece.mid(eq + 1);
-        pairs.append({QString::fromUtf8(QByteArray::fromPercentEncoding(key)),
-                      QString::fromUtf8(QByteArray::fromPercentEncoding(value))});
+        if (!key.isEmpty()) {
+            pairs.append(
+                {QString::fromUtf8(percentDecode(key)), QString::fromUtf8(percentDecode(value))});
+        }
     }
     return pairs;
 }
@@ -150,7 +165,7 @@ struct AdServer::Private {
     QDateTime scriptModified;                // the script's Last-Modified, whole seconds
     QString scriptTemplate;
 
-    explicit Private(AdServer* owner) : q(owner), listener(owner) {}
+    explicit Private(AdServer* owner) : q(owner) {}
 
     QString origin(const HttpRequest& request) const;
     QString scriptText(const QString& origin) const;
@@ -343,6 +358,10 @@ HttpResponse AdServer::Private::serveAd(const HttpRequest& request,
         // Send the client through /r; the last hop comes back here marked as redirected.
         QByteArray back = request.rawQuery;
         back += QByteArray(back.isEmpty() ? "" : "&") + "zf_hop=1";
+        if (creative) {
+            // The last hop serves the creative picked now, not the next in rotation.
+            back += "&zf_creative=" + QUrl::toPercentEncoding(creative->id);
+        }
         QString hop = QStringLiteral("/r?left=%1").arg(faults.redirects);
         if (faults.redirectLoop) {
             hop += QStringLiteral("&loop=1");
@@ -369,8 +388,8 @@ HttpResponse AdServer::Private::serveAd(const HttpRequest& request,
         QStringList tracking;
         if (creative->trackImpressions) {
             tracking.append(here + QStringLiteral("/t/imp?") + tag +
-                            (creative->impressionResponse == QLatin1String("gif")
-                                 ? QStringLiteral("&img=1")
+                            (creative->impressionResponse == QLatin1String("204")
+                                 ? QStringLiteral("&empty=1")
                                  : QString()));
         }
         for (const QString& url : creative->trackingUrls) {
@@ -521,10 +540,13 @@ HttpResponse AdServer::Private::handle(const HttpRequest& request) {
     }
     if (path == QLatin1String("/t/imp") || path == QLatin1String("/t/ctrk") ||
         path == QLatin1String("/msg")) {
+        // Trackers answer 200 with a pixel: the client counts a tracking as done only on 200
+        // or 304. "empty=1" (and every /msg beacon) gets 204 instead.
         HttpResponse response;
-        response.status = 204;
-        if (query.value(QStringLiteral("img")) == QLatin1String("1")) {
-            response.status = 200;
+        if (path == QLatin1String("/msg") ||
+            query.value(QStringLiteral("empty")) == QLatin1String("1")) {
+            response.status = 204;
+        } else {
             response.setHeader("Content-Type", "image/gif");
             response.body = pixelGif();
         }

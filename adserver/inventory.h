@@ -40,7 +40,7 @@ struct Creative {
     QString html;  // may hold {{...}} placeholders, see README
     QString landing;
     bool trackImpressions = true;
-    QString impressionResponse;  // "204" (default) or "gif"
+    QString impressionResponse;  // "gif" (default: 200 with a 1x1 GIF) or "204"
     bool trackClicks = false;
     QStringList trackingUrls;       // extra impression URLs
     QStringList clickTrackingUrls;  // extra click tracking URLs

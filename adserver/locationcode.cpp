@@ -25,11 +25,6 @@ qint64 field(const QString& text, const QString& name, bool* found) {
     return *found ? match.captured(1).toLongLong() : 0;
 }
 
-void readCommonFields(DecodedLocation& location) {
-    bool found = false;
-    location.timestampMicros = field(location.text, QStringLiteral("timestamp"), &found);
-}
-
 }  // namespace
 
 QByteArray locationKeyFromHex(const QString& hex) {
@@ -88,7 +83,8 @@ DecodedLocation decodeLocation(const QString& value, const QByteArray& key) {
         location.error = QStringLiteral("not UTF-8 text (wrong location key?)");
         return location;
     }
-    readCommonFields(location);
+    bool hasTimestamp = false;
+    location.timestampMicros = field(location.text, QStringLiteral("timestamp"), &hasTimestamp);
     if (location.form == QLatin1String("a+")) {
         static const QRegularExpression loc(QStringLiteral("loc: \"(.*)\"$"),
                                             QRegularExpression::DotMatchesEverythingOption);

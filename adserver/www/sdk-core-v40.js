@@ -10,11 +10,10 @@
   var AD_PATH = '/ad';
   var SEND_SPACING_MS = 40;
 
-  // The ad server is the origin of the page that runs the script (the client's hidden page has
-  // the ad server's root as base URL); pages without one use the address the script came from.
+  // The ad server is where the script came from: a cached copy of the script belongs to one
+  // script address, so it never points at a server that has moved to another port.
   function origin() {
-    var here = global.location && global.location.origin;
-    return /^https?:\/\//.test(here || '') ? here : SERVED_FROM;
+    return SERVED_FROM;
   }
 
   function isObject(value) {
