@@ -13,8 +13,8 @@
 #include <vector>
 
 class Bundle;
-class ScrollView;
 
+#include "app/ScrollView.h"
 #include "platform/error.h"
 #include "platform/ui/audioplayer.h"
 

@@ -7,6 +7,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include "platform/ui/uitestmain.h"
+
 namespace {
 
 // Records every look-up, and finds the clips where the build tree keeps them.
@@ -49,6 +51,14 @@ class TestMainView : public QObject {
             made.append({url, player});
             return player;
         });
+    }
+
+    void cleanup() {
+        // Players keep themselves alive while they play; none may outlive the application.
+        view->stopAllSounds();
+        made.clear();
+        view.reset();
+        QTest::qWait(1);
     }
 
     void eachSoundPlaysItsClip_data() {
@@ -194,5 +204,5 @@ class TestMainView : public QObject {
     }
 };
 
-QTEST_MAIN(TestMainView)
+SORVEL_UI_TEST_MAIN(TestMainView)
 #include "tst_mainview.moc"

@@ -10,6 +10,8 @@
 #include <QApplication>
 #include <QTest>
 
+#include "platform/ui/uitestmain.h"
+
 namespace {
 
 struct RecordingDelegate : PXBBannerViewDelegate {
@@ -174,5 +176,5 @@ class TestBannerView : public QObject {
     }
 };
 
-QTEST_MAIN(TestBannerView)
+SORVEL_UI_TEST_MAIN(TestBannerView)
 #include "tst_bannerview.moc"

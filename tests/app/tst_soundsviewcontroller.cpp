@@ -5,11 +5,13 @@
 
 #include <QTest>
 
+#include "platform/ui/uitestmain.h"
+
 namespace {
 struct Listener : PXBBannerViewDelegate {};
 }  // namespace
 
-class TestViewController : public QObject {
+class TestSoundsViewController : public QObject {
     Q_OBJECT
   private slots:
     void bannerSitsFlushWithTheBottom_data() {
@@ -71,5 +73,5 @@ class TestViewController : public QObject {
     }
 };
 
-QTEST_MAIN(TestViewController)
-#include "tst_viewcontroller.moc"
+SORVEL_UI_TEST_MAIN(TestSoundsViewController)
+#include "tst_soundsviewcontroller.moc"
