@@ -2,6 +2,7 @@
 
 #include "app/Bundle.h"
 #include "app/ScrollView.h"
+#include "platform/log.h"
 #include "platform/ui/audioplayer.h"
 
 #include <QDir>
@@ -101,7 +102,9 @@ void MainView::playClip(const QString& name, const QString& type) {
     }
     player->setDelegate(this);
     // Kept nowhere: it plays to its end by itself, overlapping any other press.
-    player->play();
+    if (player->play()) {
+        platform::logDebug(QStringLiteral("Playing %1").arg(url.fileName()));
+    }
 }
 
 void MainView::MoveUp() {
@@ -176,7 +179,9 @@ void MainView::canemurder() {
     canemurder_ = newPlayer(QUrl::fromLocalFile(path), &error);
     if (canemurder_) {
         canemurder_->setNumberOfLoops(0);
-        canemurder_->play();
+        if (canemurder_->play()) {
+            platform::logDebug(QStringLiteral("Playing %1").arg(kMusicTrack));
+        }
     }
 }
 
