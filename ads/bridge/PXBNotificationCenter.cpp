@@ -4,6 +4,7 @@
 #include "ads/core/PXBMacros.h"
 #include "platform/notificationcenter.h"
 #include "platform/runloop.h"
+#include "platform/ui/webview.h"
 
 PXBNotificationCenter& PXBNotificationCenter::defaultCenter() {
     // Lives for the process, like the centre it posts to.
@@ -40,4 +41,12 @@ QString PXBNotificationCenter::scriptForJSNotification(const QString& name,
             .arg(kJSReceiveMessageMethod, name, PXBMacros::jsonify(*userInfo));
     }
     return QStringLiteral("%1('%2');").arg(kJSReceiveMessageMethod, name);
+}
+
+void PXBNotificationCenter::postJSNotification(const QString& name,
+                                               const std::optional<QVariantMap>& userInfo,
+                                               platform::WebView* webView) {
+    if (webView != nullptr) {
+        webView->stringByEvaluatingJavaScriptFromString(scriptForJSNotification(name, userInfo));
+    }
 }

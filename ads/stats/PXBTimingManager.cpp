@@ -1,21 +1,14 @@
 #include "ads/stats/PXBTimingManager.h"
 
 #include "platform/notificationcenter.h"
+#include "platform/ui/application.h"
 #include "platform/userdefaults.h"
-
-namespace {
-
-// Posted on the process-wide centre when the application is about to quit.
-const QString kApplicationWillTerminateNotification =
-    QStringLiteral("ApplicationWillTerminateNotification");
-
-}  // namespace
 
 PXBTimingManager::PXBTimingManager(QString identifier, platform::UserDefaults* defaults)
     : identifier_(std::move(identifier)), defaults_(defaults) {
     loadPersistentTimings();
     platform::NotificationCenter::defaultCenter().addObserver(
-        this, kApplicationWillTerminateNotification, nullptr,
+        this, platform::kApplicationWillTerminateNotification, nullptr,
         [this](const platform::Notification&) { savePersistentTimings(); });
 }
 

@@ -2,6 +2,7 @@
 #include "ads/signals/PXBSignals.h"
 #include "ads/stats/PXBStatistics.h"
 #include "platform/notificationcenter.h"
+#include "platform/ui/application.h"
 #include "platform/userdefaults.h"
 #include "support/testenv.h"
 
@@ -214,7 +215,7 @@ class TestStatistics : public QObject {
         stats_->incrementClickCount();
         stats_->startTimingNamed(kPXBParameterTimeSinceFirstRequest);
         platform::NotificationCenter::defaultCenter().postNotification(
-            "ApplicationWillTerminateNotification");
+            platform::kApplicationWillTerminateNotification);
         QVERIFY(defaults_->dictionaryForKey("sorvel_timing_shared").contains("ptime"));
         QVERIFY(!defaults_->objectForKey("sorvel_stats_shared").isValid());
         stats_->synchronize();

@@ -1,6 +1,7 @@
 #include "ads/stats/PXBTiming.h"
 #include "ads/stats/PXBTimingManager.h"
 #include "platform/notificationcenter.h"
+#include "platform/ui/application.h"
 #include "platform/userdefaults.h"
 #include "support/testenv.h"
 
@@ -123,7 +124,7 @@ class TestTiming : public QObject {
         manager.addTimingWithCategory("ptime")->start();
         QVERIFY(!defaults.objectForKey("sorvel_timing_t").toMap().contains("ptime"));
         platform::NotificationCenter::defaultCenter().postNotification(
-            "ApplicationWillTerminateNotification");
+            platform::kApplicationWillTerminateNotification);
         QVERIFY(defaults.dictionaryForKey("sorvel_timing_t").contains("ptime"));
     }
 
