@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
+#include <map>
+#include <memory>
 #include <optional>
 #include <type_traits>
 
@@ -141,6 +143,7 @@ class PXB_RQJSON::Reader {
     bool scanRestOfDictionary(QVariant& value);
     bool scanRestOfArray(QVariant& value);
     bool scanRestOfString(QString& string);
+    bool scanKey(QString& key);
     bool scanNumber(QVariant& value);
     bool scanRestOfWord(const char* rest, size_t length, const char* message);
     bool scanUnicodeChar(char16_t& ch);
@@ -167,7 +170,42 @@ class PXB_RQJSON::Reader {
     unsigned limit_;
     unsigned depth_ = 0;
     Error error_;
+    // Keys seen so far, by a hash of their bytes: documents repeat the same few keys in every
+    // object, and a shared QString costs no allocation.
+    static constexpr unsigned kKeyCacheSize = 256;
+    std::unique_ptr<QString[]> keyCache_;
 };
+
+// The plain case of a key: short ASCII without escapes, looked up among the keys seen before.
+// Returns false without moving (and without an error) for anything else.
+bool PXB_RQJSON::Reader::scanKey(QString& key) {
+    constexpr qsizetype kLongest = 48;
+    const unsigned char* start = reinterpret_cast<const unsigned char*>(c_);
+    const unsigned char* p = start;
+    quint32 hash = 2166136261u;
+    while (!kStopTable.stop[*p] && *p < 0x80 && p - start <= kLongest) {
+        hash = (hash ^ *p) * 16777619u;
+        ++p;
+    }
+    if (*p != '"' || p - start > kLongest) {
+        return false;
+    }
+    const QLatin1StringView text(reinterpret_cast<const char*>(start), p - start);
+    c_ = reinterpret_cast<const char*>(p + 1);
+    if (text.isEmpty()) {
+        key = QLatin1String("");
+        return true;
+    }
+    if (!keyCache_) {
+        keyCache_ = std::make_unique<QString[]>(kKeyCacheSize);
+    }
+    QString& cached = keyCache_[hash % kKeyCacheSize];
+    if (cached.size() != text.size() || cached != text) {
+        cached = QString(text);
+    }
+    key = cached;
+    return true;
+}
 
 bool PXB_RQJSON::Reader::enterContainer() {
     if (++depth_ > limit_) {
@@ -247,7 +285,9 @@ bool PXB_RQJSON::Reader::scanRestOfDictionary(QVariant& value) {
     if (!enterContainer()) {
         return false;
     }
-    QVariantMap map;
+    // Built as a std::map and handed to QVariantMap whole: members are moved in, never copied,
+    // and a document whose keys come in order inserts at the end without searching.
+    std::map<QString, QVariant> map;
     for (;;) {
         if (*c_ == '\0') {
             return fail(kErrorEndOfInput, QStringLiteral("End of input while parsing object"));
@@ -256,7 +296,7 @@ bool PXB_RQJSON::Reader::scanRestOfDictionary(QVariant& value) {
         if (*c_ == '}') {
             ++c_;
             leaveContainer();
-            value = QVariant(std::move(map));
+            value = QVariant(QVariantMap(std::move(map)));
             return true;
         }
         QString key;
@@ -264,7 +304,7 @@ bool PXB_RQJSON::Reader::scanRestOfDictionary(QVariant& value) {
             return fail(kErrorParse, QStringLiteral("Object key string expected"));
         }
         ++c_;
-        if (!scanRestOfString(key)) {
+        if (!scanKey(key) && !scanRestOfString(key)) {
             return failWrapping(kErrorParse, QStringLiteral("Object key string expected"));
         }
         skipWhitespace();
@@ -277,7 +317,7 @@ bool PXB_RQJSON::Reader::scanRestOfDictionary(QVariant& value) {
             return failWrapping(kErrorParse,
                                 QStringLiteral("Object value expected for key: %1").arg(key));
         }
-        map.insert(key, std::move(member));
+        map.insert_or_assign(map.end(), std::move(key), std::move(member));
         skipWhitespace();
         if (*c_ == ',') {
             ++c_;
@@ -553,8 +593,13 @@ class PXB_RQJSON::Writer {
         appendLatin1(buffer, result.ptr - buffer);
     }
     void indent() {
+        static const char kBlanks[] =
+            "                                                                ";
+        constexpr qsizetype kBlankCount = sizeof(kBlanks) - 1;
         out_.append(QLatin1Char('\n'));
-        out_.append(QString(static_cast<qsizetype>(depth_) * 2, QLatin1Char(' ')));
+        for (qsizetype n = static_cast<qsizetype>(depth_) * 2; n > 0; n -= kBlankCount) {
+            out_.append(QLatin1StringView(kBlanks, std::min(n, kBlankCount)));
+        }
     }
     bool fail(int code, const QString& message) {
         error_ = err(code, message);

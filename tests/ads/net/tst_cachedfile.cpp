@@ -1,0 +1,264 @@
+#include "ads/net/PXBCachedFile.h"
+#include "ads/net/PXBNetworkUtilities.h"
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "support/httptestserver.h"
+#include "support/testenv.h"
+
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QTest>
+
+using platform::Error;
+using testsupport::HttpTestRequest;
+using testsupport::HttpTestResponse;
+
+namespace {
+
+const QByteArray kLastModified = "Sat, 01 Nov 2025 10:20:30 GMT";
+const QString kZoneless = QStringLiteral("Sat, 01 Nov 2025 10:20:30");
+const qint64 kLastModifiedSeconds = 1761992430;  // 2025-11-01T10:20:30Z
+
+// Records every delegate call as a line; can refuse one redirect target, or destroy the file.
+class Recorder : public PXBCachedFileDelegate {
+  public:
+    void cachedFileDownloadDidEnd(PXBCachedFile* file) override {
+        events << "end";
+        destroyIfAsked(file);
+    }
+    void cachedFileDownloadDidFail(PXBCachedFile* file, const Error& error) override {
+        events << (error.isNull() ? QStringLiteral("fail") : "fail " + error.domain());
+        destroyIfAsked(file);
+    }
+    Error cachedFileShouldRedirectToURL(PXBCachedFile* file, const QUrl& url) override {
+        events << "redirect " + url.path() + " hop " +
+                      file->httpHeaders().value("X-Hop").toString();
+        if (url.path() == refusedPath) {
+            return Error::withDescription("test", 7, "refused");
+        }
+        return Error();
+    }
+    void destroyIfAsked(PXBCachedFile* file) {
+        if (owned && owned.get() == file) {
+            owned.reset();
+        }
+    }
+
+    QStringList events;
+    QString refusedPath;
+    std::unique_ptr<PXBCachedFile> owned;  // destroyed from inside its first callback
+};
+
+}  // namespace
+
+class TestCachedFile : public QObject {
+    Q_OBJECT
+  private slots:
+    void init();
+    void conditionalGet();
+    void redirects_data();
+    void redirects();
+    void otherStatusAndFailure();
+    void cacheBuster();
+    void filePaths();
+    void destroyedByItsDelegate();
+    void httpDates_data();
+    void httpDates();
+
+  private:
+    std::unique_ptr<testsupport::TempHome> home_;
+    std::unique_ptr<testsupport::HttpTestServer> server_;
+};
+
+void TestCachedFile::init() {
+    home_ = std::make_unique<testsupport::TempHome>();
+    server_ = std::make_unique<testsupport::HttpTestServer>();
+    QVERIFY(server_->start());
+    server_->route("/doc", [](const HttpTestRequest& request) {
+        HttpTestResponse response;
+        if (request.header("If-Modified-Since") == kZoneless.toLatin1()) {
+            response.status = 304;
+        } else {
+            response.headers = {{"Last-Modified", kLastModified}};
+            response.body = "hello \xC3\xA9";
+        }
+        response.delayMs = 50;
+        return response;
+    });
+    auto hop = [](int status, QByteArray location, QByteArray number) {
+        return [=](const HttpTestRequest&) {
+            HttpTestResponse response;
+            response.status = status;
+            response.headers = {{"X-Hop", number}};
+            if (!location.isEmpty()) {
+                response.headers.append({"Location", location});
+            }
+            response.body = "hop " + number;
+            return response;
+        };
+    };
+    server_->route("/r1", hop(302, "/r2", "1"));
+    server_->route("/r2", hop(301, "/final", "2"));
+    server_->route("/final", hop(200, {}, "3"));
+    server_->route("/missing", hop(404, {}, "404"));
+}
+
+void TestCachedFile::conditionalGet() {
+    PXBNetworkUtilities::setUserAgentString("SorvelTest/1");
+    Recorder recorder;
+    PXBCachedFile file(&recorder, server_->url("/doc"));
+    QVERIFY(!file.hasContent());
+    QVERIFY(file.fileModificationDate().isNull());
+
+    file.validate();
+    file.validate();  // a fetch runs: nothing more starts
+    QVERIFY(file.isFetching());
+    QTRY_COMPARE(recorder.events, QStringList{"end"});
+    QCOMPARE(server_->requests().size(), 1);
+    QCOMPARE(server_->requests()[0].header("User-Agent"), "SorvelTest/1");
+    QVERIFY(server_->requests()[0].header("If-Modified-Since").isEmpty());
+    QCOMPARE(file.httpStatusCode(), 200);
+    QCOMPARE(file.content(), QString::fromUtf8("hello é"));
+    QCOMPARE(platform::fileTimes(file.filePath())->modificationTime, kLastModifiedSeconds);
+    QCOMPARE(file.fileModificationDate(), kZoneless);
+    QVERIFY(!file.isFetching());
+
+    // A 304 leaves the file alone.
+    platform::writeFileAtomically(file.filePath(), "kept");
+    platform::setFileTimes(file.filePath(), kLastModifiedSeconds, kLastModifiedSeconds);
+    file.validate();
+    QTRY_COMPARE(recorder.events, (QStringList{"end", "end"}));
+    QCOMPARE(server_->requests()[1].header("If-Modified-Since"), kZoneless.toLatin1());
+    QCOMPARE(file.httpStatusCode(), 304);
+    QCOMPARE(file.content(), "kept");
+    QCOMPARE(platform::fileTimes(file.filePath())->modificationTime, kLastModifiedSeconds);
+
+    file.invalidate();
+    QVERIFY(!file.hasContent());
+    QVERIFY(file.content().isNull());
+    QVERIFY(file.description().contains(
+        QRegularExpression("^<PXBCachedFile: 0x[0-9a-f]+> HTTP code: 304\n\turl: http://127.0.0.1:"
+                           "\\d+/doc\n\tfile: .+/127.0.0.1/[0-9a-f]+$")));
+}
+
+void TestCachedFile::redirects_data() {
+    QTest::addColumn<QString>("refused");
+    QTest::addColumn<QStringList>("events");
+    QTest::addColumn<bool>("written");
+    QTest::newRow("followed") << QString()
+                              << QStringList{"redirect /r2 hop 1", "redirect /final hop 2", "end"}
+                              << true;
+    QTest::newRow("refused") << "/final"
+                             << QStringList{"redirect /r2 hop 1", "redirect /final hop 2",
+                                            "fail test"}
+                             << false;
+}
+
+void TestCachedFile::redirects() {
+    QFETCH(QString, refused);
+    QFETCH(QStringList, events);
+    QFETCH(bool, written);
+    Recorder recorder;
+    recorder.refusedPath = refused;
+    PXBCachedFile file(&recorder, server_->url("/r1"));
+    file.validate();
+    QTRY_COMPARE(recorder.events, events);
+    QTest::qWait(100);  // nothing follows
+    QCOMPARE(recorder.events, events);
+    QCOMPARE(file.httpDestinationURL(), server_->url("/final"));
+    QCOMPARE(file.hasContent(), written);
+    QCOMPARE(server_->requests().size(), written ? 3 : 2);
+    QCOMPARE(file.httpHeaders().value("X-Hop").toString(), written ? "3" : "2");
+    if (written) {
+        QCOMPARE(file.content(), "hop 3");
+        QCOMPARE(file.httpStatusCode(), 200);
+    }
+}
+
+void TestCachedFile::otherStatusAndFailure() {
+    Recorder recorder;
+    PXBCachedFile missing(&recorder, server_->url("/missing"));
+    missing.validate();
+    QTRY_COMPARE(recorder.events, QStringList{"fail"});
+    QCOMPARE(missing.httpStatusCode(), 404);
+    QCOMPARE(missing.httpHeaders().value("X-Hop").toString(), "404");
+    QVERIFY(!missing.hasContent());
+
+    const QUrl nowhere(QStringLiteral("http://127.0.0.1:%1/x").arg(testsupport::unusedPort()));
+    PXBCachedFile unreachable(&recorder, nowhere);
+    unreachable.validate();
+    QTRY_COMPARE(recorder.events, (QStringList{"fail", "fail " + platform::kNetworkErrorDomain}));
+
+    // A cancelled fetch tells nobody.
+    PXBCachedFile cancelled(&recorder, server_->url("/doc"));
+    cancelled.validate();
+    cancelled.cancel();
+    QTest::qWait(200);
+    QCOMPARE(recorder.events.size(), 2);
+    QVERIFY(!cancelled.hasContent());
+}
+
+void TestCachedFile::cacheBuster() {
+    Recorder recorder;
+    PXBCachedFile file(&recorder, server_->url("/doc?a=1"));
+    const double before = platform::absoluteTimeNow();
+    file.validateWithCacheBuster();
+    QTRY_COMPARE(recorder.events, QStringList{"end"});
+    const QString query = server_->requests().value(0).query;
+    const QRegularExpressionMatch match = QRegularExpression("^a=1&unique=(\\d+)$").match(query);
+    QVERIFY2(match.hasMatch(), qPrintable(query));
+    QVERIFY(std::abs(match.captured(1).toDouble() - before) <= 2);
+    // The file belongs to the source URL, not to the busted one.
+    QVERIFY(file.filePath().endsWith(
+        QString::number(PXBCachedFile::stableHash(server_->url("/doc?a=1").toString()), 16)));
+}
+
+void TestCachedFile::filePaths() {
+    Recorder recorder;
+    PXBCachedFile a(&recorder, QUrl("http://one.example/s.js?v=1"));
+    PXBCachedFile b(&recorder, QUrl("http://one.example/s.js?v=2"));
+    PXBCachedFile c(&recorder, QUrl("http://two.example/s.js?v=1"));
+    QCOMPARE(QFileInfo(a.filePath()).dir(), QFileInfo(b.filePath()).dir());
+    QVERIFY(a.filePath() != b.filePath());
+    QCOMPARE(QFileInfo(a.filePath()).dir().dirName(), "one.example");
+    QCOMPARE(QFileInfo(c.filePath()).dir().dirName(), "two.example");
+    QVERIFY(a.filePath().startsWith(platform::cachesDirectory()));
+    // FNV-1a reference values: the name of a file must not change between builds.
+    QCOMPARE(PXBCachedFile::stableHash(""), 0x811c9dc5u);
+    QCOMPARE(PXBCachedFile::stableHash("a"), 0xe40c292cu);
+}
+
+void TestCachedFile::destroyedByItsDelegate() {
+    Recorder recorder;
+    recorder.owned = std::make_unique<PXBCachedFile>(&recorder, server_->url("/doc"));
+    const QString path = recorder.owned->filePath();
+    recorder.owned->validate();
+    QTRY_VERIFY(!recorder.owned);
+    QCOMPARE(recorder.events, QStringList{"end"});
+    // The server's time still reaches the file.
+    QCOMPARE(platform::fileTimes(path)->modificationTime, kLastModifiedSeconds);
+}
+
+void TestCachedFile::httpDates_data() {
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<qint64>("seconds");  // -1: not a date
+    QTest::newRow("cut before GMT") << "Sat, 01 Nov 2025 10:20:30 " << kLastModifiedSeconds;
+    QTest::newRow("epoch") << "Thu, 01 Jan 1970 00:00:00" << qint64(0);
+    QTest::newRow("with zone") << "Sat, 01 Nov 2025 10:20:30 GMT" << qint64(-1);
+    QTest::newRow("bad month") << "Sat, 01 Foo 2025 10:20:30" << qint64(-1);
+    QTest::newRow("bad day") << "Sat, 31 Feb 2025 10:20:30" << qint64(-1);
+}
+
+void TestCachedFile::httpDates() {
+    QFETCH(QString, text);
+    QFETCH(qint64, seconds);
+    const auto formatter = PXBCachedFile::formatterForHTTPDate();
+    const QDateTime date = formatter.dateFromString(text);
+    QCOMPARE(date.isValid() ? date.toSecsSinceEpoch() : -1, seconds);
+    if (date.isValid()) {
+        QCOMPARE(formatter.stringFromDate(date), text.trimmed());
+    }
+}
+
+QTEST_GUILESS_MAIN(TestCachedFile)
+#include "tst_cachedfile.moc"
