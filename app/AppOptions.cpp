@@ -3,6 +3,7 @@
 #include "ads/core/PXBConfiguration.h"
 
 #include <QCommandLineParser>
+#include <QRegularExpression>
 
 #include <cmath>
 
@@ -113,5 +114,9 @@ std::optional<AppOptions> AppOptions::parse(const QStringList& arguments, QStrin
 
 QString AppOptions::helpText() {
     Parser p;
-    return p.parser.helpText();
+    // The parser takes the name from the application object, which does not exist yet.
+    QString text = p.parser.helpText();
+    text.replace(QRegularExpression(QStringLiteral("^Usage: \\S+")),
+                 QStringLiteral("Usage: brindle-sounds"));
+    return text;
 }

@@ -103,6 +103,8 @@ class TestAppOptions : public QObject {
         QCOMPARE(options->screenshotPath, QString("/tmp/x.png"));
         QVERIFY(options->verbose);
         QVERIFY(!AppOptions::parse({"b", "--screenshot"}, &error));
+        QVERIFY(AppOptions::parse({"b", "--help"}, &error)->help);
+        QVERIFY(AppOptions::helpText().startsWith("Usage: brindle-sounds [options]"));
     }
 
     void configurationGivesTheScriptAddress() {
