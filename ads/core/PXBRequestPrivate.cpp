@@ -55,9 +55,8 @@ void PXBRequestPrivate::addKeyword(const QString& keyword) {
 
 void PXBRequestPrivate::setLocationWithLatitude(double latitude, double longitude,
                                                 double accuracy) {
-    setLocation(PXBLocation::initWithLatitude(static_cast<float>(latitude),
-                                              static_cast<float>(longitude),
-                                              static_cast<float>(accuracy)));
+    setLocation(PXBLocation::initWithLatitude(
+        static_cast<float>(latitude), static_cast<float>(longitude), static_cast<float>(accuracy)));
 }
 
 void PXBRequestPrivate::setLocationWithDescription(const QString& description) {

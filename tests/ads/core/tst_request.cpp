@@ -148,8 +148,8 @@ class TestRequest : public QObject {
         QCOMPARE(parameters.value("js").toString(), PXBRequest::sdkVersion());
         QCOMPARE(parameters.value("preqs").typeId(), QMetaType::Int);
         QCOMPARE(parameters.value("preqs").toInt(), 3);
-        for (const char* key : {"testing", "adtest", "extras", "cust_gender", "cust_age", "kw",
-                                "uule"}) {
+        for (const char* key :
+             {"testing", "adtest", "extras", "cust_gender", "cust_age", "kw", "uule"}) {
             QVERIFY2(!parameters.contains(key), key);
         }
     }
@@ -175,8 +175,9 @@ class TestRequest : public QObject {
         const QString row = QTest::currentDataTag();
         if (row == "testing") {
             request->setTesting(true);
-            QTest::ignoreMessage(QtInfoMsg, "<Sorvel> \"testing\" property has been deprecated.  "
-                                            "Use \"testDevices\" instead.");
+            QTest::ignoreMessage(QtInfoMsg,
+                                 "<Sorvel> \"testing\" property has been deprecated.  "
+                                 "Use \"testDevices\" instead.");
         } else if (row.startsWith("adtest")) {
             request->setTestDevices({"other", "this-device"});
         } else if (row == "keywords") {
