@@ -1,0 +1,54 @@
+// The banner an application places on screen. It keeps no state of its own: everything is
+// forwarded to its ad object, found in the private-object table under the banner itself.
+#pragma once
+
+#include "ads/core/PXBBannerViewDelegate.h"
+#include "ads/core/PXBRequest.h"
+#include "platform/ui/view.h"
+
+#include <QString>
+
+class PXBObjectPrivate;
+class PXBWebView;
+
+namespace platform {
+class ViewController;
+}
+
+class PXBBannerView : public platform::View {
+    Q_OBJECT
+  public:
+    // Marks construction by an interface file: the ad object comes with awakeFromNib.
+    struct FromInterfaceFile {};
+
+    // initWithFrame:
+    explicit PXBBannerView(const QRect& frame, QWidget* parent = nullptr);
+    // init: the empty frame.
+    explicit PXBBannerView(QWidget* parent = nullptr);
+    PXBBannerView(FromInterfaceFile, QWidget* parent = nullptr);
+    ~PXBBannerView() override;
+
+    // The interface file calls it once the banner is connected.
+    void awakeFromNib();
+
+    QString adUnitID() const;
+    void setAdUnitID(const QString& adUnitID);
+    // Not retained.
+    platform::ViewController* rootViewController() const;
+    void setRootViewController(platform::ViewController* controller);
+    // Not retained; held by the ad object's delegate manager.
+    PXBBannerViewDelegate* delegate() const;
+    void setDelegate(PXBBannerViewDelegate* delegate);
+    bool hasAutoRefreshed() const;
+    PXBWebView* webView() const;
+
+    // Without a root view controller nothing is loaded: the failure (code 0) goes to the
+    // delegate and a line to the log.
+    void loadRequest(const PXBRequest* request);
+
+    // The ad object (the "private" operation).
+    PXBObjectPrivate* privateObject() const;
+
+  private:
+    void commonInitializer();
+};

@@ -1,0 +1,29 @@
+// Where the ad client finds its outside parties: the ad server's root (the hidden page's base
+// URL and the host whose reachability is watched) and the script host that serves
+// "/zelm/sdk-core-v40.js". The application sets them; otherwise SORVEL_AD_SERVER and
+// SORVEL_SCRIPT_HOST are read on first use. The script host defaults to the ad server.
+#pragma once
+
+#include <QString>
+#include <QUrl>
+
+class PXBConfiguration {
+  public:
+    static inline const QString kScriptPath = QStringLiteral("/zelm/sdk-core-v40.js");
+
+    // The ad server's root, e.g. "http://127.0.0.1:8080/"; empty when not configured.
+    static QUrl adServerURL();
+    static void setAdServerURL(const QUrl& url);
+    // The script host's root; the ad server's when not set.
+    static QUrl scriptHostURL();
+    static void setScriptHostURL(const QUrl& url);
+
+    // The script host's root with the script's path.
+    static QUrl scriptURL();
+    // "host" or "host:port" of the ad server, as the reachability check and the request need it.
+    static QString adServerHost();
+
+    // A root as given on a command line: "host:port" gets "http://", a path is dropped to "/".
+    // An unusable text gives an empty URL.
+    static QUrl rootFromText(const QString& text);
+};

@@ -1,0 +1,25 @@
+// The command line of brindle-sounds, with the environment variables that stand in for it.
+#pragma once
+
+#include <QString>
+#include <QStringList>
+#include <QUrl>
+
+#include <optional>
+
+struct AppOptions {
+    QUrl adServer;           // --ad-server, else $SORVEL_AD_SERVER; empty: start the built-in one
+    QUrl scriptHost;         // --script-host, else $SORVEL_SCRIPT_HOST; empty: the ad server
+    QString screenshotPath;  // --screenshot: write a PNG of the window, then quit
+    double screenshotDelay = 5.0;  // --screenshot-delay: at the latest after this many seconds
+    double quitAfter = -1.0;       // --quit-after: quit after this many seconds (< 0: never)
+    bool verbose = false;          // --verbose: the ad client's debug log
+    bool help = false;
+
+    // Parses `arguments` (the first is the program). On a mistake returns nothing and says why
+    // in `error`.
+    static std::optional<AppOptions> parse(const QStringList& arguments, QString* error);
+    static QString helpText();
+
+    bool startsBuiltInAdServer() const { return adServer.isEmpty() && scriptHost.isEmpty(); }
+};

@@ -1,0 +1,135 @@
+#include "app/DesktopAppDelegate.h"
+
+#include "ads/core/PXBBannerView.h"
+#include "ads/core/PXBConfiguration.h"
+#include "ads/device/PXBNetworkChecker.h"
+#include "app/Bundle.h"
+#include "platform/log.h"
+
+#include <QCoreApplication>
+#include <QPixmap>
+#include <QTimer>
+
+#ifdef BRINDLE_WITH_ADSERVER
+#include "adserver/adserver.h"
+#endif
+
+namespace {
+void say(const QString& line) {
+    qInfo().noquote() << "brindle-sounds:" << line;
+}
+}  // namespace
+
+void BannerMonitor::adViewDidReceiveAd(PXBBannerView*) {
+    say(QStringLiteral("ad shown"));
+    emit adShown();
+}
+
+void BannerMonitor::adViewDidFailToReceiveAdWithError(PXBBannerView*,
+                                                      const platform::Error& error) {
+    say(QStringLiteral("no ad (%1 %2): %3")
+            .arg(error.domain())
+            .arg(error.code())
+            .arg(error.localizedDescription()));
+}
+
+void BannerMonitor::adViewWillPresentScreen(PXBBannerView*) {
+    say(QStringLiteral("ad opens a full screen"));
+}
+
+void BannerMonitor::adViewWillDismissScreen(PXBBannerView*) {
+    say(QStringLiteral("ad's full screen closing"));
+}
+
+void BannerMonitor::adViewDidDismissScreen(PXBBannerView*) {
+    say(QStringLiteral("ad's full screen closed"));
+}
+
+void BannerMonitor::adViewWillLeaveApplication(PXBBannerView*) {
+    say(QStringLiteral("ad leaves the application"));
+}
+
+DesktopAppDelegate::DesktopAppDelegate(AppOptions options) : options_(std::move(options)) {}
+
+DesktopAppDelegate::~DesktopAppDelegate() {
+    if (viewController() != nullptr && viewController()->Qarbo() != nullptr) {
+        viewController()->Qarbo()->setDelegate(nullptr);
+    }
+}
+
+void DesktopAppDelegate::configureAdClient() {
+    platform::setDebugLogging(options_.verbose);
+    if (options_.startsBuiltInAdServer()) {
+#ifdef BRINDLE_WITH_ADSERVER
+        adServer_ = new adserver::AdServer;
+        adServerOwner_.reset(adServer_);
+        if (adServer_->start(0)) {
+            say(QStringLiteral("built-in ad server at %1").arg(adServer_->url().toString()));
+            PXBConfiguration::setAdServerURL(adServer_->url());
+            PXBConfiguration::setScriptHostURL(adServer_->url());
+            PXBNetworkChecker::setWebHostName(adServer_->url().host());
+            return;
+        }
+        say(QStringLiteral("built-in ad server did not start: %1").arg(adServer_->errorString()));
+        adServerOwner_.reset();
+        adServer_ = nullptr;
+#endif
+        say(QStringLiteral("no ad server configured (--ad-server or SORVEL_AD_SERVER)"));
+        return;
+    }
+    PXBConfiguration::setAdServerURL(options_.adServer);
+    PXBConfiguration::setScriptHostURL(options_.scriptHost);
+    if (!PXBConfiguration::adServerURL().isEmpty()) {
+        PXBNetworkChecker::setWebHostName(PXBConfiguration::adServerURL().host());
+    }
+    say(QStringLiteral("ad server %1, script from %2")
+            .arg(PXBConfiguration::adServerURL().toString(),
+                 PXBConfiguration::scriptURL().toString()));
+}
+
+bool DesktopAppDelegate::applicationDidFinishLaunchingWithOptions(
+    platform::Application* application, const QVariantMap& options) {
+    configureAdClient();
+    say(QStringLiteral("sounds from %1").arg(Bundle::mainBundle().resourcePath()));
+    const bool launched =
+        Brindle_SoundsAppDelegate::applicationDidFinishLaunchingWithOptions(application, options);
+
+    if (PXBBannerView* banner = viewController()->Qarbo()) {
+        banner->setDelegate(&monitor_);
+    }
+    if (!options_.screenshotPath.isEmpty()) {
+        QObject::connect(&monitor_, &BannerMonitor::adShown, &monitor_,
+                         [this] { takeScreenshotAndQuit(); });
+        QTimer::singleShot(static_cast<int>(options_.screenshotDelay * 1000), &monitor_,
+                           [this] { takeScreenshotAndQuit(); });
+    }
+    if (options_.quitAfter >= 0) {
+        QTimer::singleShot(static_cast<int>(options_.quitAfter * 1000), &monitor_, [] {
+            say(QStringLiteral("quitting as asked"));
+            QCoreApplication::exit(0);
+        });
+    }
+    return launched;
+}
+
+bool DesktopAppDelegate::saveScreenshot(const QString& path) const {
+    if (window() == nullptr) {
+        return false;
+    }
+    return window()->grab().save(path, "PNG");
+}
+
+void DesktopAppDelegate::takeScreenshotAndQuit() {
+    if (screenshotTaken_) {
+        return;
+    }
+    screenshotTaken_ = true;
+    // Let the banner's page paint before the picture is taken.
+    QTimer::singleShot(300, &monitor_, [this] {
+        const bool saved = saveScreenshot(options_.screenshotPath);
+        say(saved ? QStringLiteral("screenshot written to %1").arg(options_.screenshotPath)
+                  : QStringLiteral("could not write the screenshot to %1")
+                        .arg(options_.screenshotPath));
+        QCoreApplication::exit(saved ? 0 : 1);
+    });
+}

@@ -1,0 +1,36 @@
+// The process entry of brindle-sounds.
+#include "app/AppOptions.h"
+#include "app/DesktopAppDelegate.h"
+#include "app/MainInterface.h"
+#include "platform/ui/application.h"
+
+#include <QStringList>
+
+#include <cstdio>
+
+int main(int argc, char** argv) {
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i) {
+        arguments << QString::fromLocal8Bit(argv[i]);
+    }
+    QString error;
+    const std::optional<AppOptions> options = AppOptions::parse(arguments, &error);
+    if (!options) {
+        std::fprintf(stderr, "brindle-sounds: %s\n(try --help)\n", qPrintable(error));
+        return 2;
+    }
+    if (options->help) {
+        std::printf("%s", qPrintable(AppOptions::helpText()));
+        return 0;
+    }
+    // Without a display the window is drawn off screen, so screenshots still show it.
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&
+        qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
+    return platform::applicationMain(argc, argv, [&options] {
+        auto delegate = std::make_unique<DesktopAppDelegate>(*options);
+        MainInterface::connectOutlets(delegate.get());
+        return delegate;
+    });
+}

@@ -1,0 +1,180 @@
+#include "ads/core/PXBBannerView.h"
+#include "ads/core/PXBDelegateManager.h"
+#include "ads/core/PXBObjectPrivate.h"
+#include "ads/core/PXBPrivateUtilities.h"
+#include "ads/core/PXBRequestError.h"
+#include "platform/notificationcenter.h"
+#include "platform/runloop.h"
+#include "platform/ui/viewcontroller.h"
+
+#include <QApplication>
+#include <QTest>
+
+#include "platform/ui/uitestmain.h"
+
+namespace {
+
+struct RecordingDelegate : PXBBannerViewDelegate {
+    QList<platform::Error> failures;
+    QList<PXBBannerView*> views;
+    void adViewDidFailToReceiveAdWithError(PXBBannerView* view,
+                                           const platform::Error& error) override {
+        views << view;
+        failures << error;
+    }
+};
+
+// A delegate that destroys the banner while it is being told of the failure.
+struct DestroyingDelegate : PXBBannerViewDelegate {
+    PXBBannerView* banner = nullptr;
+    int calls = 0;
+    void adViewDidFailToReceiveAdWithError(PXBBannerView*, const platform::Error&) override {
+        ++calls;
+        delete banner;
+    }
+};
+
+}  // namespace
+
+class TestBannerView : public QObject {
+    Q_OBJECT
+  private slots:
+    void everyConstructionRouteMakesAnAdObject_data() {
+        QTest::addColumn<int>("route");
+        QTest::newRow("initWithFrame") << 0;
+        QTest::newRow("init") << 1;
+        QTest::newRow("interface file") << 2;
+    }
+    void everyConstructionRouteMakesAnAdObject() {
+        QFETCH(int, route);
+        const int before = PXBPrivateUtilities::count();
+        std::unique_ptr<PXBBannerView> banner;
+        if (route == 0) {
+            banner = std::make_unique<PXBBannerView>(QRect(0, 410, 320, 50));
+            QCOMPARE(banner->frame(), QRect(0, 410, 320, 50));
+        } else if (route == 1) {
+            banner = std::make_unique<PXBBannerView>();
+            QCOMPARE(banner->frame().size(), QSize(0, 0));
+        } else {
+            banner = std::make_unique<PXBBannerView>(PXBBannerView::FromInterfaceFile{});
+            QVERIFY(banner->privateObject() == nullptr);
+            banner->awakeFromNib();
+        }
+        PXBObjectPrivate* object = banner->privateObject();
+        QVERIFY(object != nullptr);
+        QCOMPARE(object->adView(), banner.get());
+        QCOMPARE(PXBPrivateUtilities::count(), before + 1);
+        QCOMPARE(banner->backgroundColor().alpha(), 0);
+
+        QPointer<PXBObjectPrivate> watch = object;
+        banner.reset();
+        QVERIFY(watch == nullptr);
+        QCOMPARE(PXBPrivateUtilities::count(), before);
+    }
+
+    void propertiesForwardToTheAdObject() {
+        PXBBannerView banner(QRect(0, 0, 320, 50));
+        auto controller = std::make_shared<platform::ViewController>();
+        banner.setAdUnitID("c3e91d07b4a2f68");
+        banner.setRootViewController(controller.get());
+        QCOMPARE(banner.privateObject()->adUnitID(), QString("c3e91d07b4a2f68"));
+        QCOMPARE(banner.privateObject()->rootViewController(), controller.get());
+        QCOMPARE(banner.rootViewController(), controller.get());
+        QVERIFY(!banner.hasAutoRefreshed());
+        QVERIFY(banner.webView() == nullptr);
+        // The root view controller is not retained: it reads null once it is gone.
+        controller.reset();
+        QVERIFY(banner.rootViewController() == nullptr);
+    }
+
+    void setDelegateSetsTheManagersDelegateAndAdView() {
+        PXBBannerView banner;
+        RecordingDelegate delegate;
+        PXBDelegateManager* manager = banner.privateObject()->delegateManager();
+        QVERIFY(manager->adView() == nullptr);
+        banner.setDelegate(&delegate);
+        QCOMPARE(banner.delegate(), &delegate);
+        QCOMPARE(manager->bannerDelegate(), &delegate);
+        QCOMPARE(manager->adView(), &banner);
+        manager->setAdView(nullptr);
+        banner.setDelegate(nullptr);
+        QVERIFY(manager->bannerDelegate() == nullptr);
+        QCOMPARE(manager->adView(), &banner);  // set again, even for no delegate
+    }
+
+    void loadWithoutRootViewControllerReportsCodeZero() {
+        PXBBannerView banner;
+        RecordingDelegate delegate;
+        banner.setDelegate(&delegate);
+        auto request = PXBRequest::create();
+        request->addKeyword("birds");
+        QTest::ignoreMessage(QtInfoMsg,
+                             "<Sorvel> Must set the rootViewController property of "
+                             "PXBBannerView before calling loadRequest:");
+        banner.loadRequest(request.get());
+        QCOMPARE(delegate.failures.size(), 1);
+        QCOMPARE(delegate.views.first(), &banner);
+        const platform::Error& error = delegate.failures.first();
+        QCOMPARE(error.domain(), kPXBErrorDomain);
+        QCOMPARE(error.code(), 0);
+        QCOMPARE(error.userInfo().value("kw").toList(), QVariantList{"birds"});
+        QVERIFY(banner.privateObject()->request() == nullptr);  // nothing was loaded
+
+        auto controller = std::make_shared<platform::ViewController>();
+        banner.setRootViewController(controller.get());
+        banner.loadRequest(request.get());
+        QCOMPARE(delegate.failures.size(), 1);
+        const PXBRequestPrivate* kept = banner.privateObject()->request();
+        QVERIFY(kept != nullptr);
+        QVERIFY(kept != request.get());  // its own copy
+        QCOMPARE(kept->keywords(), request->keywords());
+    }
+
+    void aDelegateMayDestroyTheBannerWhileToldOfTheFailure() {
+        DestroyingDelegate delegate;
+        delegate.banner = new PXBBannerView;
+        delegate.banner->setDelegate(&delegate);
+        const int before = PXBPrivateUtilities::count();
+        QTest::ignoreMessage(QtInfoMsg, QRegularExpression("Must set the rootViewController"));
+        delegate.banner->loadRequest(nullptr);
+        QCOMPARE(delegate.calls, 1);
+        QCOMPARE(PXBPrivateUtilities::count(), before - 1);
+    }
+
+    void destructionUndoesEverything() {
+        auto* banner = new PXBBannerView;
+        RecordingDelegate delegate;
+        banner->setDelegate(&delegate);
+        const std::shared_ptr<PXBDelegateManager> manager =
+            banner->privateObject()->sharedDelegateManager();
+        PXBObjectPrivate* object = banner->privateObject();
+        platform::performAfter(object, 0, [] { QFAIL("ran after the banner was gone"); });
+        auto& center = platform::NotificationCenter::defaultCenter();
+        const int observers = center.observerCount();
+        center.addObserver(banner, "SomeNotification", nullptr, [](const auto&) {});
+        delete banner;
+        QCOMPARE(center.observerCount(), observers);
+        QVERIFY(manager->adView() == nullptr);
+        QTest::qWait(20);  // the cancelled work would have run by now
+    }
+
+    void theTableReleasesReplacedAndRemovedValues() {
+        int key = 0;
+        auto value = std::make_shared<QObject>();
+        QPointer<QObject> first = value.get();
+        PXBPrivateUtilities::setPrivateObject(std::move(value), &key);
+        value.reset();
+        QCOMPARE(PXBPrivateUtilities::privateObjectForKey(&key), first.data());
+        QVERIFY(PXBPrivateUtilities::privateObjectForKey<PXBObjectPrivate>(&key) == nullptr);
+        PXBPrivateUtilities::setPrivateObject(std::make_shared<QObject>(), &key);
+        QVERIFY(first == nullptr);
+        QPointer<QObject> second = PXBPrivateUtilities::privateObjectForKey(&key);
+        PXBPrivateUtilities::removePrivateObjectForKey(&key);
+        QVERIFY(second == nullptr);
+        PXBPrivateUtilities::removePrivateObjectForKey(&key);  // absent: nothing happens
+        QVERIFY(PXBPrivateUtilities::privateObjectForKey(&key) == nullptr);
+    }
+};
+
+SORVEL_UI_TEST_MAIN(TestBannerView)
+#include "tst_bannerview.moc"

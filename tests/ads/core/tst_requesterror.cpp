@@ -1,0 +1,111 @@
+#include "ads/core/PXBRequest.h"
+#include "ads/core/PXBRequestError.h"
+#include "ads/core/PXBRequestPrivate.h"
+#include "ads/device/PXBIdentifierUtilities.h"
+
+#include <QTest>
+
+namespace {
+// Poses as a system of the given version.
+void setSystemVersion(const QString& version) {
+    PXBIdentifierUtilities::Environment environment = PXBIdentifierUtilities::defaultEnvironment();
+    environment.systemVersion = [version] { return version; };
+    PXBIdentifierUtilities::setEnvironment(environment);
+}
+}  // namespace
+
+class TestRequestError : public QObject {
+    Q_OBJECT
+  private slots:
+    void cleanup() {
+        PXBIdentifierUtilities::setEnvironment(PXBIdentifierUtilities::defaultEnvironment());
+    }
+
+    void messages_data() {
+        QTest::addColumn<qint64>("code");
+        QTest::addColumn<QString>("text");
+        const QString invalid =
+            "Request Error: Invalid ad request parameter(s).  Check the Xcode "
+            "console for details.";
+        QTest::newRow("0") << qint64(0) << invalid;
+        QTest::newRow("1") << qint64(1) << "Request Error: No ad to show.";
+        QTest::newRow("2") << qint64(2) << "Request Error: A network error occurred.";
+        QTest::newRow("3") << qint64(3) << "Request Error: Server error processing the request.";
+        QTest::newRow("4") << qint64(4)
+                           << "Request Error: This device's OS is 2.2.1.  It is below the "
+                              "minimum of 3.0.";
+        QTest::newRow("5") << qint64(5)
+                           << "Request Error: The Sorvel Ad request was unable to be fulfilled "
+                              "before a timeout occurred.";
+        QTest::newRow("6") << qint64(6) << invalid;
+        QTest::newRow("-1") << qint64(-1) << invalid;
+        QTest::newRow("large") << qint64(40) << invalid;
+    }
+    void messages() {
+        QFETCH(qint64, code);
+        QFETCH(QString, text);
+        setSystemVersion("2.2.1");
+        QCOMPARE(PXBRequestError::localizedStringForErrorCode(code), text);
+
+        const PXBRequestError error = PXBRequestError::errorWithCode(code, nullptr);
+        QCOMPARE(error.domain(), QString("com.sorvel.ads"));
+        QCOMPARE(error.code(), code);
+        QCOMPARE(error.localizedDescription(), text);
+        QCOMPARE(error.userInfo().value("NSLocalizedFailureReason").toString(), text);
+    }
+
+    void osVersionComesFromTheDevice() {
+        setSystemVersion("17.4");
+        QVERIFY(PXBRequestError::localizedStringForErrorCode(4).contains("OS is 17.4.0.  It"));
+        setSystemVersion("6.1.0.9");
+        QVERIFY(PXBRequestError::localizedStringForErrorCode(4).contains("OS is 6.1.0.  It"));
+    }
+
+    void minimumVersionCheck_data() {
+        QTest::addColumn<int>("major");
+        QTest::addColumn<int>("minor");
+        QTest::addColumn<bool>("atLeast");
+        QTest::newRow("below") << 2 << 2 << false;
+        QTest::newRow("same major, lower minor") << 3 << 0 << true;
+        QTest::newRow("above") << 4 << 0 << true;
+    }
+    void minimumVersionCheck() {
+        QFETCH(int, major);
+        QFETCH(int, minor);
+        QFETCH(bool, atLeast);
+        setSystemVersion(QString("%1.%2.1").arg(major).arg(minor));
+        QCOMPARE(PXBRequestPrivate::deviceAtLeastMinimumOSMajorVersion(3, 0), atLeast);
+        QVERIFY(!PXBRequestPrivate::deviceAtLeastMinimumOSMajorVersion(major, minor + 1));
+    }
+
+    void onlyAnInvalidRequestCarriesTheParameters_data() {
+        QTest::addColumn<qint64>("code");
+        QTest::newRow("invalid request") << qint64(0);
+        QTest::newRow("no fill") << qint64(1);
+        QTest::newRow("time-out") << qint64(5);
+        QTest::newRow("unknown code") << qint64(9);
+    }
+    void onlyAnInvalidRequestCarriesTheParameters() {
+        QFETCH(qint64, code);
+        auto request = PXBRequest::create();
+        request->setGender(1);
+        request->addKeyword("drums");
+        request->setBirthdayWithMonth(1, 2, 2003);
+        const QVariantMap parameters = dynamic_cast<PXBRequestPrivate&>(*request).parameters();
+
+        const PXBRequestError error(code, request.get());
+        const QVariantMap info = error.userInfo();
+        if (code == 0) {
+            QCOMPARE(info.size(), parameters.size() + 2);
+            for (auto it = parameters.begin(); it != parameters.end(); ++it) {
+                QCOMPARE(info.value(it.key()), it.value());
+            }
+        } else {
+            QCOMPARE(info.keys(),
+                     (QStringList{"NSLocalizedDescription", "NSLocalizedFailureReason"}));
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(TestRequestError)
+#include "tst_requesterror.moc"

@@ -1,0 +1,123 @@
+#include "ads/core/PXBConfiguration.h"
+#include "app/AppOptions.h"
+
+#include <QTest>
+
+class TestAppOptions : public QObject {
+    Q_OBJECT
+  private slots:
+    void init() {
+        qunsetenv("SORVEL_AD_SERVER");
+        qunsetenv("SORVEL_SCRIPT_HOST");
+    }
+
+    void parse_data() {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("serverEnv");
+        QTest::addColumn<QString>("adServer");  // "!" : the parse fails
+        QTest::addColumn<QString>("scriptHost");
+        QTest::addColumn<bool>("builtIn");
+        QTest::newRow("nothing: built-in server") << QStringList{} << ""
+                                                  << ""
+                                                  << "" << true;
+        QTest::newRow("host and port") << QStringList{"--ad-server", "127.0.0.1:8080"} << ""
+                                       << "http://127.0.0.1:8080/"
+                                       << "" << false;
+        QTest::newRow("full URL, path dropped")
+            << QStringList{"--ad-server=http://ads.example:81/x?y=1"} << ""
+            << "http://ads.example:81/"
+            << "" << false;
+        QTest::newRow("environment") << QStringList{} << "localhost:9"
+                                     << "http://localhost:9/"
+                                     << "" << false;
+        QTest::newRow("command line beats environment")
+            << QStringList{"--ad-server", "a.test"} << "b.test"
+            << "http://a.test/"
+            << "" << false;
+        QTest::newRow("script host alone") << QStringList{"--script-host", "https://js.test"} << ""
+                                           << ""
+                                           << "https://js.test/" << false;
+        QTest::newRow("not http") << QStringList{"--ad-server", "ftp://x"} << ""
+                                  << "!"
+                                  << "" << false;
+        QTest::newRow("bad environment") << QStringList{} << "::::"
+                                         << "!"
+                                         << "" << false;
+        QTest::newRow("stray argument") << QStringList{"extra"} << ""
+                                        << "!"
+                                        << "" << false;
+        QTest::newRow("unknown option") << QStringList{"--loud"} << ""
+                                        << "!"
+                                        << "" << false;
+    }
+    void parse() {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, serverEnv);
+        QFETCH(QString, adServer);
+        QFETCH(QString, scriptHost);
+        QFETCH(bool, builtIn);
+        if (!serverEnv.isEmpty()) {
+            qputenv("SORVEL_AD_SERVER", serverEnv.toUtf8());
+        }
+        QString error;
+        const auto options = AppOptions::parse(QStringList{"brindle-sounds"} + arguments, &error);
+        if (adServer == "!") {
+            QVERIFY(!options);
+            QVERIFY(!error.isEmpty());
+            return;
+        }
+        QVERIFY2(options, qPrintable(error));
+        QCOMPARE(options->adServer.toString(), adServer);
+        QCOMPARE(options->scriptHost.toString(), scriptHost);
+        QCOMPARE(options->startsBuiltInAdServer(), builtIn);
+    }
+
+    void seconds_data() {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<double>("delay");  // < 0: the parse fails
+        QTest::addColumn<double>("quitAfter");
+        QTest::newRow("defaults") << QStringList{} << 5.0 << -1.0;
+        QTest::newRow("both") << QStringList{"--screenshot-delay", "0.5", "--quit-after", "3"}
+                              << 0.5 << 3.0;
+        QTest::newRow("negative") << QStringList{"--quit-after", "-1"} << -1.0 << 0.0;
+        QTest::newRow("not a number") << QStringList{"--screenshot-delay", "soon"} << -1.0 << 0.0;
+    }
+    void seconds() {
+        QFETCH(QStringList, arguments);
+        QFETCH(double, delay);
+        QFETCH(double, quitAfter);
+        QString error;
+        const auto options = AppOptions::parse(QStringList{"b"} + arguments, &error);
+        QCOMPARE(bool(options), delay >= 0);
+        if (options) {
+            QCOMPARE(options->screenshotDelay, delay);
+            QCOMPARE(options->quitAfter, quitAfter);
+        }
+    }
+
+    void screenshotAndVerbose() {
+        QString error;
+        const auto options =
+            AppOptions::parse({"b", "--screenshot", "/tmp/x.png", "--verbose"}, &error);
+        QVERIFY(options);
+        QCOMPARE(options->screenshotPath, QString("/tmp/x.png"));
+        QVERIFY(options->verbose);
+        QVERIFY(!AppOptions::parse({"b", "--screenshot"}, &error));
+        QVERIFY(AppOptions::parse({"b", "--help"}, &error)->help);
+        QVERIFY(AppOptions::helpText().startsWith("Usage: brindle-sounds [options]"));
+    }
+
+    void configurationGivesTheScriptAddress() {
+        PXBConfiguration::setAdServerURL(QUrl("http://127.0.0.1:4000/"));
+        PXBConfiguration::setScriptHostURL(QUrl());
+        QCOMPARE(PXBConfiguration::scriptURL().toString(),
+                 QString("http://127.0.0.1:4000/zelm/sdk-core-v40.js"));
+        QCOMPARE(PXBConfiguration::adServerHost(), QString("127.0.0.1:4000"));
+        PXBConfiguration::setScriptHostURL(QUrl("http://js.test/"));
+        QCOMPARE(PXBConfiguration::scriptURL().toString(),
+                 QString("http://js.test/zelm/sdk-core-v40.js"));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestAppOptions)
+#include "tst_appoptions.moc"

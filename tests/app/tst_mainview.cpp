@@ -1,0 +1,208 @@
+#include "app/Bundle.h"
+#include "app/MainInterface.h"
+#include "app/MainView.h"
+#include "app/ScrollView.h"
+
+#include <QAbstractButton>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include "platform/ui/uitestmain.h"
+
+namespace {
+
+// Records every look-up, and finds the clips where the build tree keeps them.
+class RecordingBundle : public Bundle {
+  public:
+    using Bundle::Bundle;
+    QString pathForResource(const QString& name, const QString& type) const override {
+        asked.append({name, type});
+        return Bundle::pathForResource(name, type);
+    }
+    mutable QList<std::pair<QString, QString>> asked;
+};
+
+QString buildTreeResources() {
+    return Bundle::locateResourcePath(QCoreApplication::applicationDirPath() + "/../../app");
+}
+
+struct Made {
+    QUrl url;
+    std::shared_ptr<platform::AudioPlayer> player;
+};
+
+}  // namespace
+
+class TestMainView : public QObject {
+    Q_OBJECT
+  private:
+    std::unique_ptr<MainView> view;
+    std::unique_ptr<RecordingBundle> bundle;
+    QList<Made> made;
+
+  private slots:
+    void init() {
+        view.reset(MainInterface::buildMainView(QRect(0, 20, 320, 460)));
+        bundle = std::make_unique<RecordingBundle>(buildTreeResources());
+        view->setBundle(bundle.get());
+        made.clear();
+        view->setPlayerFactory([this](const QUrl& url) {
+            auto player = platform::AudioPlayer::withContentsOfURL(url);
+            made.append({url, player});
+            return player;
+        });
+    }
+
+    void cleanup() {
+        // Players keep themselves alive while they play; none may outlive the application.
+        view->stopAllSounds();
+        made.clear();
+        view.reset();
+        QTest::qWait(1);
+    }
+
+    void eachSoundPlaysItsClip_data() {
+        QTest::addColumn<int>("index");
+        for (int i = 0; i < int(MainView::sounds().size()); ++i) {
+            QTest::newRow(MainView::sounds()[i].action) << i;
+        }
+    }
+    void eachSoundPlaysItsClip() {
+        QFETCH(int, index);
+        const MainView::Sound& sound = MainView::sounds()[index];
+        (view.get()->*sound.play)();
+        QCOMPARE(bundle->asked.size(), 1);
+        QCOMPARE(bundle->asked.first().first, QString(sound.clip));
+        QCOMPARE(bundle->asked.first().second, QString(sound.type));
+        QCOMPARE(made.size(), 1);
+        QCOMPARE(made.first().url.toLocalFile(),
+                 bundle->resourcePath() + "/" + sound.clip + "." + sound.type);
+        QVERIFY(made.first().player != nullptr);
+        QVERIFY(made.first().player->isPlaying());
+
+        // Its button on the board, labelled with the clip, does the same; so does its key.
+        QAbstractButton* button = MainInterface::buttonForAction(view.get(), sound.action);
+        QVERIFY(button != nullptr);
+        QCOMPARE(button->property("clip").toString(), QString(sound.clip));
+        QVERIFY(button->toolTip().contains(MainInterface::shortcutForSound(index).toString()));
+        button->click();
+        QCOMPARE(bundle->asked.size(), 2);
+        QCOMPARE(bundle->asked.last().first, QString(sound.clip));
+    }
+
+    void thePressesOverlapAndAMissingClipDoesNothing() {
+        view->MoveUp();
+        view->MoveUp();
+        QCOMPARE(made.size(), 2);
+        QVERIFY(made[0].player != made[1].player);
+        QVERIFY(made[0].player->isPlaying() && made[1].player->isPlaying());
+        QCOMPARE(view->livePlayers().size(), size_t(2));
+
+        QTemporaryDir empty;
+        const Bundle nothing(empty.path());
+        view->setBundle(&nothing);
+        view->ButtonEffect();  // no file: no player, no message
+        QCOMPARE(made.size(), 3);
+        QVERIFY(made.last().player == nullptr);
+        view->canemurder();
+        QVERIFY(view->canemurderPlayer() == nullptr);
+    }
+
+    void musicPlaysOnceAndASecondPressOverlaps() {
+        view->canemurder();
+        MainView::Player* first = view->canemurderPlayer();
+        QVERIFY(first != nullptr);
+        QCOMPARE(made.first().url.toLocalFile(), bundle->resourcePath() + "/Be your lover.mp3");
+        QCOMPARE(first->numberOfLoops(), 0);
+        QVERIFY(first->isPlaying());
+        view->canemurder();
+        QVERIFY(view->canemurderPlayer() != first);
+        QVERIFY(first->isPlaying());       // not stopped by the second press
+        QVERIFY(bundle->asked.isEmpty());  // the track comes from the resource path itself
+
+        view->stopAllSounds();
+        QVERIFY(!made[0].player->isPlaying());
+        QVERIFY(!made[1].player->isPlaying());
+    }
+
+    void pageActionsLeaveTheStatedOrder_data() {
+        QTest::addColumn<QStringList>("actions");
+        QTest::addColumn<QStringList>("order");  // bottom to top, of the five page views
+        QTest::newRow("start") << QStringList{} << QStringList{"main"};
+        QTest::newRow("first page")
+            << QStringList{"goto"} << QStringList{"main", "extra", "scroll"};
+        QTest::newRow("first page twice")
+            << QStringList{"goto", "goto"} << QStringList{"main", "extra", "scroll"};
+        QTest::newRow("first page and back") << QStringList{"goto", "back"} << QStringList{"main"};
+        QTest::newRow("back when not shown")
+            << QStringList{"goto1", "back"} << QStringList{"oneExtra", "oneScroll", "main"};
+        QTest::newRow("second page")
+            << QStringList{"goto1"} << QStringList{"main", "oneExtra", "oneScroll"};
+        QTest::newRow("second page and back")
+            << QStringList{"goto1", "back1"} << QStringList{"main"};
+        QTest::newRow("both pages")
+            << QStringList{"goto", "goto1"}
+            << QStringList{"main", "extra", "scroll", "oneExtra", "oneScroll"};
+        QTest::newRow("first again over second")
+            << QStringList{"goto", "goto1", "goto"}
+            << QStringList{"main", "oneExtra", "oneScroll", "extra", "scroll"};
+    }
+    void pageActionsLeaveTheStatedOrder() {
+        QFETCH(QStringList, actions);
+        QFETCH(QStringList, order);
+        const QHash<QString, QWidget*> names = {{"main", view->mymainview()},
+                                                {"extra", view->myextraview()},
+                                                {"scroll", view->myscrollview()},
+                                                {"oneExtra", view->onemyextraview()},
+                                                {"oneScroll", view->onemyscrollview()}};
+        for (const QString& action : actions) {
+            if (action == "goto") {
+                view->gotoscrollview(nullptr);
+            } else if (action == "goto1") {
+                view->gotoscrollview1(nullptr);
+            } else if (action == "back") {
+                view->pushback(nullptr);
+            } else {
+                view->pushback1(nullptr);
+            }
+        }
+        QStringList stacked;
+        for (QObject* child : view->children()) {
+            const QString name = names.key(qobject_cast<QWidget*>(child));
+            if (!name.isEmpty()) {
+                stacked << name;
+            }
+        }
+        QCOMPARE(stacked, order);
+        for (auto it = names.begin(); it != names.end(); ++it) {
+            QCOMPARE(it.value()->parentWidget() == view.get(), order.contains(it.key()));
+        }
+    }
+
+    void pagesGetTheirContentSizes() {
+        view->gotoscrollview(nullptr);
+        QCOMPARE(view->myscrollview()->contentSize(), QSize(320, 563));
+        view->gotoscrollview1(nullptr);
+        QCOMPARE(view->onemyscrollview()->contentSize(), QSize(320, 569));
+        // The back buttons are wired to the back actions.
+        MainInterface::buttonForAction(view.get(), "pushback1")->click();
+        QVERIFY(view->onemyscrollview()->parentWidget() == nullptr);
+        MainInterface::buttonForAction(view.get(), "pushback")->click();
+        QVERIFY(view->myscrollview()->parentWidget() == nullptr);
+        QCOMPARE(view->children().last(), view->mymainview());
+    }
+
+    void everyButtonHasItsOwnKey() {
+        QSet<QString> keys;
+        for (int i = 0; i < int(MainView::sounds().size()); ++i) {
+            keys.insert(MainInterface::shortcutForSound(i).toString());
+        }
+        QCOMPARE(keys.size(), int(MainView::sounds().size()));
+        QVERIFY(!keys.contains(""));
+        QCOMPARE(MainInterface::titleForClip("who needs em"), QString("Who needs em"));
+        QCOMPARE(MainInterface::titleForClip("buttonEffect"), QString("Button Effect"));
+    }
+};
+
+SORVEL_UI_TEST_MAIN(TestMainView)
+#include "tst_mainview.moc"
