@@ -1,27 +1,55 @@
-// The ad object behind a banner: it keeps the banner's ad unit, root view controller, delegate
-// manager and request. The banner creates one in its common initialiser and forwards to it.
+// The ad object behind a banner: it walks one ad request through its states (fetch the support
+// script, build the ad URL in a hidden page, fetch the ad HTML, show it), keeps the trackers and
+// the refresh timer, and tells the application through its delegate manager. The banner creates
+// one in its common initialiser and forwards to it.
 #pragma once
 
 #include "ads/core/PXBDelegateManager.h"
 #include "ads/core/PXBRequestPrivate.h"
+#include "ads/net/PXBCachedFile.h"
+#include "ads/net/PXBClickTracker.h"
+#include "platform/runloop.h"
 
+#include <QList>
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QUrl>
+#include <QVariantList>
 
 #include <memory>
+#include <vector>
 
 class PXBBannerView;
+class PXBBannerWebViewDelegate;
 class PXBWebView;
+class PXBWebViewDelegate;
 
 namespace platform {
+class Notification;
 class ViewController;
-}
+class WebView;
+}  // namespace platform
 
-class PXBObjectPrivate : public QObject {
+// The states of one request.
+enum PXBAdState : qint32 {
+    kPXBAdStateIdle = 0,
+    kPXBAdStateFetchingScript = 1,
+    kPXBAdStateScriptFailed = 2,
+    kPXBAdStateBuildingURL = 3,
+    kPXBAdStateFetchingHTML = 4,
+    kPXBAdStateLoadingHTML = 5,
+    kPXBAdStateShown = 6,
+    kPXBAdStateFailed = 7,
+};
+
+class PXBObjectPrivate : public QObject,
+                         private PXBCachedFileDelegate,
+                         private PXBClickTrackerDelegate {
     Q_OBJECT
   public:
-    // initWithView: the banner, not retained (the banner owns this object).
+    // initWithView: the banner, not retained (the banner owns this object). The ad web view
+    // becomes the banner's subview.
     explicit PXBObjectPrivate(PXBBannerView* view);
     ~PXBObjectPrivate() override;
 
@@ -35,22 +63,106 @@ class PXBObjectPrivate : public QObject {
     std::shared_ptr<PXBDelegateManager> sharedDelegateManager() const { return delegateManager_; }
     // Nothing ever sets it: a banner never reports that it refreshed by itself.
     bool hasAutoRefreshed() const { return hasAutoRefreshed_; }
-    // The visible ad web view; none until an ad is loaded into it.
+    // The visible ad web view, hidden until the first ad is shown.
     PXBWebView* webView() const { return webView_; }
     // The request being served: the object's own copy of the last one loaded.
     const PXBRequestPrivate* request() const { return request_.get(); }
+    qint32 state() const { return state_; }
+    // The timing counter when the ad was last shown.
+    double timeLastLoaded() const { return timeLastLoaded_; }
+    // Orientations for full-screen ads (1 any, 2 portrait, 3 landscape).
+    qint32 supportedOrientations() const { return supportedOrientations_; }
+    // The current ad HTML and the URL it finally came from.
+    QString adHTMLString() const;
+    QUrl adHTMLBaseURL() const;
+    PXBCachedFile* adHTML() const { return adHTML_.get(); }
+    void setAdHTML(std::unique_ptr<PXBCachedFile> file);
+    QList<QUrl> pendingTrackingURLs() const { return pendingTrackingURLs_; }
+    QList<QUrl> pendingClickURLs() const { return pendingClickURLs_; }
+    // The interval of the last refresh scheduled (0 before any) and whether one is pending.
+    double reloadSeconds() const { return reloadSeconds_; }
+    bool isReloadTimerActive() const { return reloadTimer_ != nullptr; }
 
-    // Takes its own copy of `request` (a new empty request when there is none).
     void loadRequest(const PXBRequest* request);
-    // Drops every delayed message aimed at this object.
+    void loadInterstitialRequest(const PXBRequest* request);
+    // nullptr gives a new empty request; a private request is used as it is; anything else
+    // gives none (the load then keeps or makes its own).
+    static std::shared_ptr<PXBRequestPrivate> privateRequestWithRequest(const PXBRequest* request);
+    void loadPrivateRequest(std::shared_ptr<PXBRequestPrivate> request, bool autoRefresh);
+    bool isMakingRequest() const;
+    static bool isAppActive();
+    bool supportsMinimumRequirementsForRequest(const PXBRequestPrivate* request);
+    // The support script's address.
+    static QUrl jsBuildAdURL();
+    // The per-load parameters: "slotname", then "format" for an interstitial or the banner's
+    // "ad_frame" and "ad_bounds".
+    void addAdditionalParameters(QVariantMap& parameters) const;
+    // The hidden page that runs the support script with `parametersJSON`.
+    static QString buildAdPage(const QString& script, const QString& parametersJSON);
+    void changeState(qint32 state);
+    // Drops every delayed message aimed at this object and stops the refresh timer.
     void cancelPendingActions();
 
+    // Response headers, trackers and refresh.
+    void processHTTPHeaders(PXBCachedFile* file);
+    // Splits a header at single blanks into the URLs it holds, appended to `array`.
+    static void createOrReuseArrayOfURLsFromHeader(QList<QUrl>& array, const QString& header);
+    // Elements that are URLs or strings each get a tracker; others are skipped.
+    void trackURLs(const QVariantList& urls);
+    void trackURLs(const QList<QUrl>& urls);
+    void cleanupTrackers();
+    int trackerCount() const { return static_cast<int>(trackers_.size()); }
+    void addReloadInformationFromHeaders();
+    void scheduleReloadTimer(double seconds);
+    void resetReloadTimer();
+    void activateReloadTimer();
+    void deactivateReloadTimer();
+    void reloadCurrentRequest();
+
+    // Tells whether the ad is loading or shown, for the banner's web view delegate.
+    PXBBannerWebViewDelegate* webViewDelegate() const { return webViewDelegate_.get(); }
+
   private:
+    void ensureSupportFiles();
+    void failedToDownloadJavaScriptWithError(const platform::Error& error);
+    void buildAdUrl();
+    void setupBuildAdWebView();
+    void resetBuildAdWebView();
+    void loadAdURL(const platform::Notification& notification);
+    void invalidRequest(const platform::Notification& notification);
+    void unableToServe(const platform::Notification& notification);
+    void loadHTMLFromURL(const QUrl& url);
+    void showAd();
+    void failedAdRequestWithError(const platform::Error& error, PXBCachedFile* file);
+    void reportError(int code);
+
+    void cachedFileDownloadDidEnd(PXBCachedFile* file) override;
+    void cachedFileDownloadDidFail(PXBCachedFile* file, const platform::Error& error) override;
+    platform::Error cachedFileShouldRedirectToURL(PXBCachedFile* file, const QUrl& url) override;
+    void trackerDidRedirect(PXBClickTracker* tracker, const QUrl& url) override;
+    void trackerDidFailWithError(PXBClickTracker* tracker, const platform::Error& error) override;
+
+    void appDidBackground();
+    void appDidForeground();
+
     PXBBannerView* adView_ = nullptr;
     QString adUnitID_;
     std::shared_ptr<PXBDelegateManager> delegateManager_;
     QPointer<QObject> rootViewController_;
-    PXBWebView* webView_ = nullptr;
+    QPointer<PXBWebView> webView_;
+    std::unique_ptr<platform::WebView> buildAdWebView_;
+    std::unique_ptr<PXBBannerWebViewDelegate> webViewDelegate_;
+    std::unique_ptr<PXBWebViewDelegate> buildAdWebViewDelegate_;
+    std::unique_ptr<PXBCachedFile> buildAdJS_;
+    std::unique_ptr<PXBCachedFile> adHTML_;
     std::shared_ptr<PXBRequestPrivate> request_;
+    qint32 state_ = kPXBAdStateIdle;
+    double timeLastLoaded_ = 0;
+    std::vector<std::unique_ptr<PXBClickTracker>> trackers_;
+    QList<QUrl> pendingTrackingURLs_;
+    QList<QUrl> pendingClickURLs_;
+    std::unique_ptr<platform::Timer> reloadTimer_;
+    double reloadSeconds_ = 0;
     bool hasAutoRefreshed_ = false;
+    qint32 supportedOrientations_ = 1;
 };
