@@ -54,7 +54,8 @@ class PXBWebViewDelegate : public QObject, public platform::WebViewDelegate {
     // The value's integer value, or -1 when the key is missing.
     static int intForKey(const QString& key, const QVariantMap& dictionary);
 
-    void evaluateJavaScriptInOpener(const QVariantMap& parameters);
+    // The answer goes to `sender`, the page that asked.
+    void evaluateJavaScriptInOpener(const QVariantMap& parameters, platform::WebView* sender);
     void processCanOpenURLs(const QStringList& urls, platform::WebView* webView);
     void processTouchSignals(const QVariantMap& parameters);
     void trackURLString(const QString& urlString, bool appendSpamSignals);

@@ -1,13 +1,164 @@
 #include "ads/core/PXBObjectPrivate.h"
 
+#include "ads/bridge/PXBBannerWebViewDelegate.h"
+#include "ads/bridge/PXBWebViewDelegate.h"
+#include "ads/core/PXBBannerView.h"
+#include "ads/core/PXBConfiguration.h"
+#include "ads/core/PXBMacros.h"
+#include "ads/core/PXBParameterKeys.h"
+#include "ads/core/PXBRequestError.h"
+#include "ads/device/PXBIdentifierUtilities.h"
+#include "ads/net/PXBNetworkUtilities.h"
+#include "ads/present/PXBWebView.h"
+#include "ads/signals/PXBSignals.h"
+#include "ads/stats/PXBStatistics.h"
+#include "ads/stats/PXBStatisticsCore.h"
+#include "ads/stats/PXBTiming.h"
 #include "platform/log.h"
-#include "platform/runloop.h"
+#include "platform/notificationcenter.h"
+#include "platform/ui/application.h"
 #include "platform/ui/viewcontroller.h"
+#include "platform/userdefaults.h"
+
+#include <QCoreApplication>
+#include <QDateTime>
+#include <QRegularExpression>
+
+namespace {
+
+const QString kLoadAdURL = QStringLiteral("loadAdURL");
+const QString kInvalidRequest = QStringLiteral("invalidRequest");
+const QString kUnableToServe = QStringLiteral("unableToServe");
+const QString kWillPresentFullScreen = QStringLiteral("PXBViewControllerWillPresentFullScreen");
+const QString kDidRelinquishFullScreen = QStringLiteral("PXBViewControllerDidRelinquishFullScreen");
+const QString kExpireDateKey = QStringLiteral("expireDate");
+constexpr qint64 kScriptLifetimeSeconds = 86400;
+
+// Set once the application has finished launching: before that, a load goes ahead even while
+// the application is not active.
+bool launchFinished = false;
+
+void watchLaunchOnce() {
+    static bool watching = false;
+    if (watching) {
+        return;
+    }
+    watching = true;
+    if (QCoreApplication::instance() != nullptr &&
+        platform::Application::sharedApplication()->hasFinishedLaunching()) {
+        launchFinished = true;  // launched before the first ad object existed
+        return;
+    }
+    static const char observer = 0;
+    platform::NotificationCenter::defaultCenter().addObserver(
+        &observer, platform::kApplicationDidFinishLaunchingNotification, nullptr,
+        [](const platform::Notification&) {
+            launchFinished = true;
+            platform::NotificationCenter::defaultCenter().removeObserver(&observer);
+        });
+}
+
+// A header's value by name, compared as HTTP compares names: without regard to case.
+QString headerValue(const PXBCachedFile* file, const QString& name) {
+    if (file == nullptr) {
+        return {};
+    }
+    const QVariantMap& headers = file->httpHeaders();
+    for (auto it = headers.constBegin(); it != headers.constEnd(); ++it) {
+        if (it.key().compare(name, Qt::CaseInsensitive) == 0) {
+            return it.value().toString();
+        }
+    }
+    return {};
+}
+
+// The number a text starts with, 0 when it starts with none ("30s" is 30, "soon" 0).
+double leadingDouble(const QString& text) {
+    static const QRegularExpression number(
+        QStringLiteral(R"(^\s*[+-]?(\d+\.?\d*|\.\d+)([eE][+-]?\d+)?)"));
+    const QRegularExpressionMatch match = number.match(text);
+    return match.hasMatch() ? match.captured().trimmed().toDouble() : 0.0;
+}
+
+// Orientation words of full-screen ads: 1 any, 2 portrait, 3 landscape, 0 for anything else.
+int orientationFromString(const QString& word) {
+    if (word == QLatin1String("any")) {
+        return 1;
+    }
+    if (word == QLatin1String("portrait")) {
+        return 2;
+    }
+    if (word == QLatin1String("landscape")) {
+        return 3;
+    }
+    return 0;
+}
+
+QVariantMap rectDictionary(const QRect& rect) {
+    return {{QStringLiteral("x"), double(rect.x())},
+            {QStringLiteral("y"), double(rect.y())},
+            {QStringLiteral("w"), double(rect.width())},
+            {QStringLiteral("h"), double(rect.height())}};
+}
+
+}  // namespace
 
 PXBObjectPrivate::PXBObjectPrivate(PXBBannerView* view)
-    : adView_(view), delegateManager_(PXBDelegateManager::create()) {}
+    : adView_(view), delegateManager_(PXBDelegateManager::create()) {
+    watchLaunchOnce();
+    const QRect frame = view != nullptr ? view->bounds() : QRect();
+    webView_ = new PXBWebView(frame);
+    webView_->setScalesPageToFit(false);
+    webView_->setMediaPlaybackRequiresUserAction(true);
+    webView_->setHidden(true);
+    webViewDelegate_ = std::make_unique<PXBBannerWebViewDelegate>(this);
+    registerForNotifications();
+    if (view != nullptr) {
+        view->addSubview(webView_);
+    }
+}
 
-PXBObjectPrivate::~PXBObjectPrivate() = default;
+void PXBObjectPrivate::registerForNotifications() {
+    auto& center = platform::NotificationCenter::defaultCenter();
+    auto observe = [&](const QString& name, void (PXBObjectPrivate::*handler)()) {
+        center.addObserver(this, name, nullptr,
+                           [this, handler](const platform::Notification&) { (this->*handler)(); });
+    };
+    if (PXBIdentifierUtilities::isOSAtLeastMajor(4, 0, 0)) {
+        observe(platform::kApplicationDidEnterBackgroundNotification,
+                &PXBObjectPrivate::appDidBackground);
+        observe(platform::kApplicationWillEnterForegroundNotification,
+                &PXBObjectPrivate::appDidForeground);
+    } else {
+        observe(platform::kApplicationWillResignActiveNotification,
+                &PXBObjectPrivate::appDidBackground);
+        observe(platform::kApplicationDidBecomeActiveNotification,
+                &PXBObjectPrivate::appDidForeground);
+    }
+    observe(kWillPresentFullScreen, &PXBObjectPrivate::deactivateReloadTimer);
+    observe(kDidRelinquishFullScreen, &PXBObjectPrivate::activateReloadTimer);
+}
+
+PXBObjectPrivate::~PXBObjectPrivate() {
+    platform::NotificationCenter::defaultCenter().removeObserver(this);
+    if (webView_ != nullptr) {
+        webView_->setDelegate(nullptr);
+        webView_->loadHTMLStringBaseURL(QString(), QUrl());
+        delete webView_.data();
+    }
+    webViewDelegate_.reset();
+    resetBuildAdWebView();
+    if (buildAdJS_) {
+        buildAdJS_->setDelegate(nullptr);
+        buildAdJS_.reset();
+    }
+    setAdHTML(nullptr);
+    for (const auto& tracker : trackers_) {
+        tracker->reset();
+    }
+    trackers_.clear();
+    resetReloadTimer();
+}
 
 platform::ViewController* PXBObjectPrivate::rootViewController() const {
     return static_cast<platform::ViewController*>(rootViewController_.data());
@@ -17,13 +168,462 @@ void PXBObjectPrivate::setRootViewController(platform::ViewController* controlle
     rootViewController_ = controller;
 }
 
+QString PXBObjectPrivate::adHTMLString() const {
+    return adHTML_ ? adHTML_->content() : QString();
+}
+
+QUrl PXBObjectPrivate::adHTMLBaseURL() const {
+    return adHTML_ ? adHTML_->httpDestinationURL() : QUrl();
+}
+
+// ---- Starting a load
+
 void PXBObjectPrivate::loadRequest(const PXBRequest* request) {
-    if (request != request_.get()) {
+    loadPrivateRequest(privateRequestWithRequest(request), false);
+}
+
+void PXBObjectPrivate::loadInterstitialRequest(const PXBRequest* request) {
+    const PXBRequestPrivate* given = privateRequestWithRequest(request);
+    std::shared_ptr<PXBRequestPrivate> interstitial = PXBRequestPrivate::createWithRequest(given);
+    interstitial->setInterstitialAd(true);
+    loadPrivateRequest(interstitial.get(), false);
+}
+
+const PXBRequestPrivate* PXBObjectPrivate::privateRequestWithRequest(const PXBRequest* request) {
+    return dynamic_cast<const PXBRequestPrivate*>(request);
+}
+
+void PXBObjectPrivate::loadPrivateRequest(const PXBRequestPrivate* request, bool autoRefresh) {
+    if (isMakingRequest()) {
+        platform::logDebug(QStringLiteral("<Sorvel> A request is in flight; this load is ignored"));
+        return;
+    }
+    if (!isAppActive()) {
+        return;
+    }
+    if (!supportsMinimumRequirementsForRequest(request)) {
+        return;
+    }
+    if (!autoRefresh) {
+        hasAutoRefreshed_ = false;
+    }
+    // The refresh passes the object's own request, which it keeps as it is.
+    if (request == nullptr || request != request_.get()) {
         request_ = PXBRequestPrivate::createWithRequest(request);
     }
-    platform::logDebug(QStringLiteral("<Sorvel> Request for ad unit %1 accepted").arg(adUnitID_));
+    PXBStatistics& statistics = PXBStatistics::sharedStatistics();
+    if (!statistics.timingNamed(kPXBParameterTimeSinceFirstRequest)) {
+        statistics.startTimingNamed(kPXBParameterTimeSinceFirstRequest);
+    }
+    statistics.incrementAdRequestCount();
+    request_->setCounter(static_cast<qint32>(statistics.adRequestCount()));
+    changeState(kPXBAdStateBuildingURL);
+    ensureSupportFiles();
+}
+
+bool PXBObjectPrivate::isMakingRequest() const {
+    switch (state_) {
+        case kPXBAdStateFetchingScript:
+        case kPXBAdStateBuildingURL:
+        case kPXBAdStateFetchingHTML:
+        case kPXBAdStateLoadingHTML:
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool PXBObjectPrivate::isAppActive() {
+    if (QCoreApplication::instance() == nullptr) {
+        return true;
+    }
+    if (platform::Application::sharedApplication()->applicationState() ==
+        platform::Application::StateActive) {
+        return true;
+    }
+    return !launchFinished;
+}
+
+bool PXBObjectPrivate::supportsMinimumRequirementsForRequest(const PXBRequestPrivate* request) {
+    if (PXBRequestPrivate::deviceAtLeastMinimumOSMajorVersion(3, 0)) {
+        return true;
+    }
+    const std::shared_ptr<PXBDelegateManager> manager = delegateManager_;
+    QPointer<PXBObjectPrivate> self(this);
+    manager->didFailToReceiveAdWithError(
+        PXBRequestError::errorWithCode(kPXBErrorOSVersionTooLow, request));
+    if (self != nullptr) {
+        changeState(kPXBAdStateFailed);
+    }
+    return false;
+}
+
+QUrl PXBObjectPrivate::jsBuildAdURL() {
+    return PXBConfiguration::scriptURL();
+}
+
+void PXBObjectPrivate::changeState(qint32 state) {
+    if (state == state_) {
+        return;
+    }
+    platform::logDebug(QStringLiteral("<Sorvel> Ad state %1 -> %2").arg(state_).arg(state));
+    state_ = state;
+    if (state == kPXBAdStateShown) {
+        if (webView_ != nullptr) {
+            webView_->setTouched(false);
+        }
+        timeLastLoaded_ = PXBTiming::counter();
+    }
 }
 
 void PXBObjectPrivate::cancelPendingActions() {
     platform::cancelPreviousPerformRequests(this);
+    resetReloadTimer();
+}
+
+void PXBObjectPrivate::reportError(int code) {
+    // The application's delegate may destroy this object while it is told.
+    const std::shared_ptr<PXBDelegateManager> manager = delegateManager_;
+    manager->didFailToReceiveAdWithError(PXBRequestError::errorWithCode(code, request_.get()));
+}
+
+// ---- The support script and the hidden page
+
+void PXBObjectPrivate::ensureSupportFiles() {
+    if (!buildAdJS_) {
+        changeState(kPXBAdStateFetchingScript);
+        buildAdJS_ = std::make_unique<PXBCachedFile>(fileDelegate(), jsBuildAdURL());
+    }
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    PXBStatisticsCore store(QStringLiteral("PXBObjectPrivate"));
+    const QDateTime expires = store.dateForKey(kExpireDateKey);
+    if (expires.isValid() && !buildAdJS_->content().isEmpty() && expires >= now) {
+        // Revalidated less than a day ago: build from the cached script, no network at all.
+        cachedFileDownloadDidEnd(buildAdJS_.get());
+        return;
+    }
+    store.setDate(now.addSecs(kScriptLifetimeSeconds), kExpireDateKey);
+    store.synchronize();
+    changeState(kPXBAdStateFetchingScript);
+    buildAdJS_->validate();
+}
+
+void PXBObjectPrivate::failedToDownloadJavaScriptWithError(const platform::Error& error) {
+    changeState(kPXBAdStateScriptFailed);
+    if (!buildAdJS_->content().isEmpty()) {
+        platform::logDebug(
+            QStringLiteral("<Sorvel> Support script failed (%1); using the cached copy")
+                .arg(error.localizedDescription()));
+        buildAdUrl();
+        return;
+    }
+    reportError(kPXBErrorNetworkError);
+}
+
+void PXBObjectPrivate::addAdditionalParameters(QVariantMap& parameters) const {
+    if (!adUnitID_.isEmpty()) {
+        parameters.insert(kPXBParameterAdSlotID, adUnitID_);
+    }
+    if (request_ && request_->isInterstitialAd()) {
+        parameters.insert(kPXBParameterAdFormat, QStringLiteral("interstitial_mb"));
+        return;
+    }
+    const QWidget* view = adView_ != nullptr ? static_cast<const QWidget*>(adView_)
+                                             : static_cast<const QWidget*>(webView_.data());
+    if (view == nullptr) {
+        return;
+    }
+    parameters.insert(kPXBParameterAdFrame, rectDictionary(view->geometry()));
+    parameters.insert(kPXBParameterAdBounds, rectDictionary(view->rect()));
+}
+
+QString PXBObjectPrivate::buildAdPage(const QString& script, const QString& parametersJSON) {
+    return QStringLiteral("<html><head><script>") + script + QStringLiteral("</script>") +
+           QStringLiteral("<script>%1(%2);</script>")
+               .arg(QStringLiteral("ZELM_buildAdURL"), parametersJSON) +
+           QStringLiteral("</head><body></body></html>");
+}
+
+void PXBObjectPrivate::buildAdUrl() {
+    const QString script = buildAdJS_->content();
+    if (script.isEmpty()) {
+        failedToDownloadJavaScriptWithError(platform::Error());
+        return;
+    }
+    changeState(kPXBAdStateBuildingURL);
+    QVariantMap parameters = request_->parameters();
+    addAdditionalParameters(parameters);
+    const QString json = PXBMacros::jsonify(parameters);
+    setupBuildAdWebView();
+    buildAdWebView_->loadHTMLStringBaseURL(buildAdPage(script, json),
+                                           PXBConfiguration::adServerURL());
+}
+
+void PXBObjectPrivate::setupBuildAdWebView() {
+    resetBuildAdWebView();
+    buildAdWebViewDelegate_ = std::make_unique<PXBWebViewDelegate>();
+    buildAdWebView_ = std::make_unique<platform::WebView>(QRect(0, 0, 1, 1));
+    buildAdWebView_->setHidden(true);
+    buildAdWebView_->setDelegate(buildAdWebViewDelegate_.get());
+    auto& center = platform::NotificationCenter::defaultCenter();
+    const void* page = buildAdWebView_.get();
+    center.addObserver(this, kLoadAdURL, page,
+                       [this](const platform::Notification& n) { loadAdURL(n); });
+    center.addObserver(this, kInvalidRequest, page,
+                       [this](const platform::Notification& n) { invalidRequest(n); });
+    center.addObserver(this, kUnableToServe, page,
+                       [this](const platform::Notification& n) { unableToServe(n); });
+}
+
+void PXBObjectPrivate::resetBuildAdWebView() {
+    auto& center = platform::NotificationCenter::defaultCenter();
+    for (const QString& name : {kLoadAdURL, kInvalidRequest, kUnableToServe}) {
+        center.removeObserver(this, name, nullptr);
+    }
+    if (buildAdWebView_) {
+        buildAdWebView_->setDelegate(nullptr);
+        // Its page may still be delivering the message that got us here: let it unwind first.
+        buildAdWebView_.release()->deleteLater();
+    }
+    buildAdWebViewDelegate_.reset();
+}
+
+// ---- The script's answers
+
+void PXBObjectPrivate::loadAdURL(const platform::Notification& notification) {
+    resetBuildAdWebView();
+    const QVariantMap& info = notification.userInfo;
+    if (info.contains(QStringLiteral("errors"))) {
+        reportError(kPXBErrorInvalidRequest);
+        return;
+    }
+    changeState(kPXBAdStateFetchingHTML);
+    QUrl url(info.value(QStringLiteral("url")).toString());
+    const QString type = info.value(QStringLiteral("type")).toString();
+    PXBSignals::setRequestTypeAndVersion(PXBRequestPrivate::requestTypeFromString(type),
+                                         PXBRequest::sdkVersion());
+    if (const QVariantMap signals_ = PXBRequestPrivate::spamSignals(); !signals_.isEmpty()) {
+        url = PXBNetworkUtilities::appendQueryParameters(signals_, url);
+    }
+    if (type == QLatin1String("plinth")) {
+        url = PXBNetworkUtilities::appendQueryKey(kPXBParameterPlinthSeqNum, QStringLiteral("1"),
+                                                  url);
+    }
+    PXBStatistics::sharedStatistics().startTimingNamed(kPXBParameterPriorRequestLatency);
+    loadHTMLFromURL(url);
+}
+
+void PXBObjectPrivate::invalidRequest(const platform::Notification& notification) {
+    resetBuildAdWebView();
+    platform::logLine(QStringLiteral("<Sorvel> Invalid Request: %1")
+                          .arg(platform::describe(notification.userInfo)));
+    reportError(kPXBErrorInvalidRequest);
+}
+
+void PXBObjectPrivate::unableToServe(const platform::Notification& notification) {
+    resetBuildAdWebView();
+    platform::logLine(QStringLiteral("<Sorvel> Unable to serve: %1")
+                          .arg(platform::describe(notification.userInfo)));
+    reportError(kPXBErrorInvalidRequest);
+}
+
+// ---- The ad HTML
+
+void PXBObjectPrivate::loadHTMLFromURL(const QUrl& url) {
+    setAdHTML(std::make_unique<PXBCachedFile>(fileDelegate(), url));
+}
+
+void PXBObjectPrivate::setAdHTML(std::unique_ptr<PXBCachedFile> file) {
+    if (file == adHTML_) {
+        return;
+    }
+    if (adHTML_) {
+        adHTML_->setDelegate(nullptr);
+        adHTML_->invalidate();
+    }
+    adHTML_ = std::move(file);
+    if (adHTML_) {
+        adHTML_->validate();
+    }
+    pendingTrackingURLs_.clear();
+    pendingClickURLs_.clear();
+}
+
+void PXBObjectPrivate::showAd() {
+    const QString html = adHTML_->content().trimmed();
+    const QUrl baseURL = adHTML_->httpDestinationURL();
+    addReloadInformationFromHeaders();
+    if (html.isEmpty()) {
+        changeState(kPXBAdStateFailed);
+        reportError(kPXBErrorNoFill);
+        return;
+    }
+    changeState(kPXBAdStateLoadingHTML);
+    webView_->loadHTMLStringBaseURL(html, baseURL);
+}
+
+void PXBObjectPrivate::failedAdRequestWithError(const platform::Error& error, PXBCachedFile* file) {
+    const int status = file != nullptr ? file->httpStatusCode() : 0;
+    changeState(kPXBAdStateFailed);
+    int code = kPXBErrorNetworkError;
+    if (status == 400) {
+        platform::logLine(QStringLiteral(
+            "<Sorvel> Server rejected ad parameters.  Typically this is because the ad unit ID "
+            "is incorrect."));
+        code = kPXBErrorInvalidRequest;
+    } else if (status > 400) {
+        code = kPXBErrorServerError;
+    }
+    platform::logDebug(QStringLiteral("<Sorvel> Ad request failed (HTTP %1): %2")
+                           .arg(status)
+                           .arg(error.localizedDescription()));
+    QPointer<PXBObjectPrivate> self(this);
+    reportError(code);
+    if (self != nullptr) {
+        addReloadInformationFromHeaders();
+    }
+}
+
+void PXBObjectPrivate::cachedFileDownloadDidEnd(PXBCachedFile* file) {
+    if (file == buildAdJS_.get()) {
+        buildAdUrl();
+        return;
+    }
+    processHTTPHeaders(file);
+    showAd();
+}
+
+void PXBObjectPrivate::cachedFileDownloadDidFail(PXBCachedFile* file,
+                                                 const platform::Error& error) {
+    if (file == buildAdJS_.get()) {
+        failedToDownloadJavaScriptWithError(error);
+        return;
+    }
+    failedAdRequestWithError(error, file);
+}
+
+platform::Error PXBObjectPrivate::cachedFileShouldRedirectToURL(PXBCachedFile* file,
+                                                                const QUrl& /*url*/) {
+    // The headers are the redirect's own: tracking URLs of every hop accumulate.
+    processHTTPHeaders(file);
+    return platform::Error();
+}
+
+// ---- Response headers and trackers
+
+void PXBObjectPrivate::createOrReuseArrayOfURLsFromHeader(QList<QUrl>& array,
+                                                          const QString& header) {
+    if (header.isEmpty()) {
+        return;
+    }
+    // Split at every single blank: two blanks in a row give an empty piece, which is skipped.
+    for (const QString& piece : header.split(QLatin1Char(' '))) {
+        const QString trimmed = piece.trimmed();
+        if (trimmed.isEmpty()) {
+            continue;
+        }
+        const QUrl url(trimmed, QUrl::StrictMode);
+        if (url.isValid() && !url.toString().isEmpty()) {
+            array.append(url);
+        }
+    }
+}
+
+void PXBObjectPrivate::processHTTPHeaders(PXBCachedFile* file) {
+    createOrReuseArrayOfURLsFromHeader(pendingTrackingURLs_,
+                                       headerValue(file, QStringLiteral("X-Zelm-Tracking-Urls")));
+    createOrReuseArrayOfURLsFromHeader(
+        pendingClickURLs_, headerValue(file, QStringLiteral("X-Zelm-Click-Tracking-Urls")));
+    if (const int orientations =
+            orientationFromString(headerValue(file, QStringLiteral("X-Zelm-Orientation")));
+        orientations != 0) {
+        supportedOrientations_ = orientations;
+    }
+    if (const QString timeout = headerValue(file, QStringLiteral("X-Zelm-Interstitial-Timeout"));
+        !timeout.isEmpty()) {
+        platform::UserDefaults::standardUserDefaults().setFloatForKey(
+            static_cast<float>(leadingDouble(timeout)), QStringLiteral("applicationTimeout"));
+    }
+}
+
+void PXBObjectPrivate::trackURLs(const QVariantList& urls) {
+    for (const QVariant& element : urls) {
+        QUrl url;
+        if (element.typeId() == QMetaType::QUrl) {
+            url = element.toUrl();
+        } else if (element.typeId() == QMetaType::QString) {
+            url = QUrl(element.toString());
+        } else {
+            continue;
+        }
+        if (url.isEmpty()) {
+            continue;
+        }
+        auto tracker = std::make_unique<PXBClickTracker>(trackerDelegate());
+        tracker->trackURL(url);
+        trackers_.push_back(std::move(tracker));
+    }
+}
+
+void PXBObjectPrivate::trackURLs(const QList<QUrl>& urls) {
+    QVariantList list;
+    for (const QUrl& url : urls) {
+        list.append(url);
+    }
+    trackURLs(list);
+}
+
+void PXBObjectPrivate::cleanupTrackers() {
+    std::erase_if(trackers_, [](const auto& tracker) { return tracker->hasTracked(); });
+}
+
+void PXBObjectPrivate::trackerDidRedirect(PXBClickTracker* /*tracker*/, const QUrl& /*url*/) {
+    platform::performAfter(this, 0, [this] { cleanupTrackers(); });
+}
+
+void PXBObjectPrivate::trackerDidFailWithError(PXBClickTracker* /*tracker*/,
+                                               const platform::Error& /*error*/) {
+    platform::performAfter(this, 0, [this] { cleanupTrackers(); });
+}
+
+// ---- Refresh
+
+void PXBObjectPrivate::addReloadInformationFromHeaders() {
+    const QString rate = headerValue(adHTML_.get(), QStringLiteral("X-Zelm-Refresh-Rate"));
+    // No bounds and no default: a value that does not parse reads as 0, which stops refresh.
+    scheduleReloadTimer(rate.isEmpty() ? reloadSeconds_ : leadingDouble(rate));
+}
+
+void PXBObjectPrivate::scheduleReloadTimer(double seconds) {
+    resetReloadTimer();
+    if (seconds == 0.0) {
+        return;
+    }
+    reloadTimer_ = platform::Timer::scheduled(seconds, false, [this] { reloadCurrentRequest(); });
+    reloadSeconds_ = seconds;
+}
+
+void PXBObjectPrivate::resetReloadTimer() {
+    reloadTimer_.reset();
+}
+
+void PXBObjectPrivate::activateReloadTimer() {
+    scheduleReloadTimer(reloadSeconds_);
+}
+
+void PXBObjectPrivate::deactivateReloadTimer() {
+    resetReloadTimer();
+}
+
+void PXBObjectPrivate::reloadCurrentRequest() {
+    platform::logDebug(QStringLiteral("<Sorvel> Refreshing the ad"));
+    loadPrivateRequest(request_.get(), true);
+}
+
+void PXBObjectPrivate::appDidBackground() {
+    deactivateReloadTimer();
+}
+
+void PXBObjectPrivate::appDidForeground() {
+    activateReloadTimer();
 }

@@ -8,6 +8,7 @@
 #include "ads/core/PXBRequestPrivate.h"
 #include "ads/net/PXBCachedFile.h"
 #include "ads/net/PXBClickTracker.h"
+#include "ads/present/PXBWebView.h"
 #include "platform/runloop.h"
 
 #include <QList>
@@ -22,7 +23,6 @@
 
 class PXBBannerView;
 class PXBBannerWebViewDelegate;
-class PXBWebView;
 class PXBWebViewDelegate;
 
 namespace platform {
@@ -85,10 +85,12 @@ class PXBObjectPrivate : public QObject,
 
     void loadRequest(const PXBRequest* request);
     void loadInterstitialRequest(const PXBRequest* request);
-    // nullptr gives a new empty request; a private request is used as it is; anything else
-    // gives none (the load then keeps or makes its own).
-    static std::shared_ptr<PXBRequestPrivate> privateRequestWithRequest(const PXBRequest* request);
-    void loadPrivateRequest(std::shared_ptr<PXBRequestPrivate> request, bool autoRefresh);
+    // A private request is used as it is; anything else gives none, and the load then takes a
+    // new empty request.
+    static const PXBRequestPrivate* privateRequestWithRequest(const PXBRequest* request);
+    // Swallowed while a request is in flight or the application is in the background; otherwise
+    // the object keeps its own copy of `request` (the one it has when given that).
+    void loadPrivateRequest(const PXBRequestPrivate* request, bool autoRefresh);
     bool isMakingRequest() const;
     static bool isAppActive();
     bool supportsMinimumRequirementsForRequest(const PXBRequestPrivate* request);
@@ -128,6 +130,7 @@ class PXBObjectPrivate : public QObject,
     void buildAdUrl();
     void setupBuildAdWebView();
     void resetBuildAdWebView();
+    void registerForNotifications();
     void loadAdURL(const platform::Notification& notification);
     void invalidRequest(const platform::Notification& notification);
     void unableToServe(const platform::Notification& notification);
@@ -142,6 +145,8 @@ class PXBObjectPrivate : public QObject,
     void trackerDidRedirect(PXBClickTracker* tracker, const QUrl& url) override;
     void trackerDidFailWithError(PXBClickTracker* tracker, const platform::Error& error) override;
 
+    PXBCachedFileDelegate* fileDelegate() { return this; }
+    PXBClickTrackerDelegate* trackerDelegate() { return this; }
     void appDidBackground();
     void appDidForeground();
 

@@ -1,7 +1,9 @@
 #include "ads/core/PXBRequestPrivate.h"
 
+#include "ads/core/PXBParameterKeys.h"
 #include "ads/device/PXBIdentifierUtilities.h"
 #include "ads/device/PXBNetworkChecker.h"
+#include "ads/signals/PXBSignals.h"
 #include "ads/stats/PXBStatistics.h"
 #include "platform/log.h"
 
@@ -103,41 +105,77 @@ int PXBRequestPrivate::requestTypeFromString(const QString& type) {
 
 QVariantMap PXBRequestPrivate::parameters() const {
     QVariantMap parameters = PXBIdentifierUtilities::sharedInstance()->parameters();
-    parameters.insert(QStringLiteral("js"), sdkVersion());
+    parameters.insert(kPXBParameterSDKVersion, sdkVersion());
     if (const QString net = PXBNetworkChecker::sharedChecker()->networkTypeString();
         !net.isNull()) {
-        parameters.insert(QStringLiteral("net"), net);
+        parameters.insert(kPXBParameterNetworkType, net);
     }
     if (isTesting()) {
         platform::logLine(QStringLiteral(
             "<Sorvel> \"testing\" property has been deprecated.  Use \"testDevices\" instead."));
-        parameters.insert(QStringLiteral("testing"), QStringLiteral("1"));
+        parameters.insert(kPXBParameterTesting, QStringLiteral("1"));
     }
     if (!testDevices_.isEmpty()) {
         const auto& deviceIdentifier = PXBIdentifierUtilities::environment().uniqueIdentifier;
         const QString device = deviceIdentifier ? deviceIdentifier() : QString();
         if (!device.isNull() && testDevices_.contains(device)) {
-            parameters.insert(QStringLiteral("adtest"), QStringLiteral("on"));
+            parameters.insert(kPXBParameterTestMode, QStringLiteral("on"));
         }
     }
     if (!additionalParameters_.isEmpty()) {
-        parameters.insert(QStringLiteral("extras"), additionalParameters_);
+        parameters.insert(kPXBParameterExtraParams, additionalParameters_);
     }
     if (const QString gender = genderString(); !gender.isNull()) {
-        parameters.insert(QStringLiteral("cust_gender"), gender);
+        parameters.insert(kPXBParameterGender, gender);
     }
     if (const QString birthday = birthdayString(); !birthday.isNull()) {
-        parameters.insert(QStringLiteral("cust_age"), birthday);
+        parameters.insert(kPXBParameterBirthday, birthday);
     }
     if (keywords_) {
-        parameters.insert(QStringLiteral("kw"), QVariant(*keywords_).toList());
+        parameters.insert(kPXBParameterKeywords, QVariant(*keywords_).toList());
     }
     if (location_) {
         if (const QString uule = location_->oolongRepresentation(); !uule.isNull()) {
-            parameters.insert(QStringLiteral("uule"), uule);
+            parameters.insert(kPXBParameterLocation, uule);
         }
     }
     parameters.insert(PXBStatistics::sharedStatistics().parameters());
-    parameters.insert(QStringLiteral("preqs"), counter_);
+    parameters.insert(kPXBParameterTotalAdRequests, counter_);
     return parameters;
+}
+
+QString PXBRequestPrivate::description() const {
+    QString gender;
+    if (gender_ == 1) {
+        gender = QStringLiteral("\ngender:Male");
+    } else if (gender_ == 2) {
+        gender = QStringLiteral("\ngender:Female");
+    }
+    const QString birthday = birthday_.isNull()
+                                 ? QString()
+                                 : QStringLiteral("\nbirthday:") + platform::describe(birthday_);
+    const QString location =
+        location_ ? QStringLiteral("\nlocation:") + location_->description() : QString();
+    const QString keywords = keywords_ ? QStringLiteral("\nkeywords:") +
+                                             platform::describe(QVariant(*keywords_).toList())
+                                       : QString();
+    const QString extras =
+        additionalParameters_.isEmpty()
+            ? QString()
+            : QStringLiteral("\nadditionalParameters:") + platform::describe(additionalParameters_);
+    return QStringLiteral("PXBRequest<0x%1>: %2%3%4%5%6")
+        .arg(quintptr(this), 0, 16)
+        .arg(gender, birthday, location, keywords, extras);
+}
+
+QVariantMap PXBRequestPrivate::spamSignals() {
+    QString signalString;
+    if (!PXBSignals::fillRequestSignals(signalString)) {
+        return {};
+    }
+    const QStringList pieces = signalString.split(QLatin1Char('='));
+    if (pieces.size() < 2 || pieces[1].isEmpty()) {
+        return {};
+    }
+    return {{pieces[0], pieces[1]}};
 }

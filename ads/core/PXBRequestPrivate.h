@@ -61,6 +61,11 @@ class PXBRequestPrivate : public PXBRequest {
     // "extras", "cust_gender", "cust_age", "kw", "uule", the statistics' entries (whose one-shot
     // values this consumes) and "preqs", later entries overwriting earlier ones.
     QVariantMap parameters() const;
+    // "PXBRequest<0x...>: " and, for what is set, lines for gender, birthday, location, keywords
+    // and additional parameters.
+    QString description() const;
+    // The signals module's entry for the ad URL, {key: value}; empty when it has none.
+    static QVariantMap spamSignals();
 
   protected:
     PXBRequestPrivate() = default;

@@ -23,7 +23,7 @@ class PXBClickTrackerDelegate : public platform::Referenceable {
                                          const platform::Error& /*error*/) {}
 };
 
-class PXBClickTracker : public platform::Referenceable, private PXBCachedFileDelegate {
+class PXBClickTracker : private PXBCachedFileDelegate {
   public:
     explicit PXBClickTracker(PXBClickTrackerDelegate* delegate = nullptr);
     ~PXBClickTracker() override;

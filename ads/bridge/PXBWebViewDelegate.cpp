@@ -1,0 +1,223 @@
+#include "ads/bridge/PXBWebViewDelegate.h"
+
+#include "ads/bridge/PXBNotification.h"
+#include "ads/bridge/PXBNotificationCenter.h"
+#include "ads/device/PXBIdentifierUtilities.h"
+#include "ads/net/PXBClickTracker.h"
+#include "ads/net/PXBNetworkUtilities.h"
+#include "ads/present/PXBOpener.h"
+#include "ads/signals/PXBSignals.h"
+#include "platform/log.h"
+#include "platform/notificationcenter.h"
+#include "platform/runloop.h"
+#include "platform/ui/application.h"
+#include "platform/ui/audioplayer.h"
+#include "platform/ui/viewcontroller.h"
+
+#include <QMetaObject>
+
+PXBWebViewDelegate::PXBWebViewDelegate() : opener_(std::make_unique<PXBOpener>()) {}
+
+PXBWebViewDelegate::~PXBWebViewDelegate() {
+    if (tracker_) {
+        tracker_->reset();
+    }
+}
+
+platform::ViewController* PXBWebViewDelegate::viewController() const {
+    return static_cast<platform::ViewController*>(viewController_.data());
+}
+
+void PXBWebViewDelegate::setViewController(platform::ViewController* controller) {
+    viewController_ = controller;
+}
+
+bool PXBWebViewDelegate::webViewShouldStartLoadWithRequestNavigationType(
+    platform::WebView* webView, const platform::UrlRequest& request, int navigationType) {
+    const QUrl url = request.url();
+    const QString scheme = url.scheme().toLower();
+    if (const QString agent = request.valueForHTTPHeaderField(QStringLiteral("User-Agent"));
+        !agent.isEmpty()) {
+        PXBNetworkUtilities::setUserAgentString(agent);
+    }
+    opener_->setViewController(viewController());
+    const QString urlText = url.toString(QUrl::FullyEncoded);
+
+    if (PXBNotification::isNotificationURL(url)) {
+        handleMessage(webView, url);
+        return false;
+    }
+
+    const bool ownPageLoad =
+        navigationType == platform::WebViewNavigationTypeOther && url.path().size() < 2;
+    if (!ownPageLoad) {
+        platform::NotificationCenter::defaultCenter().postNotification(
+            PXBWebViewDelegateDidReceiveWebAction, webView, {{QStringLiteral("u"), urlText}});
+    }
+    if (scheme == QLatin1String("mailto")) {
+        opener_->openEmailComposer(url);
+        return false;
+    }
+    if (scheme == QLatin1String("file")) {
+        return false;
+    }
+    if (scheme == QLatin1String("about") || scheme == QLatin1String("http") ||
+        scheme == QLatin1String("https")) {
+        return true;
+    }
+    opener_->openApp(url);
+    return false;
+}
+
+void PXBWebViewDelegate::handleMessage(platform::WebView* webView, const QUrl& url) {
+    const std::optional<PXBNotification> message = PXBNotification::notificationFromURL(url);
+    const QString name = message ? message->name() : QString();
+    const QVariantMap parameters = message ? message->parameters() : QVariantMap();
+    platform::NotificationCenter::defaultCenter().postNotification(
+        PXBWebViewDelegateDidReceiveWebAction, webView,
+        {{QStringLiteral("u"), url.toString(QUrl::FullyEncoded)}, {QStringLiteral("a"), name}});
+    const QString u = parameters.value(QStringLiteral("u")).toString();
+
+    if (name == QLatin1String("click")) {
+        trackURLString(u, true);
+    } else if (name == QLatin1String("close")) {
+        // Only full screens can give up the screen; a banner's controller cannot.
+        if (QObject* controller = viewController_.data()) {
+            QMetaObject::invokeMethod(controller, "relinquishScreen");
+        }
+    } else if (name == QLatin1String("httpTrack")) {
+        trackURLString(u, false);
+    } else if (name == QLatin1String("log")) {
+        platform::logLine(parameters.value(QStringLiteral("string")).toString());
+    } else if (name == QLatin1String("open")) {
+        opener_->openNotification(*message);
+    } else if (name == QLatin1String("touch")) {
+        processTouchSignals(parameters);
+    } else if (name == QLatin1String("vibrate")) {
+        platform::playSystemSound(platform::kSystemSoundVibrate);
+    } else if (name == QLatin1String("canOpenURLs")) {
+        const QString urls = parameters.value(QStringLiteral("urls")).toString();
+        processCanOpenURLs(urls.split(QLatin1Char(',')), webView);
+    } else if (name == QLatin1String("evalInOpener")) {
+        if (openingWebView_ != nullptr) {
+            QVariantMap copy = parameters;
+            QPointer<platform::WebView> sender(webView);
+            platform::performAfter(
+                this, 0, [this, copy, sender] { evaluateJavaScriptInOpener(copy, sender); });
+        }
+    } else {
+        PXBNotificationCenter::defaultCenter().postNotificationFromURL(url, webView, 0);
+    }
+}
+
+void PXBWebViewDelegate::webViewDidFinishLoad(platform::WebView* webView) {
+    notifyWebViewOfOrientationChange(
+        webView, platform::Application::sharedApplication()->statusBarOrientation());
+    if (!hasLoadedAtLeastOnce_) {
+        hasLoadedAtLeastOnce_ = true;
+        loadedFirstPage(webView);
+    }
+}
+
+QString PXBWebViewDelegate::orientationScript(int orientation) {
+    int degrees = 0;
+    switch (orientation) {
+        case 1:
+            degrees = 0;
+            break;
+        case 2:
+            degrees = 180;
+            break;
+        case 3:
+            degrees = 90;
+            break;
+        case 4:
+            degrees = -90;
+            break;
+        default:
+            return {};
+    }
+    // Deliberately unguarded: a page without a handler just gets a script error.
+    return QStringLiteral(
+               "window.__defineGetter__('orientation',function(){return %1;});"
+               "window.onorientationchange();")
+        .arg(degrees);
+}
+
+void PXBWebViewDelegate::notifyWebViewOfOrientationChange(platform::WebView* webView,
+                                                          int orientation) {
+    const QString script = orientationScript(orientation);
+    if (webView != nullptr && !script.isEmpty()) {
+        webView->stringByEvaluatingJavaScriptFromString(script);
+    }
+}
+
+int PXBWebViewDelegate::intForKey(const QString& key, const QVariantMap& dictionary) {
+    const auto it = dictionary.constFind(key);
+    if (it == dictionary.constEnd()) {
+        return -1;
+    }
+    // The leading integer of the text, as the phone's intValue read it ("12px" is 12, "x" 0).
+    const QString text = it->toString().trimmed();
+    qsizetype end = 0;
+    if (end < text.size() && (text[end] == QLatin1Char('-') || text[end] == QLatin1Char('+'))) {
+        ++end;
+    }
+    while (end < text.size() && text[end].isDigit()) {
+        ++end;
+    }
+    bool ok = false;
+    const qlonglong value = text.left(end).toLongLong(&ok);
+    if (!ok) {
+        return 0;
+    }
+    return static_cast<int>(std::clamp<qlonglong>(value, INT_MIN, INT_MAX));
+}
+
+void PXBWebViewDelegate::evaluateJavaScriptInOpener(const QVariantMap& parameters,
+                                                    platform::WebView* sender) {
+    platform::WebView* opener = openingWebView_;
+    if (opener == nullptr) {
+        return;
+    }
+    // Evaluation is asynchronous here: the answer goes out when it arrives, to the page that
+    // asked (the "webView" entry is only text and names no view of ours).
+    QPointer<platform::WebView> target(sender);
+    opener->stringByEvaluatingJavaScriptFromString(
+        parameters.value(QStringLiteral("js")).toString(), [target](const QString& result) {
+            if (target != nullptr) {
+                PXBNotificationCenter::defaultCenter().postJSNotification(
+                    QStringLiteral("evalJavaScriptInOpenerResult"),
+                    QVariantMap{{QStringLiteral("result"), result}}, target);
+            }
+        });
+}
+
+void PXBWebViewDelegate::processCanOpenURLs(const QStringList& urls, platform::WebView* webView) {
+    const QVariantMap answer =
+        PXBIdentifierUtilities::sharedInstance()->canOpenURLs(QVariant(urls).toList());
+    PXBNotificationCenter::defaultCenter().postJSNotification(QStringLiteral("openableURLs"),
+                                                              answer, webView);
+}
+
+void PXBWebViewDelegate::processTouchSignals(const QVariantMap& parameters) {
+    PXBSignals::recordTouch(intForKey(QStringLiteral("tx"), parameters),
+                            intForKey(QStringLiteral("ty"), parameters),
+                            intForKey(QStringLiteral("td"), parameters));
+}
+
+void PXBWebViewDelegate::trackURLString(const QString& urlString, bool appendSpamSignals) {
+    if (!tracker_) {
+        tracker_ = std::make_unique<PXBClickTracker>();
+    }
+    QUrl url(urlString);
+    if (appendSpamSignals) {
+        const QString clickString =
+            PXBNetworkUtilities::parameterValueForKey(QStringLiteral("ai"), url);
+        QString signal;
+        if (!clickString.isNull() && PXBSignals::fillClickSignal(clickString, signal)) {
+            url = PXBNetworkUtilities::appendQueryKey(signal, QVariant(), url);
+        }
+    }
+    tracker_->trackURL(url);
+}

@@ -1,0 +1,45 @@
+#include "ads/present/PXBWebView.h"
+
+#include "ads/core/PXBPrivateUtilities.h"
+
+#include <memory>
+
+PXBWebView::PXBWebView(const QRect& frame, QWidget* parent) : platform::WebView(frame, parent) {
+    PXBPrivateUtilities::setPrivateObject(std::make_shared<PXBWebViewPrivate>(), this);
+    setClipsToBounds(true);
+    setScalesPageToFit(true);
+    setAutoresizingMask(platform::ViewAutoresizingFlexibleWidth |
+                        platform::ViewAutoresizingFlexibleHeight);
+    // Transparent, so that an ad's page can show the application beneath it.
+    setOpaque(false);
+    setBackgroundColor(Qt::transparent);
+    setDataDetectorTypes(platform::DataDetectorTypeNone);
+    // Ad video plays in place and may start without a press. The desktop has no AirPlay
+    // setting, so nothing more is attempted.
+    setAllowsInlineMediaPlayback(true);
+    setMediaPlaybackRequiresUserAction(false);
+}
+
+PXBWebView::~PXBWebView() {
+    PXBPrivateUtilities::removePrivateObjectForKey(this);
+}
+
+bool PXBWebView::touched() const {
+    const auto* vars = PXBPrivateUtilities::privateObjectForKey<PXBWebViewPrivate>(this);
+    return vars != nullptr && vars->touched;
+}
+
+void PXBWebView::setTouched(bool touched) {
+    if (auto* vars = PXBPrivateUtilities::privateObjectForKey<PXBWebViewPrivate>(this)) {
+        vars->touched = touched;
+    }
+}
+
+void PXBWebView::touchReached(QEvent::Type type) {
+    // Only a press counts as the user's touch; the platform's hook reports nothing else.
+    if (type == QEvent::MouseButtonPress || type == QEvent::MouseButtonDblClick ||
+        type == QEvent::TouchBegin) {
+        setTouched(true);
+    }
+    platform::WebView::touchReached(type);
+}
