@@ -3,8 +3,10 @@
 #include "ads/core/PXBBannerView.h"
 #include "ads/core/PXBConfiguration.h"
 #include "ads/device/PXBNetworkChecker.h"
+#include "ads/present/PXBWebView.h"
 #include "app/Bundle.h"
 #include "platform/log.h"
+#include "platform/ui/webviewpaint.h"
 
 #include <QCoreApplication>
 #include <QPixmap>
@@ -98,8 +100,15 @@ bool DesktopAppDelegate::applicationDidFinishLaunchingWithOptions(
         banner->setDelegate(&monitor_);
     }
     if (!options_.screenshotPath.isEmpty()) {
-        QObject::connect(&monitor_, &BannerMonitor::adShown, &monitor_,
-                         [this] { takeScreenshotAndQuit(); });
+        QObject::connect(&monitor_, &BannerMonitor::adShown, &monitor_, [this] {
+            // The ad's page has loaded; its first frame follows shortly.
+            PXBBannerView* banner = viewController()->Qarbo();
+            if (banner == nullptr || banner->webView() == nullptr) {
+                takeScreenshotAndQuit();
+                return;
+            }
+            platform::whenPagePainted(banner->webView(), [this](bool) { takeScreenshotAndQuit(); });
+        });
         QTimer::singleShot(static_cast<int>(options_.screenshotDelay * 1000), &monitor_,
                            [this] { takeScreenshotAndQuit(); });
     }
@@ -124,12 +133,9 @@ void DesktopAppDelegate::takeScreenshotAndQuit() {
         return;
     }
     screenshotTaken_ = true;
-    // Let the banner's page paint before the picture is taken.
-    QTimer::singleShot(300, &monitor_, [this] {
-        const bool saved = saveScreenshot(options_.screenshotPath);
-        say(saved ? QStringLiteral("screenshot written to %1").arg(options_.screenshotPath)
-                  : QStringLiteral("could not write the screenshot to %1")
-                        .arg(options_.screenshotPath));
-        QCoreApplication::exit(saved ? 0 : 1);
-    });
+    const bool saved = saveScreenshot(options_.screenshotPath);
+    say(saved
+            ? QStringLiteral("screenshot written to %1").arg(options_.screenshotPath)
+            : QStringLiteral("could not write the screenshot to %1").arg(options_.screenshotPath));
+    QCoreApplication::exit(saved ? 0 : 1);
 }

@@ -35,28 +35,20 @@ const QString kExpireDateKey = QStringLiteral("expireDate");
 constexpr qint64 kScriptLifetimeSeconds = 86400;
 
 // Set once the application has finished launching: before that, a load goes ahead even while
-// the application is not active.
+// the application is not active. Watched from the start of the process, as the ad object's class
+// did, so that ad objects made during the launch itself see it right.
 bool launchFinished = false;
 
-void watchLaunchOnce() {
-    static bool watching = false;
-    if (watching) {
-        return;
+const struct LaunchWatcher {
+    LaunchWatcher() {
+        platform::NotificationCenter::defaultCenter().addObserver(
+            this, platform::kApplicationDidFinishLaunchingNotification, nullptr,
+            [this](const platform::Notification&) {
+                launchFinished = true;
+                platform::NotificationCenter::defaultCenter().removeObserver(this);
+            });
     }
-    watching = true;
-    if (QCoreApplication::instance() != nullptr &&
-        platform::Application::sharedApplication()->hasFinishedLaunching()) {
-        launchFinished = true;  // launched before the first ad object existed
-        return;
-    }
-    static const char observer = 0;
-    platform::NotificationCenter::defaultCenter().addObserver(
-        &observer, platform::kApplicationDidFinishLaunchingNotification, nullptr,
-        [](const platform::Notification&) {
-            launchFinished = true;
-            platform::NotificationCenter::defaultCenter().removeObserver(&observer);
-        });
-}
+} launchWatcher;
 
 // A header's value by name, compared as HTTP compares names: without regard to case.
 QString headerValue(const PXBCachedFile* file, const QString& name) {
@@ -105,7 +97,6 @@ QVariantMap rectDictionary(const QRect& rect) {
 
 PXBObjectPrivate::PXBObjectPrivate(PXBBannerView* view)
     : adView_(view), delegateManager_(PXBDelegateManager::create()) {
-    watchLaunchOnce();
     const QRect frame = view != nullptr ? view->bounds() : QRect();
     webView_ = new PXBWebView(frame);
     webView_->setScalesPageToFit(false);
@@ -274,6 +265,7 @@ void PXBObjectPrivate::changeState(qint32 state) {
         }
         timeLastLoaded_ = PXBTiming::counter();
     }
+    emit stateChanged(state);
 }
 
 void PXBObjectPrivate::cancelPendingActions() {

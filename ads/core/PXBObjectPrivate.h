@@ -124,6 +124,10 @@ class PXBObjectPrivate : public QObject,
     // Tells whether the ad is loading or shown, for the banner's web view delegate.
     PXBBannerWebViewDelegate* webViewDelegate() const { return webViewDelegate_.get(); }
 
+  signals:
+    // Every change of state, for whoever watches the ad's progress (diagnostics, tests).
+    void stateChanged(qint32 state);
+
   private:
     void ensureSupportFiles();
     void failedToDownloadJavaScriptWithError(const platform::Error& error);
