@@ -203,6 +203,15 @@ bool PXBCachedFile::tellDidFail(const Error& error) {
     return !alive.expired();
 }
 
+QString PXBCachedFile::httpHeader(const QString& name) const {
+    for (auto it = httpHeaders_.cbegin(); it != httpHeaders_.cend(); ++it) {
+        if (it.key().compare(name, Qt::CaseInsensitive) == 0) {
+            return it.value().toString();
+        }
+    }
+    return QString();
+}
+
 void PXBCachedFile::saveHeadersFromResponse(const HttpResponse& response) {
     httpHeaders_ = response.headers;
 }
