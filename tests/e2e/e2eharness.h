@@ -190,6 +190,13 @@ inline QVariantMap queryOf(const QJsonObject& entry) {
     return query;
 }
 
+// A rectangle sent as a dictionary of "x", "y", "w" and "h".
+inline QRectF rectOf(const QVariant& value) {
+    const QVariantMap map = value.toMap();
+    return {map.value(QStringLiteral("x")).toDouble(), map.value(QStringLiteral("y")).toDouble(),
+            map.value(QStringLiteral("w")).toDouble(), map.value(QStringLiteral("h")).toDouble()};
+}
+
 }  // namespace e2e
 
 // main() for end-to-end suites: a fresh profile for the whole process, made before anything can

@@ -16,12 +16,6 @@ const QString kScriptPath = QStringLiteral("/zelm/sdk-core-v40.js");
 const QString kUnit = QStringLiteral("e2e00000000000a");
 constexpr int kWait = 20000;
 
-QVariantMap rect(double x, double y, double w, double h) {
-    return {{QStringLiteral("x"), x},
-            {QStringLiteral("y"), y},
-            {QStringLiteral("w"), w},
-            {QStringLiteral("h"), h}};
-}
 }  // namespace
 
 class TestBannerEndToEnd : public QObject {
@@ -54,8 +48,9 @@ class TestBannerEndToEnd : public QObject {
         QCOMPARE(query.value(QStringLiteral("preqs")).toString(), QStringLiteral("1"));
         QCOMPARE(query.value(QStringLiteral("slotname")).toString(), kUnit);
         const QRect frame = h.banner->frame();
-        QCOMPARE(query.value(QStringLiteral("ad_frame")).toMap(), rect(0, frame.y(), 320, 50));
-        QCOMPARE(query.value(QStringLiteral("ad_bounds")).toMap(), rect(0, 0, 320, 50));
+        QCOMPARE(e2e::rectOf(query.value(QStringLiteral("ad_frame"))),
+                 QRectF(0, frame.y(), 320, 50));
+        QCOMPARE(e2e::rectOf(query.value(QStringLiteral("ad_bounds"))), QRectF(0, 0, 320, 50));
         QVERIFY(!query.contains(QStringLiteral("format")));
     }
 

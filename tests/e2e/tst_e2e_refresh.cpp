@@ -54,7 +54,8 @@ class TestRefreshEndToEnd : public QObject {
             // The latency of the ad before travels with the next request.
             QCOMPARE(q.contains("prl"), i > 0);
             if (i > 0) {
-                QVERIFY(q.value("ptime").toLongLong() > requests[i - 1].value("ptime").toLongLong());
+                QVERIFY(q.value("ptime").toLongLong() >
+                        requests[i - 1].value("ptime").toLongLong());
             }
         }
         // Each shown ad's impression is fetched once.
