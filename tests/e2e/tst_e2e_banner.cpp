@@ -5,9 +5,11 @@
 
 #include "ads/bridge/PXBWebViewDelegate.h"
 #include "ads/device/PXBIdentifierUtilities.h"
+#include "ads/signals/PXBSignals.h"
 #include "ads/stats/PXBStatisticsCore.h"
 #include "ads/stats/PXBTiming.h"
 #include "platform/notificationcenter.h"
+#include "platform/ui/audioplayer.h"
 
 using e2e::Harness;
 
@@ -15,6 +17,16 @@ namespace {
 const QString kScriptPath = QStringLiteral("/zelm/sdk-core-v40.js");
 const QString kUnit = QStringLiteral("e2e00000000000a");
 constexpr int kWait = 20000;
+
+// Stands in for the signals module to see the touches the page reports.
+class TouchRecorder : public PXBSignalsModule {
+  public:
+    explicit TouchRecorder(QList<int>* touches) : touches_(touches) {}
+    void recordTouch(int x, int y, int duration) override { *touches_ << x << y << duration; }
+
+  private:
+    QList<int>* touches_;
+};
 
 }  // namespace
 
@@ -210,6 +222,86 @@ class TestBannerEndToEnd : public QObject {
         }
         if (creative == QLatin1String("nav-qmsg")) {
             QCOMPARE(customInfo, (QVariantMap{{QStringLiteral("a"), QStringLiteral("1")}}));
+        }
+        QCOMPARE(h.state(), int(kPXBAdStateShown));
+    }
+
+    void inAdMessagesBecomeActions_data() {
+        QTest::addColumn<QStringList>("send");  // message URLs the page navigates to in turn
+        QTest::addColumn<QString>("logLine");
+        QTest::addColumn<QString>("serverRequest");  // path (and message name) the server sees
+        QTest::addColumn<QList<int>>("effects");     // system sounds, or the touch recorded
+        // clang-format off
+        QTest::newRow("log") << QStringList{"qmsg:///log?string=hello%20ad"} << "hello ad" << "" << QList<int>{};
+        QTest::newRow("log, older form") << QStringList{"torvin://log?string=old%20form"} << "old form" << ""
+            << QList<int>{};
+        QTest::newRow("vibrate") << QStringList{"qmsg:///vibrate"} << "" << "" << QList<int>{4095};
+        QTest::newRow("touch") << QStringList{"qmsg:///touch?tx=12&ty=34&td=5"} << "" << ""
+            << QList<int>{12, 34, 5};
+        QTest::newRow("touch with letters") << QStringList{"qmsg:///touch?tx=ab&ty=7px"} << "" << ""
+            << QList<int>{0, 7, -1};
+        QTest::newRow("httpTrack") << QStringList{"qmsg:///httpTrack?u={origin}/t/ctrk%3Fk%3Dh"} << ""
+            << "/t/ctrk" << QList<int>{};
+        QTest::newRow("click") << QStringList{"qmsg:///click?u={origin}/t/ctrk%3Fk%3Dc%26ai%3Dx"} << ""
+            << "/t/ctrk" << QList<int>{};
+        QTest::newRow("canOpenURLs answers openableURLs")
+            << QStringList{"qmsg:///canOpenURLs?urls=http://a.example/,nosuchscheme://x"} << ""
+            << "/msg openableURLs" << QList<int>{};
+        QTest::newRow("evalInOpener without an opener is dropped")
+            << QStringList{"qmsg:///evalInOpener?js=1%2B1", "qmsg:///canOpenURLs?urls=http://a.example/"}
+            << "" << "/msg openableURLs" << QList<int>{};
+        // clang-format on
+    }
+
+    void inAdMessagesBecomeActions() {
+        QFETCH(QStringList, send);
+        QFETCH(QString, logLine);
+        QFETCH(QString, serverRequest);
+        QFETCH(QList<int>, effects);
+        QList<int> seen;
+        platform::setSystemSoundPlayer([&](int sound) { seen << sound; });
+        PXBSignals::installModule(std::make_unique<TouchRecorder>(&seen));
+        QStringList actions;
+        h.addBanner(kUnit);
+        platform::NotificationCenter::defaultCenter().addObserver(
+            this, PXBWebViewDelegateDidReceiveWebAction, h.webView(),
+            [&](const platform::Notification& n) { actions << n.userInfo.value("a").toString(); });
+        const qint64 mark = h.server.lastLogSeq();
+        h.load({{QStringLiteral("zf_creative"), QStringLiteral("messages")},
+                {QStringLiteral("send"), send}});
+        QTRY_VERIFY_WITH_TIMEOUT(actions.contains(QStringLiteral("done")), kWait);
+        platform::NotificationCenter::defaultCenter().removeObserver(this);
+        if (!serverRequest.isEmpty()) {
+            const QStringList wanted = serverRequest.split(' ');
+            auto matching = [&] {
+                QList<QJsonObject> found;
+                for (const QJsonObject& entry : h.requestsTo(wanted[0], mark)) {
+                    if (wanted.size() == 1 ||
+                        e2e::queryOf(entry).value("name").toString() == wanted[1]) {
+                        found << entry;
+                    }
+                }
+                return found;
+            };
+            QTRY_COMPARE_WITH_TIMEOUT(matching().size(), 1, kWait);
+            if (wanted.value(1) == QLatin1String("openableURLs")) {
+                QCOMPARE(e2e::queryOf(matching().first())
+                             .value("data")
+                             .toMap()
+                             .value("http://a.example/"),
+                         QVariant(true));
+            }
+        }
+        platform::setSystemSoundPlayer({});
+        PXBSignals::installModule(nullptr);
+        QCOMPARE(seen, effects);
+        if (!logLine.isEmpty()) {
+            QVERIFY(e2e::logLines().contains(logLine));
+        }
+        // An evaluation in an opener that does not exist answers nothing.
+        for (const QJsonObject& entry : h.requestsTo(QStringLiteral("/msg"), mark)) {
+            QVERIFY(e2e::queryOf(entry).value("name") !=
+                    QStringLiteral("evalJavaScriptInOpenerResult"));
         }
         QCOMPARE(h.state(), int(kPXBAdStateShown));
     }
