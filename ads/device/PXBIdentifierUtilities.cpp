@@ -70,20 +70,18 @@ QString machineModel() {
     return QStringLiteral("Desktop");
 }
 
-QString systemVersion() {
-    const QString product = QSysInfo::productVersion();
-    if (!product.isEmpty() && product.at(0).isDigit()) {
-        return product;
-    }
-    return QSysInfo::kernelVersion();
-}
-
 QString unameMachine() {
     struct utsname names {};
     if (uname(&names) != 0) {
         return QString();
     }
     return QString::fromLatin1(names.machine);
+}
+
+QString systemVersion() {
+    struct utsname names {};
+    const QString release = uname(&names) == 0 ? QString::fromLatin1(names.release) : QString();
+    return PXBIdentifierUtilities::systemVersionFromKernelRelease(release);
 }
 
 QVariantList preferredLanguages() {
@@ -194,6 +192,21 @@ void PXBIdentifierUtilities::setEnvironment(Environment environment) {
 
 const PXBIdentifierUtilities::Environment& PXBIdentifierUtilities::environment() {
     return currentEnvironment();
+}
+
+QString PXBIdentifierUtilities::systemVersionFromKernelRelease(const QString& release) {
+    const QStringList parts = release.split(u'.');
+    QStringList numbers;
+    for (int i = 0; i < 3; ++i) {
+        const QString part = parts.value(i);
+        qsizetype digits = 0;
+        while (digits < part.size() && part.at(digits) >= u'0' && part.at(digits) <= u'9') {
+            ++digits;
+        }
+        // At most nine digits: no number beyond what getOSMajor reads back.
+        numbers << QString::number(part.left(std::min<qsizetype>(digits, 9)).toInt());
+    }
+    return numbers.join(u'.');
 }
 
 QString PXBIdentifierUtilities::audioRouteNameForOutput(const QString& description,
