@@ -63,7 +63,9 @@ class TestBannerView : public QObject {
         PXBObjectPrivate* object = banner->privateObject();
         QVERIFY(object != nullptr);
         QCOMPARE(object->adView(), banner.get());
-        QCOMPARE(PXBPrivateUtilities::count(), before + 1);
+        // The ad object, and the touch record of its web view.
+        QCOMPARE(PXBPrivateUtilities::count(), before + 2);
+        QCOMPARE(object->webView()->parentWidget(), banner.get());
         QCOMPARE(banner->backgroundColor().alpha(), 0);
 
         QPointer<PXBObjectPrivate> watch = object;
