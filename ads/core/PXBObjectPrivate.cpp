@@ -123,8 +123,8 @@ void PXBObjectPrivate::registerForNotifications() {
 PXBObjectPrivate::~PXBObjectPrivate() {
     platform::NotificationCenter::defaultCenter().removeObserver(this);
     if (webView_ != nullptr) {
+        // Deleting the view stops its page's scripts and media at once: no empty page first.
         webView_->setDelegate(nullptr);
-        webView_->loadHTMLStringBaseURL(QString(), QUrl());
         delete webView_.data();
     }
     webViewDelegate_.reset();
