@@ -5,16 +5,15 @@
 #include "platform/files.h"
 #include "platform/propertylist.h"
 #include "platform/ui/application.h"
+#include "platform/ui/audiooutput.h"
 #include "platform/ui/screen.h"
 #include "platform/userdefaults.h"
 
-#include <QAudioDevice>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QGuiApplication>
 #include <QLocale>
-#include <QMediaDevices>
 #include <QStringList>
 #include <QSysInfo>
 
@@ -109,15 +108,11 @@ QString bundleIdentifier() {
 }
 
 std::optional<QString> defaultAudioRoute() {
-    if (QCoreApplication::instance() == nullptr) {
+    const std::optional<platform::AudioOutput> output = platform::defaultAudioOutput();
+    if (!output) {
         return std::nullopt;
     }
-    const QAudioDevice output = QMediaDevices::defaultAudioOutput();
-    if (output.isNull()) {
-        return std::nullopt;
-    }
-    return PXBIdentifierUtilities::audioRouteNameForOutput(output.description(),
-                                                           QString::fromUtf8(output.id()));
+    return PXBIdentifierUtilities::audioRouteNameForOutput(output->description, output->id);
 }
 
 // The application object, which exists only in a graphical application; without one the phone

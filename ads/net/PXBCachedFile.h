@@ -66,7 +66,8 @@ class PXBCachedFile : private platform::UrlConnectionDelegate {
     // The field's value, its name compared without regard to case; null if absent.
     QString httpHeader(const QString& name) const;
 
-    // caches-directory/host/hash-of-the-URL, worked out once; null without a caches directory.
+    // caches-directory/host/hash-of-the-URL ("no-host" for a URL without one), worked out once;
+    // null without a caches directory.
     QString filePath();
     // The file's modification time as an HTTP date without zone; null without a file.
     QString fileModificationDate();

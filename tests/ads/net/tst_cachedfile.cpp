@@ -213,16 +213,34 @@ class TestCachedFile : public QObject {
             QString::number(PXBCachedFile::stableHash(server_->url("/doc?a=1").toString()), 16)));
     }
 
+    // One folder per host, one file per URL; a URL without a host stays inside the caches too.
+    void filePaths_data() {
+        QTest::addColumn<QString>("url");
+        QTest::addColumn<QString>("folder");
+        QTest::newRow("host") << "http://one.example/s.js?v=1"
+                              << "one.example";
+        QTest::newRow("same host, other query") << "http://one.example/s.js?v=2"
+                                                << "one.example";
+        QTest::newRow("other host") << "http://two.example/s.js?v=1"
+                                    << "two.example";
+        QTest::newRow("about:blank") << "about:blank"
+                                     << "no-host";
+        QTest::newRow("file URL") << "file:///etc/hosts"
+                                  << "no-host";
+    }
     void filePaths() {
+        QFETCH(QString, url);
+        QFETCH(QString, folder);
         Recorder recorder;
-        PXBCachedFile a(&recorder, QUrl("http://one.example/s.js?v=1"));
-        PXBCachedFile b(&recorder, QUrl("http://one.example/s.js?v=2"));
-        PXBCachedFile c(&recorder, QUrl("http://two.example/s.js?v=1"));
-        QCOMPARE(QFileInfo(a.filePath()).dir(), QFileInfo(b.filePath()).dir());
-        QVERIFY(a.filePath() != b.filePath());
-        QCOMPARE(QFileInfo(a.filePath()).dir().dirName(), "one.example");
-        QCOMPARE(QFileInfo(c.filePath()).dir().dirName(), "two.example");
-        QVERIFY(a.filePath().startsWith(platform::cachesDirectory()));
+        PXBCachedFile file(&recorder, QUrl(url));
+        const QFileInfo path(file.filePath());
+        QCOMPARE(path.absolutePath(), QDir(platform::cachesDirectory()).filePath(folder));
+        QCOMPARE(path.fileName(), QString::number(PXBCachedFile::stableHash(url), 16));
+        QVERIFY(platform::createDirectory(path.absolutePath()));
+        QVERIFY(platform::writeFileAtomically(path.filePath(), "x"));
+        QVERIFY(file.hasContent());
+        file.invalidate();
+        QVERIFY(!path.exists());
         // FNV-1a reference values: the name of a file must not change between builds.
         QCOMPARE(PXBCachedFile::stableHash(""), 0x811c9dc5u);
         QCOMPARE(PXBCachedFile::stableHash("a"), 0xe40c292cu);
