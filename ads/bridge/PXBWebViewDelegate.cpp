@@ -6,6 +6,7 @@
 #include "ads/net/PXBClickTracker.h"
 #include "ads/net/PXBNetworkUtilities.h"
 #include "ads/present/PXBOpener.h"
+#include "ads/present/PXBViewController.h"
 #include "ads/signals/PXBSignals.h"
 #include "platform/log.h"
 #include "platform/notificationcenter.h"
@@ -13,8 +14,6 @@
 #include "platform/ui/application.h"
 #include "platform/ui/audioplayer.h"
 #include "platform/ui/viewcontroller.h"
-
-#include <QMetaObject>
 
 PXBWebViewDelegate::PXBWebViewDelegate() : opener_(std::make_unique<PXBOpener>()) {}
 
@@ -82,8 +81,8 @@ void PXBWebViewDelegate::handleMessage(platform::WebView* webView, const QUrl& u
         trackURLString(u, true);
     } else if (name == QLatin1String("close")) {
         // Only full screens can give up the screen; a banner's controller cannot.
-        if (QObject* controller = viewController_.data()) {
-            QMetaObject::invokeMethod(controller, "relinquishScreen");
+        if (auto* screen = qobject_cast<PXBViewController*>(viewController_.data())) {
+            screen->relinquishScreen();
         }
     } else if (name == QLatin1String("httpTrack")) {
         trackURLString(u, false);

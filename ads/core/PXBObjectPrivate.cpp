@@ -9,6 +9,7 @@
 #include "ads/core/PXBRequestError.h"
 #include "ads/device/PXBIdentifierUtilities.h"
 #include "ads/net/PXBNetworkUtilities.h"
+#include "ads/present/PXBViewController.h"
 #include "ads/present/PXBWebView.h"
 #include "ads/signals/PXBSignals.h"
 #include "ads/stats/PXBStatistics.h"
@@ -29,8 +30,6 @@ namespace {
 const QString kLoadAdURL = QStringLiteral("loadAdURL");
 const QString kInvalidRequest = QStringLiteral("invalidRequest");
 const QString kUnableToServe = QStringLiteral("unableToServe");
-const QString kWillPresentFullScreen = QStringLiteral("PXBViewControllerWillPresentFullScreen");
-const QString kDidRelinquishFullScreen = QStringLiteral("PXBViewControllerDidRelinquishFullScreen");
 const QString kExpireDateKey = QStringLiteral("expireDate");
 constexpr qint64 kScriptLifetimeSeconds = 86400;
 
@@ -60,20 +59,6 @@ double leadingDouble(const QString& text) {
         QStringLiteral(R"(^\s*[+-]?(\d+\.?\d*|\.\d+)([eE][+-]?\d+)?)"));
     const QRegularExpressionMatch match = number.match(text);
     return match.hasMatch() ? match.captured().trimmed().toDouble() : 0.0;
-}
-
-// Orientation words of full-screen ads: 1 any, 2 portrait, 3 landscape, 0 for anything else.
-int orientationFromString(const QString& word) {
-    if (word == QLatin1String("any")) {
-        return 1;
-    }
-    if (word == QLatin1String("portrait")) {
-        return 2;
-    }
-    if (word == QLatin1String("landscape")) {
-        return 3;
-    }
-    return 0;
 }
 
 QVariantMap rectDictionary(const QRect& rect) {
@@ -116,8 +101,8 @@ void PXBObjectPrivate::registerForNotifications() {
         observe(platform::kApplicationDidBecomeActiveNotification,
                 &PXBObjectPrivate::appDidForeground);
     }
-    observe(kWillPresentFullScreen, &PXBObjectPrivate::deactivateReloadTimer);
-    observe(kDidRelinquishFullScreen, &PXBObjectPrivate::activateReloadTimer);
+    observe(PXBViewControllerWillPresentFullScreen, &PXBObjectPrivate::deactivateReloadTimer);
+    observe(PXBViewControllerDidRelinquishFullScreen, &PXBObjectPrivate::activateReloadTimer);
 }
 
 PXBObjectPrivate::~PXBObjectPrivate() {
@@ -516,8 +501,8 @@ void PXBObjectPrivate::processHTTPHeaders(PXBCachedFile* file) {
                                        headerValue(file, QStringLiteral("X-Zelm-Tracking-Urls")));
     createOrReuseArrayOfURLsFromHeader(
         pendingClickURLs_, headerValue(file, QStringLiteral("X-Zelm-Click-Tracking-Urls")));
-    if (const int orientations =
-            orientationFromString(headerValue(file, QStringLiteral("X-Zelm-Orientation")));
+    if (const int orientations = PXBViewController::orientationFromString(
+            headerValue(file, QStringLiteral("X-Zelm-Orientation")));
         orientations != 0) {
         supportedOrientations_ = orientations;
     }

@@ -5,6 +5,7 @@
 
 #include "ads/bridge/PXBNotification.h"
 #include "ads/core/PXBDelegateManager.h"
+#include "platform/error.h"
 
 #include <QObject>
 #include <QPointer>
@@ -17,6 +18,7 @@ class PXBObjectPrivate;
 class PXBWebAppViewController;
 
 namespace platform {
+class MailComposeViewController;
 class ViewController;
 class WebView;
 }  // namespace platform
@@ -44,12 +46,23 @@ class PXBOpener : public QObject {
     PXBObjectPrivate* adController() const;
     void setAdController(PXBObjectPrivate* ad);
 
+    // Another application for the URL, through the desktop, on the next turn. While a click
+    // tracking is in flight it waits for it, at most three times 0.3 s (shared by all openers);
+    // the waits go on after the opener is gone.
     void openApp(const QUrl& url);
+    // Each needs a viewController and a URL (or HTML); without them nothing happens.
     void openBrowserToURL(const QUrl& url, int supportedOrientations);
     void openWebApp(const QUrl& url, int supportedOrientations);
     void openWebAppWithHTML(const QString& html, int supportedOrientations);
+    // A configured web app screen, not presented yet.
+    std::shared_ptr<PXBWebAppViewController> webAppOrientations(int supportedOrientations);
+    // An in-ad "open" message: "a" the action, "u" the URL, "html", "o" the orientation.
     void openNotification(const PXBNotification& notification);
+    // The mail composer filled from a "mailto:" URL (recipient, "cc", "bcc", "subject", "body").
     void openEmailComposer(const QUrl& mailtoURL);
+    // The composer's end, whatever its result: it goes, and the viewController takes the keys.
+    void mailComposeControllerDidFinishWithResult(platform::MailComposeViewController* composer,
+                                                  int result, const platform::Error& error);
     // Fires the ad's pending click tracking URLs.
     void didOpen();
 

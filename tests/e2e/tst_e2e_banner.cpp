@@ -215,7 +215,8 @@ class TestBannerEndToEnd : public QObject {
         const QList<QUrl>& opened = platform::Application::sharedApplication()->openedURLs();
         QCOMPARE(opened.isEmpty() ? QString() : opened.first().toString(), handedOver);
         actions.removeAll(QStringLiteral("done"));
-        actions.removeAll(adPage.toString(QUrl::FullyEncoded));  // the ad's own page
+        // The ad's own page (read from the list: the page may have moved on by now).
+        actions.removeIf([](const QString& u) { return QUrl(u).path() == QLatin1String("/ad"); });
         QCOMPARE(actions.join(' '), webAction);
         if (pageStays) {
             QCOMPARE(h.webView()->request().url(), adPage);
