@@ -122,12 +122,12 @@ QWidget* Toolbar::widgetAt(int index) const {
 }
 
 void Toolbar::rebuild() {
-    // Buttons go later: rebuilding often happens inside a button's own action.
+    // An item's button is kept from one set of items to the next, so that a press that began
+    // before the bar changed (a page load starting or ending) still ends in a tap. Buttons of
+    // items that went are deleted later: rebuilding often happens inside a button's own action.
+    QHash<const BarButtonItem*, QPointer<QWidget>> previous = std::move(buttons_);
+    buttons_.clear();
     while (QLayoutItem* old = layout_->takeAt(0)) {
-        if (QWidget* w = old->widget(); w != nullptr && w->property("sorvelBarButton").toBool()) {
-            w->hide();
-            w->deleteLater();
-        }
         delete old;
     }
     widgets_.clear();
@@ -144,8 +144,18 @@ void Toolbar::rebuild() {
         }
         QWidget* widget = item->customView();
         if (widget == nullptr) {
-            auto* button = new QToolButton(this);
-            button->setProperty("sorvelBarButton", true);
+            auto* button = qobject_cast<QToolButton*>(previous.take(item).data());
+            if (button == nullptr) {
+                button = new QToolButton(this);
+                button->setProperty("sorvelBarButton", true);
+                QPointer<BarButtonItem> target = item;
+                connect(button, &QToolButton::clicked, this, [target] {
+                    if (target != nullptr) {
+                        target->trigger();
+                    }
+                });
+            }
+            buttons_.insert(item, button);
             button->setAutoRaise(item->style() == BarButtonItemStylePlain);
             if (!item->image().isNull()) {
                 button->setIcon(QIcon(QPixmap::fromImage(item->image())));
@@ -162,12 +172,6 @@ void Toolbar::rebuild() {
             if (!item->title().isEmpty() && button->icon().isNull()) {
                 button->setToolButtonStyle(Qt::ToolButtonTextOnly);
             }
-            QPointer<BarButtonItem> target = item;
-            connect(button, &QToolButton::clicked, this, [target] {
-                if (target != nullptr) {
-                    target->trigger();
-                }
-            });
             widget = button;
         } else {
             widget->setParent(this);
@@ -185,6 +189,12 @@ void Toolbar::rebuild() {
             widget->show();
         }
         widgets_.append(widget);
+    }
+    for (const QPointer<QWidget>& gone : std::as_const(previous)) {
+        if (gone != nullptr) {
+            gone->hide();
+            gone->deleteLater();
+        }
     }
 }
 
@@ -306,8 +316,12 @@ void Button::paintEvent(QPaintEvent* event) {
     }
     const QImage image = imageForState(highlighted_ ? ControlStateHighlighted : ControlStateNormal);
     if (!image.isNull()) {
-        const QSizeF fitted =
-            image.deviceIndependentSize().scaled(QSizeF(width(), height()), Qt::KeepAspectRatio);
+        // Drawn at its own size, centred, as the phone's buttons draw their images; only an
+        // image larger than the button is made smaller.
+        QSizeF fitted = image.deviceIndependentSize();
+        if (fitted.width() > width() || fitted.height() > height()) {
+            fitted = fitted.scaled(QSizeF(width(), height()), Qt::KeepAspectRatio);
+        }
         const QRectF target((width() - fitted.width()) / 2, (height() - fitted.height()) / 2,
                             fitted.width(), fitted.height());
         painter.drawImage(target, image);

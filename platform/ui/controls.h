@@ -4,6 +4,7 @@
 
 #include "platform/ui/view.h"
 
+#include <QHash>
 #include <QImage>
 #include <QList>
 #include <QPointer>
@@ -109,6 +110,7 @@ class Toolbar : public View {
     QHBoxLayout* layout_ = nullptr;
     QList<QPointer<BarButtonItem>> items_;
     QList<QPointer<QWidget>> widgets_;
+    QHash<const BarButtonItem*, QPointer<QWidget>> buttons_;  // the buttons made for items
     QColor tint_ = QColor(80, 80, 80);
 };
 

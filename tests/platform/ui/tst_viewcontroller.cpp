@@ -300,6 +300,15 @@ class TestViewController : public QObject {
         QCOMPARE(bar.widgetAt(3), spinner);
         QVERIFY(bar.widgetAt(0) == nullptr);
 
+        // A press that began before the items were replaced (a page load starting) still taps.
+        reload->setEnabled(true);
+        QWidget* pressed = bar.widgetAt(1);
+        QTest::mousePress(pressed, Qt::LeftButton, {}, QPoint(5, 5));
+        bar.setItems({flexible, spinnerItem, flexible, reload, flexible});
+        QCOMPARE(bar.widgetAt(3), pressed);
+        QTest::mouseRelease(pressed, Qt::LeftButton, {}, QPoint(5, 5));
+        QCOMPARE(reloads, 2);
+
         spinner->startAnimating();
         QVERIFY(spinner->isAnimating() && !spinner->isHidden());
         spinner->stopAnimating();
@@ -322,6 +331,15 @@ class TestViewController : public QObject {
         QCOMPARE(taps, 1);
         QCOMPARE(button.imageForState(ControlStateHighlighted).deviceIndependentSize(),
                  QSizeF(32, 32));
+
+        // A smaller image is drawn at its own size in the middle, not stretched.
+        QImage dot(20, 20, QImage::Format_ARGB32);
+        dot.fill(Qt::red);
+        dot.setDevicePixelRatio(2.0);
+        button.setImage(dot);
+        const QImage drawn = button.grab().toImage();
+        QCOMPARE(drawn.pixelColor(16, 16), QColor(Qt::red));
+        QVERIFY(drawn.pixelColor(8, 8) != QColor(Qt::red));
     }
 };
 
