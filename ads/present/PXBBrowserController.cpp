@@ -120,6 +120,8 @@ void PXBBrowserController::viewWillAppear(bool animated) {
     v->webViewDelegate = std::make_unique<PXBBrowserWebViewDelegate>(this);
     v->webViewDelegate->setViewController(this);
     v->webViewDelegate->setOpeningWebView(openingWebView());
+    // What the page opens outside is the application's leaving too: its delegate hears of it.
+    v->webViewDelegate->opener()->setDelegateManager(delegateManager());
     webView->setDelegate(v->webViewDelegate.get());
 
     if (!v->urlToLoad.isEmpty()) {

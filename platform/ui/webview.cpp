@@ -16,6 +16,8 @@
 #include <QWebEngineProfile>
 #include <QWebEngineScript>
 #include <QWebEngineSettings>
+#include <QWebEngineUrlRequestInfo>
+#include <QWebEngineUrlRequestInterceptor>
 #include <QWebEngineUrlRequestJob>
 #include <QWebEngineUrlSchemeHandler>
 #include <QWebEngineView>
@@ -92,6 +94,35 @@ class EnginePage : public QWebEnginePage {
     EngineBackend* backend_;
 };
 
+// Adds the "Referer" a caller gave loadRequest to the engine's request for that page (and only
+// to that one: later loads of the same URL go without it).
+class RefererInterceptor : public QWebEngineUrlRequestInterceptor {
+  public:
+    using QWebEngineUrlRequestInterceptor::QWebEngineUrlRequestInterceptor;
+
+    void expect(const QUrl& url, const QString& referer) {
+        if (referer.isEmpty()) {
+            pending_.remove(url);
+        } else {
+            pending_.insert(url, referer.toLatin1());
+        }
+    }
+
+    // On the main thread (Qt 6 calls page interceptors there).
+    void interceptRequest(QWebEngineUrlRequestInfo& info) override {
+        if (info.resourceType() != QWebEngineUrlRequestInfo::ResourceTypeMainFrame) {
+            return;
+        }
+        if (auto it = pending_.constFind(info.requestUrl()); it != pending_.constEnd()) {
+            info.setHttpHeader(QByteArrayLiteral("Referer"), it.value());
+            pending_.erase(it);
+        }
+    }
+
+  private:
+    QHash<QUrl, QByteArray> pending_;
+};
+
 class EngineBackend : public QObject, public WebViewBackend {
   public:
     explicit EngineBackend(WebView* view) : view_(view) {}
@@ -105,26 +136,16 @@ class EngineBackend : public QObject, public WebViewBackend {
         if (pendingRequests_.size() > 8) {
             pendingRequests_.pop_front();
         }
-        const QUrl referer(request.valueForHTTPHeaderField(QStringLiteral("Referer")));
-        if (referer.isValid() && !referer.isEmpty()) {
-            // The engine refuses a "Referer" header field on a load (the request fails as
-            // blocked). A page of the referrer's URL that moves on to the target sends it
-            // the way browsers do; that page itself is never shown to the delegate.
-            const QString html =
-                QStringLiteral(
-                    "<html><head><meta name='referrer' content='unsafe-url'>"
-                    "<script>location.replace(%1);</script></head></html>")
-                    .arg(QString::fromUtf8(QJsonDocument(QJsonArray{request.url().toString()})
-                                               .toJson(QJsonDocument::Compact)
-                                               .chopped(1)
-                                               .mid(1)));
-            trampolines_.push_back({html.toUtf8(), request.url()});
-            page()->setHtml(html, referer);
-            return;
-        }
+        // The engine refuses a "Referer" header field on a load (the request fails as blocked);
+        // the page's request interceptor adds it to the request the engine then makes.
+        const QString referer = request.valueForHTTPHeaderField(QStringLiteral("Referer"));
+        page();
+        referers_->expect(request.url(), referer);
         QWebEngineHttpRequest httpRequest(request.url());
         for (const auto& [name, value] : request.allHTTPHeaderFields()) {
-            httpRequest.setHeader(name.toLatin1(), value.toLatin1());
+            if (name.compare(QLatin1String("Referer"), Qt::CaseInsensitive) != 0) {
+                httpRequest.setHeader(name.toLatin1(), value.toLatin1());
+            }
         }
         page()->load(httpRequest);
     }
@@ -217,14 +238,7 @@ class EngineBackend : public QObject, public WebViewBackend {
             preApproved_.erase(it);
             return allow(url);
         }
-        if (url.scheme() == QLatin1String("data") && !trampolines_.empty() &&
-            trampolines_.front().first == dataUrlPayload(url)) {
-            trampolineTarget_ = trampolines_.front().second;
-            trampolines_.pop_front();
-            return true;  // the referrer's page, never reported
-        }
         UrlRequest request(url);
-        bool startsWithoutEngine = false;
         int navigationType = navigationTypeFor(type);
         if (navigationType == WebViewNavigationTypeLinkClicked && !view_->hadRecentUserInput()) {
             navigationType = WebViewNavigationTypeOther;
@@ -241,13 +255,7 @@ class EngineBackend : public QObject, public WebViewBackend {
             pendingHtml_.erase(pendingHtml_.begin(), match + 1);
             navigationType = WebViewNavigationTypeOther;
         } else if (type == QWebEnginePage::NavigationTypeTyped ||
-                   type == QWebEnginePage::NavigationTypeRedirect || url == trampolineTarget_) {
-            if (url == trampolineTarget_) {
-                trampolineTarget_.clear();
-                navigationType = WebViewNavigationTypeOther;
-                // It continues the referrer page's load, for which the engine reports no start.
-                startsWithoutEngine = true;
-            }
+                   type == QWebEnginePage::NavigationTypeRedirect) {
             auto match = std::find_if(pendingRequests_.begin(), pendingRequests_.end(),
                                       [&](const UrlRequest& r) { return r.url() == url; });
             if (match != pendingRequests_.end()) {
@@ -268,11 +276,6 @@ class EngineBackend : public QObject, public WebViewBackend {
             return false;
         }
         allow(url);
-        if (startsWithoutEngine && !started_) {
-            started_ = true;
-            currentUrl_ = url;
-            view_->didStartLoad();
-        }
         return true;
     }
 
@@ -330,6 +333,8 @@ class EngineBackend : public QObject, public WebViewBackend {
     QWebEnginePage* page() {
         if (page_ == nullptr) {
             page_ = new EnginePage(WebView::profile(), this);
+            referers_ = new RefererInterceptor(page_);
+            page_->setUrlRequestInterceptor(referers_);
             connect(page_, &QWebEnginePage::newWindowRequested, this,
                     &EngineBackend::newWindowRequested);
             connect(page_, &QWebEnginePage::loadingChanged, this, &EngineBackend::loadingChanged);
@@ -385,8 +390,7 @@ class EngineBackend : public QObject, public WebViewBackend {
     std::deque<std::pair<QByteArray, UrlRequest>> pendingHtml_;
     std::deque<UrlRequest> pendingRequests_;
     std::deque<QUrl> preApproved_;
-    std::deque<std::pair<QByteArray, QUrl>> trampolines_;
-    QUrl trampolineTarget_;
+    RefererInterceptor* referers_ = nullptr;  // the page's
     std::deque<QUrl> allowed_;
     QUrl currentUrl_;
     bool started_ = false;

@@ -27,6 +27,7 @@
 #include <QUrlQuery>
 
 #include <memory>
+#include <optional>
 
 namespace e2e {
 
@@ -156,26 +157,57 @@ class Harness {
         store.synchronize();
     }
 
-    bool waitUntilPainted() const {
-        bool done = false;
-        bool painted = false;
-        platform::whenPagePainted(webView(), [&](bool drawn) {
-            done = true;
-            painted = drawn;
-        });
-        return QTest::qWaitFor([&] { return done; }, 10000) && painted;
+    bool waitUntilPainted() const { return waitUntilPainted(webView()); }
+
+    static bool waitUntilPainted(platform::WebView* view) {
+        // Shared with the callback, which may come after we gave up waiting.
+        auto painted = std::make_shared<std::optional<bool>>();
+        platform::whenPagePainted(view, [painted](bool drawn) { *painted = drawn; });
+        return QTest::qWaitFor([&] { return painted->has_value(); }, 10000) && **painted;
     }
 
     // A real press and release at `point` (banner coordinates) on the engine's own widget.
-    void click(QPoint point = QPoint(160, 25)) const {
-        QWidget* target = webView()->childAt(point);
+    void click(QPoint point = QPoint(160, 25)) const { pressOn(webView(), point); }
+
+    static void pressOn(QWidget* view, QPoint point) {
+        QWidget* target = view->childAt(point);
         if (target == nullptr) {
-            target = webView();
+            target = view;
         }
-        const QPoint local = target->mapFrom(webView(), point);
+        const QPoint local = target->mapFrom(view, point);
         QTest::mousePress(target, Qt::LeftButton, {}, local);
         QTest::mouseRelease(target, Qt::LeftButton, {}, local);
     }
+
+    // What `script` evaluates to in the view's page, as text ("" when it does not answer).
+    static QString evaluate(platform::WebView* view, const QString& script) {
+        auto answer = std::make_shared<std::optional<QString>>();
+        view->stringByEvaluatingJavaScriptFromString(
+            script, [answer](const QString& result) { *answer = result; });
+        return QTest::qWaitFor([&] { return answer->has_value(); }, 10000) ? **answer : QString();
+    }
+
+    // The centre of the first element matching `selector` in the page, in view coordinates
+    // (the page scrolled to show it); (-1, -1) when there is none.
+    static QPoint centreOf(platform::WebView* view, const QString& selector) {
+        const QString answer = evaluate(
+            view, QStringLiteral(
+                      "(function(){var e=document.querySelector(%1);if(!e)return '';"
+                      "e.scrollIntoView({block:'center'});var r=e.getBoundingClientRect();"
+                      "return Math.round(r.left+r.width/2)+','+Math.round(r.top+r.height/2);})()")
+                      .arg(QString::fromUtf8(QJsonDocument(QJsonArray{selector})
+                                                 .toJson(QJsonDocument::Compact)
+                                                 .chopped(1)
+                                                 .mid(1))));
+        if (answer.isEmpty()) {
+            return {-1, -1};
+        }
+        const QStringList xy = answer.split(QLatin1Char(','));
+        return {xy.value(0).toInt(), xy.value(1).toInt()};
+    }
+
+    // The controller on top of the window: the root, or the last screen presented over it.
+    platform::ViewController* top() const { return window->topViewController(); }
 };
 
 // The query of a logged request, with nested values (JSON text) decoded.

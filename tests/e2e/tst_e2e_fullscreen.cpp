@@ -1,0 +1,339 @@
+// A tap opens the ad: the in-app browser, the web app screen, the mail composer and other
+// applications, each reached by a real press, with what the application's delegate hears, what
+// the server sees, and what travels with the next request.
+#include "e2eharness.h"
+
+#include "ads/bridge/PXBWebViewDelegate.h"
+#include "ads/present/PXBBrowserController.h"
+#include "ads/present/PXBWebAppViewController.h"
+#include "ads/stats/PXBStatistics.h"
+#include "platform/notificationcenter.h"
+#include "platform/ui/controls.h"
+#include "platform/ui/mailcomposer.h"
+
+#include <QPushButton>
+
+using e2e::Harness;
+
+namespace {
+constexpr int kWait = 20000;
+const QString kUnit = QStringLiteral("e2e00000000000a");
+const QString kRefreshingUnit = QStringLiteral("e2e0000000000f3");
+
+// Toolbar places of the browser's items.
+constexpr int kBackPlace = 0;
+constexpr int kForwardPlace = 2;
+constexpr int kDonePlace = 8;
+
+QString percentEncoded(const QString& text) {
+    return QString::fromLatin1(QUrl::toPercentEncoding(text));
+}
+}  // namespace
+
+class TestFullScreenEndToEnd : public QObject {
+    Q_OBJECT
+    Harness h;
+
+    // What the ad's pages heard from the client (the bridge reports each message to /msg).
+    QStringList pageMessages(qint64 since) const {
+        QStringList names;
+        for (const QJsonObject& entry : h.requestsTo(QStringLiteral("/msg"), since)) {
+            names << e2e::queryOf(entry).value(QStringLiteral("name")).toString();
+        }
+        return names;
+    }
+
+    // What the application's delegate heard about screens (and leaving), in order.
+    QStringList screenEvents() const {
+        QStringList events = h.recorder.events;
+        events.removeAll(QStringLiteral("receive"));
+        return events;
+    }
+
+    // A banner showing `creative`, painted and old enough for a press to be a click.
+    bool showBanner(const QString& creative, const QString& unit = kUnit) {
+        h.addBanner(unit);
+        h.load({{QStringLiteral("zf_creative"), creative}});
+        if (!QTest::qWaitFor([&] { return h.state() == kPXBAdStateShown; }, kWait)) {
+            return false;
+        }
+        return h.waitUntilPainted() && QTest::qWaitFor([&] {
+                   return PXBTiming::counter() - h.ad()->timeLastLoaded() >= 0.15;
+               });
+    }
+
+    // A banner whose page sends the in-ad messages `urls` ({origin}: the server) once loaded.
+    void showMessagesBanner(const QStringList& urls) {
+        h.addBanner(kUnit);
+        h.load({{QStringLiteral("zf_creative"), QStringLiteral("messages")},
+                {QStringLiteral("send"), urls}});
+    }
+
+    template <class Screen>
+    Screen* topScreen() const {
+        return qobject_cast<Screen*>(h.top());
+    }
+
+    static void pressToolbar(PXBBrowserController* browser, int place) {
+        QWidget* button = browser->toolbar()->widgetAt(place);
+        QVERIFY(button != nullptr);
+        QTRY_VERIFY(button->isEnabled());
+        QTest::mouseClick(button, Qt::LeftButton);
+    }
+
+    static void pressClose(PXBWebAppViewController* webApp) {
+        QTest::mouseClick(webApp->view()->childAt(QPoint(16, 16)), Qt::LeftButton, {},
+                          QPoint(16, 16));
+    }
+
+    static bool browserShows(PXBBrowserController* browser, const QString& path) {
+        const bool shown = QTest::qWaitFor(
+            [&] {
+                // The request changes when the load is asked for, before it starts: the page
+                // itself tells when it is there.
+                return browser->webView() != nullptr && !browser->webView()->isLoading() &&
+                       browser->webView()->request().url().path() == path &&
+                       Harness::evaluate(
+                           browser->webView(),
+                           QStringLiteral("location.pathname + ' ' + document.readyState")) ==
+                           path + QStringLiteral(" complete");
+            },
+            kWait);
+        if (!shown && browser->webView() != nullptr) {
+            qWarning() << "the browser shows" << browser->webView()->request().url() << "loading"
+                       << browser->webView()->isLoading();
+        }
+        return shown;
+    }
+
+  private slots:
+    void initTestCase() { QVERIFY(h.start(QStringLiteral("inventory.json"))); }
+
+    void cleanup() {
+        platform::NotificationCenter::defaultCenter().removeObserver(this);
+        platform::Application::sharedApplication()->setUrlOpener([](const QUrl&) { return true; });
+        // Whatever a failed case left on screen goes before the next one.
+        while (auto* screen = qobject_cast<PXBViewController*>(h.top())) {
+            screen->relinquishScreen();
+            QTRY_VERIFY(h.top() != screen);
+        }
+        h.server.setPathFaults(QStringLiteral("/t/ctrk"), {});
+        h.server.setPathFaults(QStringLiteral("/landing/never.html"), {});
+        h.removeBanner();
+    }
+
+    void aClickOpensTheBrowserAndTheNextRequestTellsOfTheVisit() {
+        QVERIFY(showBanner(QStringLiteral("plain-refresh"), kRefreshingUnit));
+        const QString adPage = h.webView()->request().url().toString(QUrl::FullyEncoded);
+        const qint64 mark = h.server.lastLogSeq();
+        h.click();
+
+        QTRY_VERIFY_WITH_TIMEOUT(topScreen<PXBBrowserController>() != nullptr, kWait);
+        auto* browser = topScreen<PXBBrowserController>();
+        QElapsedTimer up;
+        up.start();
+        QCOMPARE(screenEvents(), QStringList{QStringLiteral("willPresent")});
+        QVERIFY(browserShows(browser, QStringLiteral("/landing/")));
+        const QList<QJsonObject> clicks = h.requestsTo(QStringLiteral("/t/click"), mark);
+        QCOMPARE(clicks.size(), 1);
+        QCOMPARE(clicks.first()[QStringLiteral("headers")][QStringLiteral("Referer")].toString(),
+                 adPage);
+        QCOMPARE(h.webView()->request().url().toString(QUrl::FullyEncoded), adPage);
+
+        // Two pages of the site by link, back and forward with the toolbar.
+        QVERIFY(Harness::waitUntilPainted(browser->webView()));
+        const QPoint link = Harness::centreOf(browser->webView(), "main a[href='menu.html']");
+        QVERIFY(link.x() >= 0);
+        Harness::pressOn(browser->webView(), link);
+        QVERIFY(browserShows(browser, QStringLiteral("/landing/menu.html")));
+        pressToolbar(browser, kBackPlace);
+        QVERIFY(browserShows(browser, QStringLiteral("/landing/")));
+        pressToolbar(browser, kForwardPlace);
+        QVERIFY(browserShows(browser, QStringLiteral("/landing/menu.html")));
+
+        // The refresh (every second) waits while the browser covers the banner.
+        QTRY_VERIFY_WITH_TIMEOUT(up.elapsed() > 2000, kWait);
+        QCOMPARE(h.requestsTo(QStringLiteral("/ad"), mark).size(), 0);
+        const qint64 dismissed = h.server.lastLogSeq();
+        pressToolbar(browser, kDonePlace);
+        QTRY_COMPARE_WITH_TIMEOUT(
+            screenEvents(),
+            (QStringList{QStringLiteral("willPresent"), QStringLiteral("willDismiss"),
+                         QStringLiteral("didDismiss")}),
+            kWait);
+        QTRY_VERIFY_WITH_TIMEOUT(!h.requestsTo(QStringLiteral("/ad"), dismissed).isEmpty(), kWait);
+        const QVariantMap next =
+            e2e::queryOf(h.requestsTo(QStringLiteral("/ad"), dismissed).first());
+        QCOMPARE(next.value(QStringLiteral("pcc")).toString(), QStringLiteral("1"));
+        for (const char* timing : {"pcl", "ppcl", "pcrl", "plpl", "plpd"}) {
+            QVERIFY2(next.contains(QLatin1String(timing)), timing);
+        }
+        // The browser was up for over two seconds, its first page took a moment.
+        QVERIFY(next.value(QStringLiteral("pcl")).toLongLong() > 2000);
+        QVERIFY(next.value(QStringLiteral("plpl")).toLongLong() > 0);
+        // One link to a page; back and forward are not navigations of the user's own.
+        QCOMPARE(next.value(QStringLiteral("plpnc")).toString(), QStringLiteral("1"));
+    }
+
+    void aClickOnATrackedAdOpensAWebApp() {
+        QVERIFY(showBanner(QStringLiteral("tracked")));
+        const qint64 mark = h.server.lastLogSeq();
+        h.click();
+        QTRY_VERIFY_WITH_TIMEOUT(topScreen<PXBWebAppViewController>() != nullptr, kWait);
+        auto* webApp = topScreen<PXBWebAppViewController>();
+        QTRY_VERIFY_WITH_TIMEOUT(!h.requestsTo(QStringLiteral("/t/ctrk"), mark).isEmpty(), kWait);
+        QTRY_COMPARE_WITH_TIMEOUT(pageMessages(mark), QStringList{QStringLiteral("onshow")}, kWait);
+        QVERIFY(Harness::waitUntilPainted(webApp->webView()));
+        const QRect close = webApp->view()->childAt(QPoint(16, 16))->geometry();
+        QCOMPARE(close, QRect(0, 0, 32, 32));
+
+        pressClose(webApp);
+        QTRY_COMPARE_WITH_TIMEOUT(pageMessages(mark),
+                                  (QStringList{QStringLiteral("onshow"), QStringLiteral("onhide")}),
+                                  kWait);
+        QTRY_COMPARE_WITH_TIMEOUT(
+            screenEvents(),
+            (QStringList{QStringLiteral("willPresent"), QStringLiteral("willDismiss"),
+                         QStringLiteral("didDismiss")}),
+            kWait);
+        QVERIFY(h.top() == h.root.get());
+    }
+
+    void openMessagesChooseTheScreen_data() {
+        QTest::addColumn<QString>("params");  // of the "open" message ({origin}: the server)
+        QTest::addColumn<QString>("screen");  // "webapp", "browser" or "none"
+        QTest::addColumn<int>("orientations");
+        QTest::addColumn<QString>("shows");  // text of the screen's page
+        const QString html = percentEncoded(QStringLiteral(
+            "<html><body style='background:#fff'><h1 id='quick'>Quick booking</h1></body></html>"));
+        // clang-format off
+        QTest::newRow("web app from HTML alone") << "a=webapp&html=" + html << "webapp" << 1 << "Quick booking";
+        QTest::newRow("browser from HTML alone: nothing") << "a=browser&html=" + html << "none" << 0 << "";
+        QTest::newRow("landscape") << "a=webapp&o=l&u={origin}/webapp/" << "webapp" << 3 << "Coffee Club";
+        QTest::newRow("upper-case L is any") << "a=browser&o=L&u={origin}/landing/" << "browser" << 1 << "Roasters";
+        // clang-format on
+    }
+
+    void openMessagesChooseTheScreen() {
+        QFETCH(QString, params);
+        QFETCH(QString, screen);
+        QFETCH(int, orientations);
+        QFETCH(QString, shows);
+        auto done = std::make_shared<bool>(false);  // the observer goes in cleanup()
+        platform::NotificationCenter::defaultCenter().addObserver(
+            this, PXBWebViewDelegateDidReceiveWebAction, nullptr,
+            [done](const platform::Notification& n) {
+                *done = *done || n.userInfo.value(QStringLiteral("a")) == QLatin1String("done");
+            });
+        showMessagesBanner({QStringLiteral("qmsg:///open?") + params});
+        QTRY_VERIFY_WITH_TIMEOUT(*done, kWait);
+        platform::NotificationCenter::defaultCenter().removeObserver(this);
+        if (screen == QLatin1String("none")) {
+            QVERIFY(h.top() == h.root.get());
+            QVERIFY(!screenEvents().contains(QStringLiteral("willPresent")));
+            return;
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(qobject_cast<PXBViewController*>(h.top()) != nullptr, kWait);
+        auto* top = qobject_cast<PXBViewController*>(h.top());
+        QCOMPARE(screen == QLatin1String("webapp"),
+                 qobject_cast<PXBWebAppViewController*>(top) != nullptr);
+        QCOMPARE(top->supportedOrientations(), orientations);
+        QCOMPARE(top->shouldAutorotateToInterfaceOrientation(1), orientations != 3);
+        auto* page = qobject_cast<PXBWebAppViewController*>(top)
+                         ? static_cast<platform::WebView*>(
+                               qobject_cast<PXBWebAppViewController*>(top)->webView())
+                         : qobject_cast<PXBBrowserController*>(top)->webView();
+        QTRY_VERIFY_WITH_TIMEOUT(
+            Harness::evaluate(page, QStringLiteral("document.body ? document.body.innerText : ''"))
+                .contains(shows),
+            kWait);
+    }
+
+    void aMailLinkFillsTheComposer() {
+        QVERIFY(showBanner(QStringLiteral("contact")));
+        const QPoint mail = Harness::centreOf(h.webView(), "a[href^='mailto:']");
+        QVERIFY(mail.x() >= 0);
+        h.click(mail);
+        QTRY_VERIFY_WITH_TIMEOUT(qobject_cast<platform::MailComposeViewController*>(h.top()),
+                                 kWait);
+        auto* composer = qobject_cast<platform::MailComposeViewController*>(h.top());
+        QCOMPARE(composer->toRecipients(),
+                 QStringList{QStringLiteral("tables@pine-and-pepper.example")});
+        QCOMPARE(composer->ccRecipients(),
+                 (QStringList{QStringLiteral("host@pine-and-pepper.example"),
+                              QStringLiteral("chef@pine-and-pepper.example")}));
+        QCOMPARE(composer->subject(), QStringLiteral("Table for two"));
+        QCOMPARE(composer->messageBody(), QStringLiteral("Hello!"));
+        QVERIFY(screenEvents().isEmpty());  // the composer is no ad screen
+        QTest::mouseClick(composer->view()->findChild<QPushButton*>(QStringLiteral("cancel")),
+                          Qt::LeftButton);
+        QTRY_VERIFY(h.top() == h.root.get());
+    }
+
+    void theStoreClickWaitsForItsTrackingThenLeaves() {
+        // The click tracking answers late; the application is left only once it has answered
+        // (three waits of 0.3 s at most).
+        h.server.setPathFaults(QStringLiteral("/t/ctrk"), {{QStringLiteral("delayMs"), 500}});
+        QVERIFY(showBanner(QStringLiteral("store")));
+        const qint64 mark = h.server.lastLogSeq();
+        auto trackedBeforeLeaving = std::make_shared<bool>(false);
+        platform::Application::sharedApplication()->setUrlOpener(
+            [this, mark, trackedBeforeLeaving](const QUrl&) {
+                *trackedBeforeLeaving = !h.requestsTo(QStringLiteral("/t/ctrk"), mark).isEmpty();
+                return true;
+            });
+        h.click();
+        const QList<QUrl>& opened = platform::Application::sharedApplication()->openedURLs();
+        QTRY_VERIFY_WITH_TIMEOUT(!opened.isEmpty(), kWait);
+        platform::Application::sharedApplication()->setUrlOpener([](const QUrl&) { return true; });
+        QCOMPARE(opened, QList<QUrl>{QUrl(QStringLiteral("sorvelstore://app/brindle-sounds-pro"))});
+        QVERIFY(*trackedBeforeLeaving);
+        QCOMPARE(screenEvents(),
+                 (QStringList{QStringLiteral("willPresent"), QStringLiteral("willLeave")}));
+    }
+
+    void aBrowserOverAWebAppRaisesNoEventsOfItsOwn() {
+        const QString page = percentEncoded(
+            QStringLiteral("<html><head><script src='%1zelm/sdk-core-v40.js'></script></head>"
+                           "<body>app<script>ZELM.on('onshow',function(){ZELM.send('open',"
+                           "{a:'browser',u:'%1landing/'});});</script></body></html>")
+                .arg(h.server.url().toString()));
+        showMessagesBanner({QStringLiteral("qmsg:///open?a=webapp&html=") + page});
+        QTRY_VERIFY_WITH_TIMEOUT(topScreen<PXBBrowserController>() != nullptr, kWait);
+        auto* browser = topScreen<PXBBrowserController>();
+        auto* webApp = qobject_cast<PXBWebAppViewController*>(browser->presentingViewController());
+        QVERIFY(webApp != nullptr);
+        QVERIFY(!browser->isFirstPXBViewController());
+        QVERIFY(browserShows(browser, QStringLiteral("/landing/")));
+        pressToolbar(browser, kDonePlace);
+        QTRY_VERIFY_WITH_TIMEOUT(h.top() == webApp, kWait);
+        QCOMPARE(screenEvents(), QStringList{QStringLiteral("willPresent")});
+
+        pressClose(webApp);
+        QTRY_COMPARE_WITH_TIMEOUT(
+            screenEvents(),
+            (QStringList{QStringLiteral("willPresent"), QStringLiteral("willDismiss"),
+                         QStringLiteral("didDismiss")}),
+            kWait);
+    }
+
+    void comingBackToABrowserThatNeverLoadedClosesIt() {
+        h.server.setPathFaults(QStringLiteral("/landing/never.html"),
+                               {{QStringLiteral("delayMs"), 60000}});
+        showMessagesBanner(
+            {QStringLiteral("qmsg:///open?a=browser&u={origin}/landing/never.html")});
+        QTRY_VERIFY_WITH_TIMEOUT(topScreen<PXBBrowserController>() != nullptr, kWait);
+        QTRY_VERIFY_WITH_TIMEOUT(topScreen<PXBBrowserController>()->webView()->isLoading(), kWait);
+        h.window->showMinimized();
+        QTRY_COMPARE(platform::Application::sharedApplication()->applicationState(),
+                     platform::Application::StateBackground);
+        h.window->showNormal();
+        QTRY_VERIFY_WITH_TIMEOUT(h.top() == h.root.get(), kWait);
+        QCOMPARE(screenEvents(),
+                 (QStringList{QStringLiteral("willPresent"), QStringLiteral("willDismiss"),
+                              QStringLiteral("didDismiss")}));
+    }
+};
+
+SORVEL_E2E_MAIN(TestFullScreenEndToEnd)
+#include "tst_e2e_fullscreen.moc"
