@@ -210,7 +210,7 @@ class EngineBackend : public QObject, public WebViewBackend {
 
     bool acceptNavigation(const QUrl& url, QWebEnginePage::NavigationType type, bool mainFrame) {
         if (!mainFrame) {
-            return true;
+            return acceptFrameNavigation(url, type);
         }
         if (auto it = std::find(preApproved_.begin(), preApproved_.end(), url);
             it != preApproved_.end()) {
@@ -272,6 +272,25 @@ class EngineBackend : public QObject, public WebViewBackend {
             started_ = true;
             currentUrl_ = url;
             view_->didStartLoad();
+        }
+        return true;
+    }
+
+    // A frame's navigation is asked like the page's but leaves the page's load, its request and
+    // its start and finish alone. Schemes the engine does not load are never let through: the
+    // engine would hand them to the desktop, and message URLs would fail in the frame.
+    bool acceptFrameNavigation(const QUrl& url, QWebEnginePage::NavigationType type) {
+        int navigationType = navigationTypeFor(type);
+        if (navigationType == WebViewNavigationTypeLinkClicked && !view_->hadRecentUserInput()) {
+            navigationType = WebViewNavigationTypeOther;
+        }
+        if (!view_->shouldStartLoad(UrlRequest(url), navigationType, false)) {
+            return false;
+        }
+        if (!engineLoadsScheme(url.scheme())) {
+            logDebug(QStringLiteral("Web view drops a frame navigation it cannot load: ") +
+                     url.toString());
+            return false;
         }
         return true;
     }
@@ -523,7 +542,7 @@ QColor WebView::pageBackgroundColor() const {
     return backgroundColor().isValid() ? backgroundColor() : QColor(Qt::transparent);
 }
 
-bool WebView::shouldStartLoad(UrlRequest request, int navigationType) {
+bool WebView::shouldStartLoad(UrlRequest request, int navigationType, bool mainFrame) {
     if (request.valueForHTTPHeaderField(QStringLiteral("User-Agent")).isEmpty()) {
         request.setValueForHTTPHeaderField(backend_->userAgent(), QStringLiteral("User-Agent"));
     }
@@ -536,7 +555,9 @@ bool WebView::shouldStartLoad(UrlRequest request, int navigationType) {
     if (self == nullptr) {
         return false;
     }
-    request_ = request;
+    if (mainFrame) {
+        request_ = request;
+    }
     return true;
 }
 

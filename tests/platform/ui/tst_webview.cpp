@@ -1,7 +1,9 @@
 #include "platform/ui/webview.h"
+#include "platform/ui/webviewpaint.h"
 #include "support/httptestserver.h"
 #include "uitestmain.h"
 
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QWebEngineView>
 
@@ -152,6 +154,73 @@ class TestWebView : public QObject {
         view.stringByEvaluatingJavaScriptFromString("document.body.textContent",
                                                     [&](const QString& r) { body = r; });
         QTRY_COMPARE(body, QStringLiteral("ad"));
+    }
+
+    // Frames ask like the page; their loads add no start or finish of their own.
+    void frameNavigationsReachTheDelegate_data() {
+        QTest::addColumn<QString>("body");
+        QTest::addColumn<QString>("target");
+        QTest::addColumn<bool>("allowed");
+        QTest::addColumn<int>("type");
+        const QString frame = QStringLiteral("<iframe src='%1'></iframe>");
+        const int other = WebViewNavigationTypeOther;
+        QTest::newRow("qmsg frame") << frame << "qmsg:///x" << false << other;
+        QTest::newRow("torvin frame") << frame << "torvin://log?string=hi" << false << other;
+        QTest::newRow("tel frame") << frame << "tel:+15551234" << false << other;
+        QTest::newRow("refused http frame") << frame << "HTTP/page" << false << other;
+        QTest::newRow("allowed http frame") << frame << "HTTP/page" << true << other;
+        QTest::newRow("link pressed in a frame")
+            << QStringLiteral(
+                   "<iframe style='border:0;width:320px;height:200px' srcdoc=\"<a href='%1' "
+                   "style='display:block;width:300px;height:180px'>tap</a>\"></iframe>")
+            << "qmsg://click?u=2" << false << int(WebViewNavigationTypeLinkClicked);
+    }
+    void frameNavigationsReachTheDelegate() {
+        QFETCH(QString, body);
+        QFETCH(QString, target);
+        QFETCH(bool, allowed);
+        QFETCH(int, type);
+        if (target.startsWith("HTTP")) {
+            target = server_.url(target.mid(4)).toString();
+        }
+        const bool press = type == WebViewNavigationTypeLinkClicked;
+        WebView view(QRect(0, 0, 320, 200));
+        RecordingDelegate delegate(view);
+        delegate.allow = [&](const QUrl& url) {
+            return url == QUrl(target) ? allowed
+                                       : url.scheme() == QLatin1String("http") ||
+                                             url.scheme() == QLatin1String("about");
+        };
+        if (press) {
+            view.show();
+            QVERIFY(QTest::qWaitForWindowExposed(&view));
+        }
+        loadAndWait(view, delegate, page(body.arg(target)));
+        if (press) {
+            bool painted = false;
+            whenPagePainted(&view, [&](bool drawn) { painted = drawn; });
+            QTRY_VERIFY_WITH_TIMEOUT(painted, 10000);
+            QTest::mouseClick(view.findChild<QWebEngineView*>()->focusProxy(), Qt::LeftButton, {},
+                              QPoint(100, 100));
+        }
+        const auto asked = [&] {
+            for (qsizetype i = 0; i < delegate.requests.size(); ++i) {
+                if (delegate.requests[i].url() == QUrl(target)) {
+                    return i;
+                }
+            }
+            return qsizetype(-1);
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(asked() >= 0, 10000);
+        QCOMPARE(delegate.types[asked()], type);
+        QCOMPARE(delegate.events.filter(QRegularExpression("^(start|finish|fail)$")),
+                 (QStringList{"start", "finish"}));
+        QCOMPARE(view.request().url(), server_.url(QStringLiteral("/")));  // still the page's
+        bool fetched = false;
+        for (const auto& r : server_.requests()) {
+            fetched = fetched || r.path == QLatin1String("/page");
+        }
+        QCOMPARE(fetched, allowed);
     }
 
     void userClickIsALinkClickAndReachesTheTouchHook() {
