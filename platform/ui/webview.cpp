@@ -323,13 +323,25 @@ class EngineBackend : public QObject, public WebViewBackend {
                 }
                 break;
             case QWebEngineLoadingInfo::LoadStoppedStatus:
-                if (finishes(info.url())) {
-                    view_->didFailLoad(Error::withDescription(
-                        kWebViewErrorDomain, kWebViewErrorCancelled, QStringLiteral("cancelled")));
+                // Any stop ends the running load, whatever URL the engine names: when a step
+                // of the load itself is refused (a redirect to another application), it names
+                // the refused URL and nothing else follows.
+                if (started_) {
+                    const bool interrupted = info.url() != currentUrl_ && !isAllowed(info.url());
+                    endLoad();
+                    view_->didFailLoad(
+                        interrupted
+                            ? Error(kWebViewErrorDomain, kWebViewErrorFrameLoadInterrupted,
+                                    {{Error::kLocalizedDescriptionKey,
+                                      QStringLiteral("Frame load interrupted")},
+                                     {Error::kUrlKey, info.url()}})
+                            : Error::withDescription(kWebViewErrorDomain, kWebViewErrorCancelled,
+                                                     QStringLiteral("cancelled")));
                 }
                 break;
             case QWebEngineLoadingInfo::LoadFailedStatus:
-                if (finishes(info.url())) {
+                if (started_) {
+                    endLoad();
                     QVariantMap userInfo{
                         {Error::kLocalizedDescriptionKey, info.errorString()},
                         {Error::kUrlKey, info.url()},
@@ -374,14 +386,18 @@ class EngineBackend : public QObject, public WebViewBackend {
     }
 
     // A load that ends is reported only if we reported its start: refused navigations (message
-    // URLs, other applications' schemes) leave no trace with the delegate.
+    // URLs, other applications' schemes) outside a load leave no trace with the delegate.
     bool finishes(const QUrl& url) {
         if (!started_ || (url != currentUrl_ && !isAllowed(url))) {
             return false;
         }
+        endLoad();
+        return true;
+    }
+
+    void endLoad() {
         started_ = false;
         allowed_.clear();
-        return true;
     }
 
     void fitPage() {

@@ -44,6 +44,9 @@ enum DataDetectorTypes : int {
 inline const QString kWebViewErrorDomain = QStringLiteral("WebKitErrorDomain");
 // Error code of a load stopped by stopLoading() or replaced by another load.
 inline constexpr int kWebViewErrorCancelled = -999;
+// Error code of a load whose own next step was refused: a redirect the delegate turned down or
+// that leads to a scheme the engine does not load.
+inline constexpr int kWebViewErrorFrameLoadInterrupted = 102;
 
 class WebViewDelegate : public Referenceable {
   public:
@@ -52,7 +55,8 @@ class WebViewDelegate : public Referenceable {
     // links the user clicks (0), forms (1), scripts setting the location (5), target=_blank links
     // and window.open (shown in this view), back/forward (2), reload (3), redirects (5) and a
     // frame's source (5). The request carries the page's "User-Agent" header field (and any
-    // fields the caller of loadRequest set). Refusing loads nothing. A navigation the delegate
+    // fields the caller of loadRequest set). Refusing loads nothing; refusing a redirect of the
+    // running load ends that load with kWebViewErrorFrameLoadInterrupted. A navigation the delegate
     // allows to a scheme the engine does not load (qmsg, torvin, mailto, tel, ...) is dropped:
     // such URLs never reach the desktop from here. Start, finish and failure are the page's only:
     // a frame's load reports none of its own.

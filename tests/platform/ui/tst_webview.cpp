@@ -298,6 +298,44 @@ class TestWebView : public QObject {
         QCOMPARE(value.toMap().value("a").toInt(), 42);
     }
 
+    // A click URL that answers with another application's address: the load it started fails.
+    void refusedRedirectEndsTheLoad_data() {
+        QTest::addColumn<QString>("location");
+        QTest::addColumn<bool>("allowed");  // by the delegate; the engine loads none of these
+        QTest::newRow("store scheme refused") << "sorvelstore://app/x" << false;
+        QTest::newRow("tel refused") << "tel:+15551234" << false;
+        QTest::newRow("message URL refused") << "qmsg://click?u=1" << false;
+        QTest::newRow("tel allowed, not loadable") << "tel:+15551234" << true;
+    }
+    void refusedRedirectEndsTheLoad() {
+        QFETCH(QString, location);
+        QFETCH(bool, allowed);
+        server_.route(QStringLiteral("/click"), [location](const auto&) {
+            HttpTestResponse r;
+            r.status = 302;
+            r.headers = {{"Location", location.toUtf8()}};
+            return r;
+        });
+        WebView view;
+        RecordingDelegate delegate(view);
+        delegate.allow = [&](const QUrl& url) {
+            return url.scheme() == QLatin1String("http") || allowed;
+        };
+        const QUrl click = server_.url(QStringLiteral("/click"));
+        view.loadRequest(UrlRequest(click));
+        QTRY_VERIFY_WITH_TIMEOUT(delegate.events.contains(QStringLiteral("fail")), 10000);
+        QCOMPARE(delegate.events, (QStringList{"should:" + click.toString(), "start",
+                                               "should:" + QUrl(location).toString(), "fail"}));
+        QCOMPARE(delegate.errors.value(0).domain(), kWebViewErrorDomain);
+        QCOMPARE(delegate.errors.value(0).code(), qint64(kWebViewErrorFrameLoadInterrupted));
+        QVERIFY(!view.isLoading());
+
+        delegate.events.clear();
+        view.loadRequest(UrlRequest(server_.url(QStringLiteral("/page"))));
+        QTRY_VERIFY_WITH_TIMEOUT(delegate.events.contains(QStringLiteral("finish")), 10000);
+        QCOMPARE(delegate.events.mid(1), (QStringList{"start", "finish"}));
+    }
+
     void stopLoadingReportsACancelledLoad() {
         server_.route(QStringLiteral("/slow"), [](const auto&) {
             HttpTestResponse r;
