@@ -340,8 +340,16 @@ class EngineBackend : public QObject, public WebViewBackend {
                 }
                 break;
             case QWebEngineLoadingInfo::LoadFailedStatus:
-                if (started_) {
-                    endLoad();
+                if (!started_) {
+                    break;
+                }
+                endLoad();
+                if (info.errorDomain() == QWebEngineLoadingInfo::HttpStatusCodeDomain) {
+                    // The engine flags a 4xx or 5xx answer as failed, but its page arrived and
+                    // shows: that is a finished load. Only the network's errors fail one.
+                    fitPage();
+                    view_->didFinishLoad();
+                } else {
                     QVariantMap userInfo{
                         {Error::kLocalizedDescriptionKey, info.errorString()},
                         {Error::kUrlKey, info.url()},

@@ -65,6 +65,8 @@ class WebViewDelegate : public Referenceable {
         return true;
     }
     virtual void webViewDidStartLoad(WebView*) {}
+    // Also for a page the server sent with an error status (404, 500, ...): it arrived and shows.
+    // Failures are the network's (kNetworkErrorDomain), stops and the engine's own errors.
     virtual void webViewDidFinishLoad(WebView*) {}
     virtual void webViewDidFailLoadWithError(WebView*, const Error&) {}
 };

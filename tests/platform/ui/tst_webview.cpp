@@ -336,6 +336,44 @@ class TestWebView : public QObject {
         QCOMPARE(delegate.events.mid(1), (QStringList{"start", "finish"}));
     }
 
+    // A page that arrived is a finished load whatever its status; only the network fails one.
+    void httpErrorPagesFinishAndNetworkErrorsFail_data() {
+        QTest::addColumn<int>("status");  // 0: nothing listens
+        QTest::addColumn<QString>("end");
+        QTest::newRow("404 with a body") << 404 << "finish";
+        QTest::newRow("500 with a body") << 500 << "finish";
+        QTest::newRow("connection refused") << 0 << "fail";
+    }
+    void httpErrorPagesFinishAndNetworkErrorsFail() {
+        QFETCH(int, status);
+        QFETCH(QString, end);
+        server_.route(QStringLiteral("/status"), [status](const auto&) {
+            HttpTestResponse r;
+            r.status = status;
+            r.headers = {{"Content-Type", "text/html"}};
+            r.body = "<html><body>sorry</body></html>";
+            return r;
+        });
+        const QUrl url =
+            status == 0
+                ? QUrl(QStringLiteral("http://127.0.0.1:%1/").arg(testsupport::unusedPort()))
+                : server_.url(QStringLiteral("/status"));
+        WebView view;
+        RecordingDelegate delegate(view);
+        view.loadRequest(UrlRequest(url));
+        QTRY_VERIFY_WITH_TIMEOUT(delegate.events.size() == 3, 10000);
+        QCOMPARE(delegate.events, (QStringList{"should:" + url.toString(), "start", end}));
+        QVERIFY(!view.isLoading());
+        if (status == 0) {
+            QCOMPARE(delegate.errors.value(0).domain(), kNetworkErrorDomain);
+            return;
+        }
+        QString body;
+        view.stringByEvaluatingJavaScriptFromString("document.body.textContent",
+                                                    [&](const QString& r) { body = r; });
+        QTRY_COMPARE(body, QStringLiteral("sorry"));
+    }
+
     void stopLoadingReportsACancelledLoad() {
         server_.route(QStringLiteral("/slow"), [](const auto&) {
             HttpTestResponse r;
