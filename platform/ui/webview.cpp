@@ -231,7 +231,7 @@ class EngineBackend : public QObject, public WebViewBackend {
 
     bool acceptNavigation(const QUrl& url, QWebEnginePage::NavigationType type, bool mainFrame) {
         if (!mainFrame) {
-            return true;
+            return acceptFrameNavigation(url, type);
         }
         if (auto it = std::find(preApproved_.begin(), preApproved_.end(), url);
             it != preApproved_.end()) {
@@ -279,6 +279,25 @@ class EngineBackend : public QObject, public WebViewBackend {
         return true;
     }
 
+    // A frame's navigation is asked like the page's but leaves the page's load, its request and
+    // its start and finish alone. Schemes the engine does not load are never let through: the
+    // engine would hand them to the desktop, and message URLs would fail in the frame.
+    bool acceptFrameNavigation(const QUrl& url, QWebEnginePage::NavigationType type) {
+        int navigationType = navigationTypeFor(type);
+        if (navigationType == WebViewNavigationTypeLinkClicked && !view_->hadRecentUserInput()) {
+            navigationType = WebViewNavigationTypeOther;
+        }
+        if (!view_->shouldStartLoad(UrlRequest(url), navigationType, false)) {
+            return false;
+        }
+        if (!engineLoadsScheme(url.scheme())) {
+            logDebug(QStringLiteral("Web view drops a frame navigation it cannot load: ") +
+                     url.toString());
+            return false;
+        }
+        return true;
+    }
+
     void newWindowRequested(QWebEngineNewWindowRequest& newWindow) {
         // The phone's web view showed such links in place: ask as for any navigation there.
         const QUrl url = newWindow.requestedUrl();
@@ -307,13 +326,33 @@ class EngineBackend : public QObject, public WebViewBackend {
                 }
                 break;
             case QWebEngineLoadingInfo::LoadStoppedStatus:
-                if (finishes(info.url())) {
-                    view_->didFailLoad(Error::withDescription(
-                        kWebViewErrorDomain, kWebViewErrorCancelled, QStringLiteral("cancelled")));
+                // Any stop ends the running load, whatever URL the engine names: when a step
+                // of the load itself is refused (a redirect to another application), it names
+                // the refused URL and nothing else follows.
+                if (started_) {
+                    const bool interrupted = info.url() != currentUrl_ && !isAllowed(info.url());
+                    endLoad();
+                    view_->didFailLoad(
+                        interrupted
+                            ? Error(kWebViewErrorDomain, kWebViewErrorFrameLoadInterrupted,
+                                    {{Error::kLocalizedDescriptionKey,
+                                      QStringLiteral("Frame load interrupted")},
+                                     {Error::kUrlKey, info.url()}})
+                            : Error::withDescription(kWebViewErrorDomain, kWebViewErrorCancelled,
+                                                     QStringLiteral("cancelled")));
                 }
                 break;
             case QWebEngineLoadingInfo::LoadFailedStatus:
-                if (finishes(info.url())) {
+                if (!started_) {
+                    break;
+                }
+                endLoad();
+                if (info.errorDomain() == QWebEngineLoadingInfo::HttpStatusCodeDomain) {
+                    // The engine flags a 4xx or 5xx answer as failed, but its page arrived and
+                    // shows: that is a finished load. Only the network's errors fail one.
+                    fitPage();
+                    view_->didFinishLoad();
+                } else {
                     QVariantMap userInfo{
                         {Error::kLocalizedDescriptionKey, info.errorString()},
                         {Error::kUrlKey, info.url()},
@@ -360,14 +399,18 @@ class EngineBackend : public QObject, public WebViewBackend {
     }
 
     // A load that ends is reported only if we reported its start: refused navigations (message
-    // URLs, other applications' schemes) leave no trace with the delegate.
+    // URLs, other applications' schemes) outside a load leave no trace with the delegate.
     bool finishes(const QUrl& url) {
         if (!started_ || (url != currentUrl_ && !isAllowed(url))) {
             return false;
         }
+        endLoad();
+        return true;
+    }
+
+    void endLoad() {
         started_ = false;
         allowed_.clear();
-        return true;
     }
 
     void fitPage() {
@@ -527,7 +570,7 @@ QColor WebView::pageBackgroundColor() const {
     return backgroundColor().isValid() ? backgroundColor() : QColor(Qt::transparent);
 }
 
-bool WebView::shouldStartLoad(UrlRequest request, int navigationType) {
+bool WebView::shouldStartLoad(UrlRequest request, int navigationType, bool mainFrame) {
     if (request.valueForHTTPHeaderField(QStringLiteral("User-Agent")).isEmpty()) {
         request.setValueForHTTPHeaderField(backend_->userAgent(), QStringLiteral("User-Agent"));
     }
@@ -540,7 +583,9 @@ bool WebView::shouldStartLoad(UrlRequest request, int navigationType) {
     if (self == nullptr) {
         return false;
     }
-    request_ = request;
+    if (mainFrame) {
+        request_ = request;
+    }
     return true;
 }
 

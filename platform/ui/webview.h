@@ -1,6 +1,7 @@
 // A web view over Qt WebEngine with the phone web view's interface: its delegate decides on every
-// main-frame navigation (including in-ad message URLs and schemes the engine does not load) and
-// hears when loads start, finish and fail. Script evaluation is asynchronous here.
+// navigation of the page and its frames (including in-ad message URLs and schemes the engine does
+// not load) and hears when the page's loads start, finish and fail. Script evaluation is
+// asynchronous here.
 #pragma once
 
 #include "platform/error.h"
@@ -43,21 +44,29 @@ enum DataDetectorTypes : int {
 inline const QString kWebViewErrorDomain = QStringLiteral("WebKitErrorDomain");
 // Error code of a load stopped by stopLoading() or replaced by another load.
 inline constexpr int kWebViewErrorCancelled = -999;
+// Error code of a load whose own next step was refused: a redirect the delegate turned down or
+// that leads to a scheme the engine does not load.
+inline constexpr int kWebViewErrorFrameLoadInterrupted = 102;
 
 class WebViewDelegate : public Referenceable {
   public:
-    // Asked for every main-frame navigation, whoever started it: loadRequest (type 5), an HTML
-    // string (a request for its base URL, "about:blank" without one, type 5), links the user
-    // clicks (0), forms (1), scripts setting the location (5), target=_blank links and
-    // window.open (shown in this view), back/forward (2), reload (3) and redirects (5). The request
-    // carries the page's "User-Agent" header field (and any fields the caller of loadRequest set).
-    // Refusing loads nothing. A navigation the delegate allows to a scheme the engine does not load
-    // (qmsg, torvin, mailto, tel, ...) is dropped: such URLs never reach the desktop from here.
+    // Asked for every navigation of the page and of its frames, whoever started it: loadRequest
+    // (type 5), an HTML string (a request for its base URL, "about:blank" without one, type 5),
+    // links the user clicks (0), forms (1), scripts setting the location (5), target=_blank links
+    // and window.open (shown in this view), back/forward (2), reload (3), redirects (5) and a
+    // frame's source (5). The request carries the page's "User-Agent" header field (and any
+    // fields the caller of loadRequest set). Refusing loads nothing; refusing a redirect of the
+    // running load ends that load with kWebViewErrorFrameLoadInterrupted. A navigation the delegate
+    // allows to a scheme the engine does not load (qmsg, torvin, mailto, tel, ...) is dropped:
+    // such URLs never reach the desktop from here. Start, finish and failure are the page's only:
+    // a frame's load reports none of its own.
     virtual bool webViewShouldStartLoadWithRequestNavigationType(WebView*, const UrlRequest&,
                                                                  int /*navigationType*/) {
         return true;
     }
     virtual void webViewDidStartLoad(WebView*) {}
+    // Also for a page the server sent with an error status (404, 500, ...): it arrived and shows.
+    // Failures are the network's (kNetworkErrorDomain), stops and the engine's own errors.
     virtual void webViewDidFinishLoad(WebView*) {}
     virtual void webViewDidFailLoadWithError(WebView*, const Error&) {}
 };
@@ -153,8 +162,8 @@ class WebView : public View {
     static QWebEngineProfile* profile();
 
     // For back-ends: report the engine's events. shouldStartLoad asks the delegate (adding the
-    // "User-Agent" field to the request when missing) and records an allowed request.
-    bool shouldStartLoad(UrlRequest request, int navigationType);
+    // "User-Agent" field to the request when missing) and records an allowed main-frame request.
+    bool shouldStartLoad(UrlRequest request, int navigationType, bool mainFrame = true);
     void didStartLoad();
     void didFinishLoad();
     void didFailLoad(const Error& error);

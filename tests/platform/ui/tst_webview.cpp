@@ -1,7 +1,9 @@
 #include "platform/ui/webview.h"
+#include "platform/ui/webviewpaint.h"
 #include "support/httptestserver.h"
 #include "uitestmain.h"
 
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QWebEngineView>
 
@@ -154,6 +156,73 @@ class TestWebView : public QObject {
         QTRY_COMPARE(body, QStringLiteral("ad"));
     }
 
+    // Frames ask like the page; their loads add no start or finish of their own.
+    void frameNavigationsReachTheDelegate_data() {
+        QTest::addColumn<QString>("body");
+        QTest::addColumn<QString>("target");
+        QTest::addColumn<bool>("allowed");
+        QTest::addColumn<int>("type");
+        const QString frame = QStringLiteral("<iframe src='%1'></iframe>");
+        const int other = WebViewNavigationTypeOther;
+        QTest::newRow("qmsg frame") << frame << "qmsg:///x" << false << other;
+        QTest::newRow("torvin frame") << frame << "torvin://log?string=hi" << false << other;
+        QTest::newRow("tel frame") << frame << "tel:+15551234" << false << other;
+        QTest::newRow("refused http frame") << frame << "HTTP/page" << false << other;
+        QTest::newRow("allowed http frame") << frame << "HTTP/page" << true << other;
+        QTest::newRow("link pressed in a frame")
+            << QStringLiteral(
+                   "<iframe style='border:0;width:320px;height:200px' srcdoc=\"<a href='%1' "
+                   "style='display:block;width:300px;height:180px'>tap</a>\"></iframe>")
+            << "qmsg://click?u=2" << false << int(WebViewNavigationTypeLinkClicked);
+    }
+    void frameNavigationsReachTheDelegate() {
+        QFETCH(QString, body);
+        QFETCH(QString, target);
+        QFETCH(bool, allowed);
+        QFETCH(int, type);
+        if (target.startsWith("HTTP")) {
+            target = server_.url(target.mid(4)).toString();
+        }
+        const bool press = type == WebViewNavigationTypeLinkClicked;
+        WebView view(QRect(0, 0, 320, 200));
+        RecordingDelegate delegate(view);
+        delegate.allow = [&](const QUrl& url) {
+            return url == QUrl(target) ? allowed
+                                       : url.scheme() == QLatin1String("http") ||
+                                             url.scheme() == QLatin1String("about");
+        };
+        if (press) {
+            view.show();
+            QVERIFY(QTest::qWaitForWindowExposed(&view));
+        }
+        loadAndWait(view, delegate, page(body.arg(target)));
+        if (press) {
+            bool painted = false;
+            whenPagePainted(&view, [&](bool drawn) { painted = drawn; });
+            QTRY_VERIFY_WITH_TIMEOUT(painted, 10000);
+            QTest::mouseClick(view.findChild<QWebEngineView*>()->focusProxy(), Qt::LeftButton, {},
+                              QPoint(100, 100));
+        }
+        const auto asked = [&] {
+            for (qsizetype i = 0; i < delegate.requests.size(); ++i) {
+                if (delegate.requests[i].url() == QUrl(target)) {
+                    return i;
+                }
+            }
+            return qsizetype(-1);
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(asked() >= 0, 10000);
+        QCOMPARE(delegate.types[asked()], type);
+        QCOMPARE(delegate.events.filter(QRegularExpression("^(start|finish|fail)$")),
+                 (QStringList{"start", "finish"}));
+        QCOMPARE(view.request().url(), server_.url(QStringLiteral("/")));  // still the page's
+        bool fetched = false;
+        for (const auto& r : server_.requests()) {
+            fetched = fetched || r.path == QLatin1String("/page");
+        }
+        QCOMPARE(fetched, allowed);
+    }
+
     void userClickIsALinkClickAndReachesTheTouchHook() {
         WebView view(QRect(0, 0, 320, 200));
         RecordingDelegate delegate(view);
@@ -227,6 +296,82 @@ class TestWebView : public QObject {
         QTRY_VERIFY(called);
         QTRY_COMPARE(text, QStringLiteral("43|"));
         QCOMPARE(value.toMap().value("a").toInt(), 42);
+    }
+
+    // A click URL that answers with another application's address: the load it started fails.
+    void refusedRedirectEndsTheLoad_data() {
+        QTest::addColumn<QString>("location");
+        QTest::addColumn<bool>("allowed");  // by the delegate; the engine loads none of these
+        QTest::newRow("store scheme refused") << "sorvelstore://app/x" << false;
+        QTest::newRow("tel refused") << "tel:+15551234" << false;
+        QTest::newRow("message URL refused") << "qmsg://click?u=1" << false;
+        QTest::newRow("tel allowed, not loadable") << "tel:+15551234" << true;
+    }
+    void refusedRedirectEndsTheLoad() {
+        QFETCH(QString, location);
+        QFETCH(bool, allowed);
+        server_.route(QStringLiteral("/click"), [location](const auto&) {
+            HttpTestResponse r;
+            r.status = 302;
+            r.headers = {{"Location", location.toUtf8()}};
+            return r;
+        });
+        WebView view;
+        RecordingDelegate delegate(view);
+        delegate.allow = [&](const QUrl& url) {
+            return url.scheme() == QLatin1String("http") || allowed;
+        };
+        const QUrl click = server_.url(QStringLiteral("/click"));
+        view.loadRequest(UrlRequest(click));
+        QTRY_VERIFY_WITH_TIMEOUT(delegate.events.contains(QStringLiteral("fail")), 10000);
+        QCOMPARE(delegate.events, (QStringList{"should:" + click.toString(), "start",
+                                               "should:" + QUrl(location).toString(), "fail"}));
+        QCOMPARE(delegate.errors.value(0).domain(), kWebViewErrorDomain);
+        QCOMPARE(delegate.errors.value(0).code(), qint64(kWebViewErrorFrameLoadInterrupted));
+        QVERIFY(!view.isLoading());
+
+        delegate.events.clear();
+        view.loadRequest(UrlRequest(server_.url(QStringLiteral("/page"))));
+        QTRY_VERIFY_WITH_TIMEOUT(delegate.events.contains(QStringLiteral("finish")), 10000);
+        QCOMPARE(delegate.events.mid(1), (QStringList{"start", "finish"}));
+    }
+
+    // A page that arrived is a finished load whatever its status; only the network fails one.
+    void httpErrorPagesFinishAndNetworkErrorsFail_data() {
+        QTest::addColumn<int>("status");  // 0: nothing listens
+        QTest::addColumn<QString>("end");
+        QTest::newRow("404 with a body") << 404 << "finish";
+        QTest::newRow("500 with a body") << 500 << "finish";
+        QTest::newRow("connection refused") << 0 << "fail";
+    }
+    void httpErrorPagesFinishAndNetworkErrorsFail() {
+        QFETCH(int, status);
+        QFETCH(QString, end);
+        server_.route(QStringLiteral("/status"), [status](const auto&) {
+            HttpTestResponse r;
+            r.status = status;
+            r.headers = {{"Content-Type", "text/html"}};
+            r.body = "<html><body>sorry</body></html>";
+            return r;
+        });
+        const QUrl url =
+            status == 0
+                ? QUrl(QStringLiteral("http://127.0.0.1:%1/").arg(testsupport::unusedPort()))
+                : server_.url(QStringLiteral("/status"));
+        WebView view;
+        RecordingDelegate delegate(view);
+        view.loadRequest(UrlRequest(url));
+        QTRY_VERIFY_WITH_TIMEOUT(delegate.events.size() == 3, 10000);
+        QCOMPARE(delegate.events, (QStringList{"should:" + url.toString(), "start", end}));
+        QVERIFY(!view.isLoading());
+        if (status == 0) {
+            QCOMPARE(delegate.errors.value(0).domain(), kNetworkErrorDomain);
+            return;
+        }
+        QString body;
+        view.stringByEvaluatingJavaScriptFromString("document.body.textContent",
+                                                    [&](const QString& r) { body = r; });
+        QTRY_COMPARE(body, QStringLiteral("sorry"));
     }
 
     void stopLoadingReportsACancelledLoad() {
