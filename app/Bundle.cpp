@@ -9,6 +9,15 @@ const Bundle& Bundle::mainBundle() {
     return bundle;
 }
 
+void Bundle::setUpApplicationIdentity() {
+    // The name also names the folders of the user defaults and caches: it must not follow the
+    // executable's file name.
+    QCoreApplication::setApplicationName(QStringLiteral("brindle-sounds"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(BRINDLE_SOUNDS_VERSION));
+    QCoreApplication::setOrganizationName(QStringLiteral("Brindle"));
+    QCoreApplication::setOrganizationDomain(QStringLiteral("brindle.example"));
+}
+
 Bundle::Bundle(QString resourcePath) : resourcePath_(std::move(resourcePath)) {}
 
 QString Bundle::pathForResource(const QString& name, const QString& type) const {

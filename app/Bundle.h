@@ -9,6 +9,11 @@ class Bundle {
     // The bundle of the running program (see locateResourcePath).
     static const Bundle& mainBundle();
 
+    // Gives the application object the program's name, its version (the project's, from the
+    // build) and its organisation's domain, which the ad client reports as the bundle version
+    // and the reverse-DNS bundle identifier. Call first in main().
+    static void setUpApplicationIdentity();
+
     explicit Bundle(QString resourcePath);
     virtual ~Bundle() = default;
 

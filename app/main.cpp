@@ -1,5 +1,6 @@
 // The process entry of brindle-sounds.
 #include "app/AppOptions.h"
+#include "app/Bundle.h"
 #include "app/DesktopAppDelegate.h"
 #include "app/MainInterface.h"
 #include "platform/ui/application.h"
@@ -9,6 +10,7 @@
 #include <cstdio>
 
 int main(int argc, char** argv) {
+    Bundle::setUpApplicationIdentity();
     QStringList arguments;
     for (int i = 0; i < argc; ++i) {
         arguments << QString::fromLocal8Bit(argv[i]);

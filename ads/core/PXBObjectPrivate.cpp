@@ -50,18 +50,8 @@ const struct LaunchWatcher {
     }
 } launchWatcher;
 
-// A header's value by name, compared as HTTP compares names: without regard to case.
 QString headerValue(const PXBCachedFile* file, const QString& name) {
-    if (file == nullptr) {
-        return {};
-    }
-    const QVariantMap& headers = file->httpHeaders();
-    for (auto it = headers.constBegin(); it != headers.constEnd(); ++it) {
-        if (it.key().compare(name, Qt::CaseInsensitive) == 0) {
-            return it.value().toString();
-        }
-    }
-    return {};
+    return file != nullptr ? file->httpHeader(name) : QString();
 }
 
 // The number a text starts with, 0 when it starts with none ("30s" is 30, "soon" 0).
@@ -133,8 +123,8 @@ void PXBObjectPrivate::registerForNotifications() {
 PXBObjectPrivate::~PXBObjectPrivate() {
     platform::NotificationCenter::defaultCenter().removeObserver(this);
     if (webView_ != nullptr) {
+        // Deleting the view stops its page's scripts and media at once: no empty page first.
         webView_->setDelegate(nullptr);
-        webView_->loadHTMLStringBaseURL(QString(), QUrl());
         delete webView_.data();
     }
     webViewDelegate_.reset();

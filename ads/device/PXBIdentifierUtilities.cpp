@@ -5,16 +5,15 @@
 #include "platform/files.h"
 #include "platform/propertylist.h"
 #include "platform/ui/application.h"
+#include "platform/ui/audiooutput.h"
 #include "platform/ui/screen.h"
 #include "platform/userdefaults.h"
 
-#include <QAudioDevice>
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QGuiApplication>
 #include <QLocale>
-#include <QMediaDevices>
 #include <QStringList>
 #include <QSysInfo>
 
@@ -70,20 +69,18 @@ QString machineModel() {
     return QStringLiteral("Desktop");
 }
 
-QString systemVersion() {
-    const QString product = QSysInfo::productVersion();
-    if (!product.isEmpty() && product.at(0).isDigit()) {
-        return product;
-    }
-    return QSysInfo::kernelVersion();
-}
-
 QString unameMachine() {
     struct utsname names {};
     if (uname(&names) != 0) {
         return QString();
     }
     return QString::fromLatin1(names.machine);
+}
+
+QString systemVersion() {
+    struct utsname names {};
+    const QString release = uname(&names) == 0 ? QString::fromLatin1(names.release) : QString();
+    return PXBIdentifierUtilities::systemVersionFromKernelRelease(release);
 }
 
 QVariantList preferredLanguages() {
@@ -111,15 +108,11 @@ QString bundleIdentifier() {
 }
 
 std::optional<QString> defaultAudioRoute() {
-    if (QCoreApplication::instance() == nullptr) {
+    const std::optional<platform::AudioOutput> output = platform::defaultAudioOutput();
+    if (!output) {
         return std::nullopt;
     }
-    const QAudioDevice output = QMediaDevices::defaultAudioOutput();
-    if (output.isNull()) {
-        return std::nullopt;
-    }
-    return PXBIdentifierUtilities::audioRouteNameForOutput(output.description(),
-                                                           QString::fromUtf8(output.id()));
+    return PXBIdentifierUtilities::audioRouteNameForOutput(output->description, output->id);
 }
 
 // The application object, which exists only in a graphical application; without one the phone
@@ -194,6 +187,21 @@ void PXBIdentifierUtilities::setEnvironment(Environment environment) {
 
 const PXBIdentifierUtilities::Environment& PXBIdentifierUtilities::environment() {
     return currentEnvironment();
+}
+
+QString PXBIdentifierUtilities::systemVersionFromKernelRelease(const QString& release) {
+    const QStringList parts = release.split(u'.');
+    QStringList numbers;
+    for (int i = 0; i < 3; ++i) {
+        const QString part = parts.value(i);
+        qsizetype digits = 0;
+        while (digits < part.size() && part.at(digits) >= u'0' && part.at(digits) <= u'9') {
+            ++digits;
+        }
+        // At most nine digits: no number beyond what getOSMajor reads back.
+        numbers << QString::number(part.left(std::min<qsizetype>(digits, 9)).toInt());
+    }
+    return numbers.join(u'.');
 }
 
 QString PXBIdentifierUtilities::audioRouteNameForOutput(const QString& description,

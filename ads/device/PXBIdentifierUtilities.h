@@ -8,8 +8,10 @@
 // - model: the kind of device from the firmware's chassis type ("Laptop", "Tablet", otherwise
 //   "Desktop"); a desktop never reports "iPad", so "ios_ipadc" stays absent.
 // - idiom: always the phone's, since the phone app runs in its phone window.
-// - system version: the operating system's version string (QSysInfo::productVersion), or the
-//   kernel's release when the system gives no numeric version.
+// - system version: the running kernel's version, the first three numbers of uname's release
+//   ("6.1.0" of "6.1.0-18-amd64"), each read from its leading digits, a missing one 0. The
+//   kernel is what the application runs on; a distribution's release number ("12") says
+//   nothing about what the system can do.
 // - submodel: the machine field of uname (such as "x86_64").
 // - locale: the first of "AppleLanguages" in the standard user defaults, which is seeded (as a
 //   registered, never saved, default) from the desktop's preferred UI languages.
@@ -80,6 +82,9 @@ class PXBIdentifierUtilities {
     // already cached by an instance stay.
     static void setEnvironment(Environment environment);
     static const Environment& environment();
+
+    // "major.minor.patch" of a kernel release (see the system version above).
+    static QString systemVersionFromKernelRelease(const QString& release);
 
     // The route name an audio output is reported as, from its description and system id.
     static QString audioRouteNameForOutput(const QString& description, const QString& id);

@@ -2,46 +2,34 @@
 
 #include "platform/runloop.h"
 
-#include <QNetworkInformation>
-
 namespace {
 
-// Turns Qt's reachability and transport medium into reachability flags. One system change can
-// arrive as two signals (reachability, then medium); they are gathered into a single report on
-// the next turn of the event loop.
-class NetworkInformationSource : public PXBReachabilitySource {
+// The platform's readings as flags; a reading the system does not know is no report.
+class SystemSource : public PXBReachabilitySource {
   public:
-    explicit NetworkInformationSource(QNetworkInformation* info) : info_(info) {
-        connect(info, &QNetworkInformation::reachabilityChanged, this,
-                &NetworkInformationSource::scheduleReport);
-        connect(info, &QNetworkInformation::transportMediumChanged, this,
-                &NetworkInformationSource::scheduleReport);
-    }
-
-  private:
-    void scheduleReport() {
-        if (reportPending_) {
-            return;
-        }
-        reportPending_ = true;
-        platform::performAfter(this, 0, [this] {
-            reportPending_ = false;
-            // A backend that has lost track says nothing rather than "not reachable".
-            if (!info_ || info_->reachability() == QNetworkInformation::Reachability::Unknown) {
-                return;
+    explicit SystemSource(std::unique_ptr<platform::ReachabilityMonitor> monitor)
+        : monitor_(std::move(monitor)) {
+        connect(monitor_.get(), &platform::ReachabilityMonitor::readingChanged, this, [this] {
+            if (const std::optional<quint32> flags = currentFlags()) {
+                emit flagsChanged(*flags);
             }
-            emit flagsChanged(PXBNetworkChecker::flagsForNetworkInformation(
-                info_->reachability(), info_->transportMedium()));
         });
     }
 
-    QPointer<QNetworkInformation> info_;
-    bool reportPending_ = false;
+    std::optional<quint32> currentFlags() const override {
+        const platform::ReachabilityReading reading = monitor_->reading();
+        if (reading.scope == platform::ReachabilityReading::Scope::Unknown) {
+            return std::nullopt;
+        }
+        return PXBNetworkChecker::flagsForReading(reading);
+    }
+
+  private:
+    std::unique_ptr<platform::ReachabilityMonitor> monitor_;
 };
 
 PXBNetworkChecker::SourceFactory& sourceFactory() {
-    static PXBNetworkChecker::SourceFactory factory =
-        &PXBNetworkChecker::makeNetworkInformationSource;
+    static PXBNetworkChecker::SourceFactory factory = &PXBNetworkChecker::makeSystemSource;
     return factory;
 }
 
@@ -53,27 +41,27 @@ QString& hostNameStorage() {
 }  // namespace
 
 void PXBNetworkChecker::setSourceFactory(SourceFactory factory) {
-    sourceFactory() = factory ? std::move(factory) : &makeNetworkInformationSource;
+    sourceFactory() = factory ? std::move(factory) : &makeSystemSource;
 }
 
-std::unique_ptr<PXBReachabilitySource> PXBNetworkChecker::makeNetworkInformationSource(
+std::unique_ptr<PXBReachabilitySource> PXBNetworkChecker::makeSystemSource(
     const QString& hostName) {
     Q_UNUSED(hostName);
-    if (QNetworkInformation::instance() == nullptr &&
-        !QNetworkInformation::loadBackendByFeatures(QNetworkInformation::Feature::Reachability)) {
+    std::unique_ptr<platform::ReachabilityMonitor> monitor =
+        platform::ReachabilityMonitor::create();
+    if (!monitor) {
         return nullptr;
     }
-    return std::make_unique<NetworkInformationSource>(QNetworkInformation::instance());
+    return std::make_unique<SystemSource>(std::move(monitor));
 }
 
-quint32 PXBNetworkChecker::flagsForNetworkInformation(
-    QNetworkInformation::Reachability reachability, QNetworkInformation::TransportMedium medium) {
-    using R = QNetworkInformation::Reachability;
-    if (reachability == R::Disconnected || reachability == R::Unknown) {
+quint32 PXBNetworkChecker::flagsForReading(const platform::ReachabilityReading& reading) {
+    using Scope = platform::ReachabilityReading::Scope;
+    if (reading.scope == Scope::Disconnected || reading.scope == Scope::Unknown) {
         return 0;
     }
     quint32 flags = kReachableFlag;
-    if (medium == QNetworkInformation::TransportMedium::Cellular) {
+    if (reading.cellular) {
         flags |= kIsWWANFlag;
     }
     return flags;
@@ -122,9 +110,17 @@ void PXBNetworkChecker::startNetworkChecking() {
     if (!networkRef_) {
         return;
     }
-    // No reading now: the type stays unknown until the first change arrives.
     connect(networkRef_.get(), &PXBReachabilitySource::flagsChanged, this,
             &PXBNetworkChecker::setNetworkTypeFromFlags);
+    // The system reports changes only, and a link that never changes would otherwise never be
+    // reported: the state at the start comes as the first report, a turn later (so the request
+    // built right now still goes without "net"). Dropped with the source if checking stops.
+    PXBReachabilitySource* source = networkRef_.get();
+    platform::performAfter(source, 0, [this, source] {
+        if (const std::optional<quint32> flags = source->currentFlags()) {
+            setNetworkTypeFromFlags(*flags);
+        }
+    });
 }
 
 void PXBNetworkChecker::stopNetworkChecking() {

@@ -1,20 +1,26 @@
 // Watches whether the network can be reached and over which kind of link, so that each ad
 // request can tell the server its connection type ("wi" or "ed"). Event-driven: the type is
-// unknown until the system first reports a change after checking starts.
+// unknown from the start of checking until the system's first report, which gives the state at
+// the start on the next turn of the event loop, then each change.
 #pragma once
 
-#include <QNetworkInformation>
+#include "platform/reachability.h"
+
 #include <QObject>
 #include <QString>
 
 #include <functional>
 #include <memory>
+#include <optional>
 
-// Where reachability changes come from: reports each change of the system's state as flags
-// (PXBNetworkChecker::kReachableFlag, kIsWWANFlag). The checker's default source follows Qt's
-// network information; tests substitute their own.
+// Where reachability comes from: the system's state now and each change of it, as flags
+// (PXBNetworkChecker::kReachableFlag, kIsWWANFlag). The checker's default source follows the
+// platform's reachability readings; tests substitute their own.
 class PXBReachabilitySource : public QObject {
     Q_OBJECT
+  public:
+    // Nothing while the system does not know.
+    virtual std::optional<quint32> currentFlags() const { return std::nullopt; }
   signals:
     void flagsChanged(quint32 flags);
 };
@@ -37,15 +43,13 @@ class PXBNetworkChecker : public QObject {
     using SourceFactory =
         std::function<std::unique_ptr<PXBReachabilitySource>(const QString& hostName)>;
     static void setSourceFactory(SourceFactory factory);
-    // A source over QNetworkInformation, or null when Qt has no backend here. It reports the
-    // system's link as a whole: the backends know no per-host routes.
-    static std::unique_ptr<PXBReachabilitySource> makeNetworkInformationSource(
-        const QString& hostName);
-    // The flags the default source reports for Qt's reading: reachable in any connected state
-    // (the ad server may be on the local network), over the cellular link when the medium is
+    // A source over the platform's reachability readings, or null when the system offers none.
+    // It reports the system's link as a whole: the desktop knows no per-host routes.
+    static std::unique_ptr<PXBReachabilitySource> makeSystemSource(const QString& hostName);
+    // The flags the default source reports for a reading: reachable in any connected scope
+    // (the ad server may be on the local network), over the cellular link when the link is
     // cellular, nothing at all when disconnected or unknown.
-    static quint32 flagsForNetworkInformation(QNetworkInformation::Reachability reachability,
-                                              QNetworkInformation::TransportMedium medium);
+    static quint32 flagsForReading(const platform::ReachabilityReading& reading);
 
     // The host whose reachability is watched: the ad server's host. Set by whoever configures
     // the ad server; "localhost" until then.
@@ -61,7 +65,8 @@ class PXBNetworkChecker : public QObject {
     bool isEnabled() const { return networkRef_ != nullptr; }
     void setEnabled(bool enabled);
 
-    // Makes the type unknown and, if not yet on, starts watching; stays off without a source.
+    // Makes the type unknown and, if not yet on, starts watching (the state at the start follows
+    // on the next turn); stays off without a source.
     void startNetworkChecking();
     // Stops watching and forgets the type; the change count is kept.
     void stopNetworkChecking();

@@ -83,10 +83,16 @@ QString PXBCachedFile::filePath() {
     if (caches.isEmpty()) {
         return QString();
     }
-    const QString name =
-        sourceURL_.host() +
-        QStringLiteral("/%1").arg(stableHash(sourceURL_.toString(QUrl::FullyEncoded)), 0, 16);
-    filePath_ = QDir(caches).filePath(name);
+    const QString file = QString::number(stableHash(sourceURL_.toString(QUrl::FullyEncoded)), 16);
+    // A URL without a host (about:blank, file:///...) would name no folder, and the file would
+    // land at the root of the file system, where invalidate() deletes: such files, and anything
+    // else that would leave the caches folder, share one folder of their own.
+    const QDir dir(caches);
+    QString path = QDir::cleanPath(dir.filePath(sourceURL_.host() + u'/' + file));
+    if (sourceURL_.host().isEmpty() || !path.startsWith(QDir::cleanPath(caches) + u'/')) {
+        path = QDir::cleanPath(dir.filePath(QStringLiteral("no-host/") + file));
+    }
+    filePath_ = path;
     return filePath_;
 }
 
@@ -201,6 +207,15 @@ bool PXBCachedFile::tellDidFail(const Error& error) {
         delegate->cachedFileDownloadDidFail(this, error);
     }
     return !alive.expired();
+}
+
+QString PXBCachedFile::httpHeader(const QString& name) const {
+    for (auto it = httpHeaders_.cbegin(); it != httpHeaders_.cend(); ++it) {
+        if (it.key().compare(name, Qt::CaseInsensitive) == 0) {
+            return it.value().toString();
+        }
+    }
+    return QString();
 }
 
 void PXBCachedFile::saveHeadersFromResponse(const HttpResponse& response) {

@@ -60,9 +60,14 @@ class PXBCachedFile : private platform::UrlConnectionDelegate {
     const QUrl& httpDestinationURL() const { return httpDestinationURL_; }
     // Of the last response (redirects included for the headers); 0 before any.
     int httpStatusCode() const { return httpStatusCode_; }
+    // Every field under its name as the server spelled it. Look fields up with httpHeader():
+    // names differ in case between servers (an HTTP/2 server sends them in lower case).
     const QVariantMap& httpHeaders() const { return httpHeaders_; }
+    // The field's value, its name compared without regard to case; null if absent.
+    QString httpHeader(const QString& name) const;
 
-    // caches-directory/host/hash-of-the-URL, worked out once; null without a caches directory.
+    // caches-directory/host/hash-of-the-URL ("no-host" for a URL without one), worked out once;
+    // null without a caches directory.
     QString filePath();
     // The file's modification time as an HTTP date without zone; null without a file.
     QString fileModificationDate();

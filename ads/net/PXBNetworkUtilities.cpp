@@ -62,6 +62,16 @@ bool isQuerySeparator(QChar c) {
     return c == QLatin1Char('&') || c == QLatin1Char(';');
 }
 
+// The query of a URL's text, between the first "?" and the fragment; null without one.
+QStringView queryOf(QStringView text) {
+    const qsizetype hash = text.indexOf(QLatin1Char('#'));
+    if (hash >= 0) {
+        text = text.left(hash);
+    }
+    const qsizetype question = text.indexOf(QLatin1Char('?'));
+    return question < 0 ? QStringView() : text.mid(question + 1);
+}
+
 }  // namespace
 
 QString PXBNetworkUtilities::userAgentString() {
@@ -106,16 +116,22 @@ QVariantMap PXBNetworkUtilities::dictionaryFromQueryString(const QString& query)
     return result;
 }
 
-QUrl PXBNetworkUtilities::appendQueryKey(const QString& key, const QVariant& value,
-                                         const QUrl& url) {
+QString PXBNetworkUtilities::appendQueryKey(const QString& key, const QVariant& value,
+                                            const QString& urlText) {
     QVariantMap parameters;
     parameters.insert(key, value.isValid() ? value : QVariant(QString(QLatin1String(""))));
-    return appendQueryParameters(parameters, url);
+    return appendQueryParameters(parameters, urlText);
 }
 
-QUrl PXBNetworkUtilities::appendQueryParameters(const QVariantMap& parameters, const QUrl& url) {
-    QString result = url.toString(QUrl::FullyEncoded);
-    QChar separator = url.query(QUrl::FullyEncoded).isEmpty() ? QLatin1Char('?') : QLatin1Char('&');
+QUrl PXBNetworkUtilities::appendQueryKey(const QString& key, const QVariant& value,
+                                         const QUrl& url) {
+    return QUrl(appendQueryKey(key, value, url.toString(QUrl::FullyEncoded)));
+}
+
+QString PXBNetworkUtilities::appendQueryParameters(const QVariantMap& parameters,
+                                                   const QString& urlText) {
+    QString result = urlText;
+    QChar separator = queryOf(urlText).isEmpty() ? QLatin1Char('?') : QLatin1Char('&');
     for (auto it = parameters.cbegin(); it != parameters.cend(); ++it) {
         result += separator;
         separator = QLatin1Char('&');
@@ -132,15 +148,19 @@ QUrl PXBNetworkUtilities::appendQueryParameters(const QVariantMap& parameters, c
             result += escaped;
         }
     }
-    return QUrl(result);
+    return result;
 }
 
-QString PXBNetworkUtilities::parameterValueForKey(const QString& key, const QUrl& url) {
-    if (!url.hasQuery()) {
+QUrl PXBNetworkUtilities::appendQueryParameters(const QVariantMap& parameters, const QUrl& url) {
+    return QUrl(appendQueryParameters(parameters, url.toString(QUrl::FullyEncoded)));
+}
+
+QString PXBNetworkUtilities::parameterValueForKey(const QString& key, const QString& urlText) {
+    const QStringView query = queryOf(urlText);
+    if (query.isNull()) {
         return QString();
     }
-    const QString query = url.query(QUrl::FullyEncoded);
-    for (const QStringView piece : QStringView(query).split(QLatin1Char('&'))) {
+    for (const QStringView piece : query.split(QLatin1Char('&'))) {
         const auto parts = piece.split(QLatin1Char('='));
         if (parts.size() >= 2 && parts.at(0) == key) {
             QString value = parts.at(1).toString();
@@ -151,6 +171,10 @@ QString PXBNetworkUtilities::parameterValueForKey(const QString& key, const QUrl
         }
     }
     return QString();
+}
+
+QString PXBNetworkUtilities::parameterValueForKey(const QString& key, const QUrl& url) {
+    return parameterValueForKey(key, url.toString(QUrl::FullyEncoded));
 }
 
 QString PXBNetworkUtilities::encodeURL(const QString& string) {

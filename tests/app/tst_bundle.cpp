@@ -1,3 +1,4 @@
+#include "ads/device/PXBIdentifierUtilities.h"
 #include "app/Bundle.h"
 
 #include <QDir>
@@ -128,6 +129,15 @@ class TestBundle : public QObject {
         for (const QString& file : kResources) {
             QVERIFY2(!bundle.pathForResource(file, "").isNull(), qPrintable(file));
         }
+    }
+
+    // The facts behind the ad client's "app_name": the project's version and a reverse-DNS
+    // identifier ending in the program's name.
+    void applicationIdentity() {
+        Bundle::setUpApplicationIdentity();
+        const auto facts = PXBIdentifierUtilities::defaultEnvironment();
+        QCOMPARE(facts.bundleVersion(), QStringLiteral(PROJECT_VERSION_TEXT));
+        QCOMPARE(facts.bundleIdentifier(), "example.brindle.brindle-sounds");
     }
 };
 

@@ -63,7 +63,9 @@ class TestBannerView : public QObject {
         PXBObjectPrivate* object = banner->privateObject();
         QVERIFY(object != nullptr);
         QCOMPARE(object->adView(), banner.get());
-        QCOMPARE(PXBPrivateUtilities::count(), before + 1);
+        // The ad object, and the touch record of its web view.
+        QCOMPARE(PXBPrivateUtilities::count(), before + 2);
+        QCOMPARE(object->webView()->parentWidget(), banner.get());
         QCOMPARE(banner->backgroundColor().alpha(), 0);
 
         QPointer<PXBObjectPrivate> watch = object;
@@ -81,7 +83,8 @@ class TestBannerView : public QObject {
         QCOMPARE(banner.privateObject()->rootViewController(), controller.get());
         QCOMPARE(banner.rootViewController(), controller.get());
         QVERIFY(!banner.hasAutoRefreshed());
-        QVERIFY(banner.webView() == nullptr);
+        // The ad web view waits, hidden, inside the banner until an ad is shown.
+        QVERIFY(banner.webView()->isHidden());
         // The root view controller is not retained: it reads null once it is gone.
         controller.reset();
         QVERIFY(banner.rootViewController() == nullptr);
@@ -138,10 +141,12 @@ class TestBannerView : public QObject {
         QTest::ignoreMessage(QtInfoMsg, QRegularExpression("Must set the rootViewController"));
         delegate.banner->loadRequest(nullptr);
         QCOMPARE(delegate.calls, 1);
-        QCOMPARE(PXBPrivateUtilities::count(), before - 1);
+        QCOMPARE(PXBPrivateUtilities::count(), before - 2);
     }
 
     void destructionUndoesEverything() {
+        auto& center = platform::NotificationCenter::defaultCenter();
+        const int observers = center.observerCount();
         auto* banner = new PXBBannerView;
         RecordingDelegate delegate;
         banner->setDelegate(&delegate);
@@ -149,8 +154,6 @@ class TestBannerView : public QObject {
             banner->privateObject()->sharedDelegateManager();
         PXBObjectPrivate* object = banner->privateObject();
         platform::performAfter(object, 0, [] { QFAIL("ran after the banner was gone"); });
-        auto& center = platform::NotificationCenter::defaultCenter();
-        const int observers = center.observerCount();
         center.addObserver(banner, "SomeNotification", nullptr, [](const auto&) {});
         delete banner;
         QCOMPARE(center.observerCount(), observers);

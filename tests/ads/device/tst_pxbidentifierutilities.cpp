@@ -76,6 +76,31 @@ class TestPXBIdentifierUtilities : public QObject {
         QCOMPARE(PXBIdentifierUtilities::isOSAtLeastMajor(asked[0], asked[1], asked[2]), atLeast);
     }
 
+    void kernelRelease_data() {
+        QTest::addColumn<QString>("release");
+        QTest::addColumn<QString>("version");
+        QTest::newRow("distribution kernel") << u"6.1.0-18-amd64"_s << u"6.1.0"_s;
+        QTest::newRow("four numbers") << u"5.15.153.1-microsoft-standard-WSL2"_s << u"5.15.153"_s;
+        QTest::newRow("release candidate") << u"6.8-rc3"_s << u"6.8.0"_s;
+        QTest::newRow("letters first") << u"x.2"_s << u"0.2.0"_s;
+        QTest::newRow("empty") << u""_s << u"0.0.0"_s;
+    }
+    void kernelRelease() {
+        QFETCH(QString, release);
+        QFETCH(QString, version);
+        QCOMPARE(PXBIdentifierUtilities::systemVersionFromKernelRelease(release), version);
+    }
+
+    void osVersionOfThisMachine() {
+        PXBIdentifierUtilities::setEnvironment(PXBIdentifierUtilities::defaultEnvironment());
+        const QString version = PXBIdentifierUtilities().osVersion();
+        QVERIFY2(QRegularExpression(u"^\\d+\\.\\d+\\.\\d+$"_s).match(version).hasMatch(),
+                 qPrintable(version));
+        // The running kernel's, whatever the distribution calls its release.
+        QVERIFY2(QSysInfo::kernelVersion().startsWith(version.section(u'.', 0, 1) + u'.'),
+                 qPrintable(version + u" of "_s + QSysInfo::kernelVersion()));
+    }
+
     void applicationName_data() {
         QTest::addColumn<QString>("version");
         QTest::addColumn<QString>("name");

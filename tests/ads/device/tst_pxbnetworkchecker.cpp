@@ -1,16 +1,20 @@
 #include "ads/device/PXBNetworkChecker.h"
+#include "platform/runloop.h"
 
 #include <QPointer>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
-using R = QNetworkInformation::Reachability;
-using T = QNetworkInformation::TransportMedium;
+using Scope = platform::ReachabilityReading::Scope;
 
-// Stands in for the system: the test decides when a reachability change arrives.
+Q_DECLARE_METATYPE(std::optional<quint32>)
+
+// Stands in for the system: the test decides its state and when a change arrives.
 class FakeSource : public PXBReachabilitySource {
   public:
+    std::optional<quint32> currentFlags() const override { return current; }
     void report(quint32 flags) { emit flagsChanged(flags); }
+    std::optional<quint32> current;
 };
 
 class TestPXBNetworkChecker : public QObject {
@@ -19,17 +23,20 @@ class TestPXBNetworkChecker : public QObject {
     QString hostAsked_;
     int sourcesMade_ = 0;
     bool systemOffersSource_ = true;
+    std::optional<quint32> systemState_;
 
   private slots:
     void init() {
         sourcesMade_ = 0;
         systemOffersSource_ = true;
+        systemState_.reset();
         PXBNetworkChecker::setSourceFactory([this](const QString& host) {
             hostAsked_ = host;
             if (!systemOffersSource_)
                 return std::unique_ptr<PXBReachabilitySource>();
             ++sourcesMade_;
             auto source = std::make_unique<FakeSource>();
+            source->current = systemState_;
             source_ = source.get();
             return std::unique_ptr<PXBReachabilitySource>(std::move(source));
         });
@@ -87,6 +94,36 @@ class TestPXBNetworkChecker : public QObject {
         QCOMPARE(checker.changeCount(), 2u);
     }
 
+    // A network that never changes is still reported: its state at the start, one turn later.
+    void stateAtTheStart_data() {
+        QTest::addColumn<std::optional<quint32>>("state");
+        QTest::addColumn<QString>("typeString");
+        QTest::addColumn<quint32>("changes");
+        QTest::newRow("reachable") << std::optional<quint32>(0x2) << u"wi"_s << 1u;
+        QTest::newRow("over WWAN") << std::optional<quint32>(0x40002) << u"ed"_s << 1u;
+        QTest::newRow("not reachable") << std::optional<quint32>(0) << QString() << 1u;
+        QTest::newRow("system does not know") << std::optional<quint32>() << QString() << 0u;
+    }
+    void stateAtTheStart() {
+        QFETCH(std::optional<quint32>, state);
+        QFETCH(QString, typeString);
+        QFETCH(quint32, changes);
+        systemState_ = state;
+        PXBNetworkChecker checker;
+        checker.setEnabled(true);
+        QCOMPARE(checker.networkType(), 0u);  // the first request right away carries no "net"
+        QTRY_COMPARE(platform::pendingPerformRequests(source_.data()), 0);
+        QCOMPARE(checker.networkTypeString(), typeString);
+        QCOMPARE(checker.changeCount(), changes);
+
+        // Stopped before the turn comes: nothing is reported into the stopped checker.
+        checker.setEnabled(false);
+        checker.setEnabled(true);
+        checker.setEnabled(false);
+        QTRY_COMPARE(platform::pendingPerformRequests(source_.data()), 0);
+        QCOMPARE(checker.changeCount(), changes);
+    }
+
     void staysOffWithoutSource() {
         systemOffersSource_ = false;
         PXBNetworkChecker checker;
@@ -101,24 +138,22 @@ class TestPXBNetworkChecker : public QObject {
         QVERIFY(shared->isEnabled());
     }
 
-    void qtReadings_data() {
-        QTest::addColumn<R>("reachability");
-        QTest::addColumn<T>("medium");
+    void readings_data() {
+        QTest::addColumn<Scope>("scope");
+        QTest::addColumn<bool>("cellular");
         QTest::addColumn<QString>("typeString");
-        QTest::newRow("online, ethernet") << R::Online << T::Ethernet << u"wi"_s;
-        QTest::newRow("online, wifi") << R::Online << T::WiFi << u"wi"_s;
-        QTest::newRow("online, cellular") << R::Online << T::Cellular << u"ed"_s;
-        QTest::newRow("local network") << R::Local << T::Ethernet << u"wi"_s;
-        QTest::newRow("site, unknown medium") << R::Site << T::Unknown << u"wi"_s;
-        QTest::newRow("disconnected") << R::Disconnected << T::Cellular << QString();
+        QTest::newRow("online") << Scope::Online << false << u"wi"_s;
+        QTest::newRow("online, cellular") << Scope::Online << true << u"ed"_s;
+        QTest::newRow("local network") << Scope::Local << false << u"wi"_s;
+        QTest::newRow("site") << Scope::Site << false << u"wi"_s;
+        QTest::newRow("disconnected") << Scope::Disconnected << true << QString();
     }
-    void qtReadings() {
-        QFETCH(R, reachability);
-        QFETCH(T, medium);
+    void readings() {
+        QFETCH(Scope, scope);
+        QFETCH(bool, cellular);
         QFETCH(QString, typeString);
         PXBNetworkChecker checker;
-        checker.setNetworkTypeFromFlags(
-            PXBNetworkChecker::flagsForNetworkInformation(reachability, medium));
+        checker.setNetworkTypeFromFlags(PXBNetworkChecker::flagsForReading({scope, cellular}));
         QCOMPARE(checker.networkTypeString(), typeString);
     }
 };

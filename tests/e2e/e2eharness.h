@@ -1,0 +1,212 @@
+// The end-to-end harness: the real web engine off screen, the reference ad server in-process on a
+// free port, an isolated profile, a phone window with a banner at the bottom of its root view,
+// and real input. Scenarios read what the client sent from the server's log and what it told the
+// application from a recording banner delegate, its state changes and its log lines.
+#pragma once
+
+#include "ads/core/PXBBannerView.h"
+#include "ads/core/PXBConfiguration.h"
+#include "ads/core/PXBObjectPrivate.h"
+#include "ads/core/PXBRequest.h"
+#include "ads/present/PXBWebView.h"
+#include "ads/stats/PXBStatisticsCore.h"
+#include "adserver/adserver.h"
+#include "platform/ui/application.h"
+#include "platform/ui/viewcontroller.h"
+#include "platform/ui/webviewpaint.h"
+#include "platform/ui/window.h"
+#include "support/testenv.h"
+
+#include <QApplication>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QPointer>
+#include <QTest>
+#include <QTimer>
+#include <QUrlQuery>
+
+#include <memory>
+
+namespace e2e {
+
+// Every line written to the log while a scenario runs (the ad client's "<Sorvel> ..." lines).
+inline QStringList& logLines() {
+    static QStringList lines;
+    return lines;
+}
+
+inline void captureLog() {
+    static QtMessageHandler previous = nullptr;
+    previous = qInstallMessageHandler(
+        [](QtMsgType type, const QMessageLogContext& context, const QString& message) {
+            logLines().append(message);
+            if (previous != nullptr) {
+                previous(type, context, message);
+            }
+        });
+}
+
+// The banner delegate's events in order: "receive", "fail <code>", "willPresent",
+// "willDismiss", "didDismiss", "willLeave".
+class Recorder : public PXBBannerViewDelegate {
+  public:
+    QStringList events;
+    void adViewDidReceiveAd(PXBBannerView*) override { events << QStringLiteral("receive"); }
+    void adViewDidFailToReceiveAdWithError(PXBBannerView*, const platform::Error& error) override {
+        events << QStringLiteral("fail %1").arg(error.code());
+    }
+    void adViewWillPresentScreen(PXBBannerView*) override {
+        events << QStringLiteral("willPresent");
+    }
+    void adViewWillDismissScreen(PXBBannerView*) override {
+        events << QStringLiteral("willDismiss");
+    }
+    void adViewDidDismissScreen(PXBBannerView*) override { events << QStringLiteral("didDismiss"); }
+    void adViewWillLeaveApplication(PXBBannerView*) override {
+        events << QStringLiteral("willLeave");
+    }
+};
+
+class Harness {
+  public:
+    adserver::AdServer server;
+    std::unique_ptr<platform::Window> window;
+    std::shared_ptr<platform::ViewController> root;
+    QPointer<PXBBannerView> banner;
+    Recorder recorder;
+    QList<int> states;
+
+    // Starts the server with `inventory` (a file next to the suite's sources; empty: the demo
+    // inventory) and points the ad client at it; URLs handed to the desktop are only recorded.
+    bool start(const QString& inventory = QString()) {
+        captureLog();  // after the test library has installed its own handler
+        const QString path = inventory.isEmpty() ? QString()
+                                                 : qEnvironmentVariable("SORVEL_SOURCE_DIR") +
+                                                       QStringLiteral("/tests/e2e/") + inventory;
+        if (!server.start(0, QStringLiteral("127.0.0.1"), path)) {
+            qWarning() << server.errorString();
+            return false;
+        }
+        PXBConfiguration::setAdServerURL(server.url());
+        PXBConfiguration::setScriptHostURL(server.url());
+        platform::Application::sharedApplication()->setUrlOpener([](const QUrl&) { return true; });
+        window = std::make_unique<platform::Window>();
+        root = std::make_shared<platform::ViewController>();
+        window->setRootViewController(root.get());
+        window->makeKeyAndVisible();
+        return QTest::qWaitForWindowExposed(window.get());
+    }
+
+    // A fresh banner at the bottom of the root view, with the recorder as delegate.
+    PXBBannerView* addBanner(const QString& adUnitID) {
+        removeBanner();
+        recorder.events.clear();
+        states.clear();
+        logLines().clear();
+        platform::Application::sharedApplication()->clearOpenedURLs();
+        const QRect area = root->view()->bounds();
+        banner = new PXBBannerView(QRect(0, area.height() - 50, 320, 50));
+        banner->setAdUnitID(adUnitID);
+        banner->setRootViewController(root.get());
+        banner->setDelegate(&recorder);
+        root->view()->addSubview(banner);
+        banner->show();
+        QObject::connect(ad(), &PXBObjectPrivate::stateChanged, ad(),
+                         [this](qint32 state) { states.append(state); });
+        return banner;
+    }
+
+    void removeBanner() {
+        if (banner != nullptr) {
+            banner->setDelegate(nullptr);
+            delete banner.data();
+        }
+    }
+
+    PXBObjectPrivate* ad() const { return banner != nullptr ? banner->privateObject() : nullptr; }
+    PXBWebView* webView() const { return banner != nullptr ? banner->webView() : nullptr; }
+    int state() const { return ad() != nullptr ? ad()->state() : -1; }
+
+    // Loads a request whose additional parameters are `extras` (the server's "zf_" switches).
+    void load(const QVariantMap& extras = {}) {
+        auto request = PXBRequest::create();
+        request->setAdditionalParameters(extras);
+        banner->loadRequest(request.get());
+    }
+
+    // The server's log entries for `path` after `since`.
+    QList<QJsonObject> requestsTo(const QString& path, qint64 since = 0) const {
+        QList<QJsonObject> found;
+        for (const QJsonValue& entry : server.logEntries(since)) {
+            if (entry[QStringLiteral("path")].toString() == path) {
+                found.append(entry.toObject());
+            }
+        }
+        return found;
+    }
+
+    // Forgets the support script: its cached file and the date of its next revalidation.
+    void forgetScript(bool keepFile) const {
+        if (!keepFile) {
+            PXBCachedFile(nullptr, PXBConfiguration::scriptURL()).invalidate();
+        }
+        PXBStatisticsCore store(QStringLiteral("PXBObjectPrivate"));
+        store.removeObjectForKey(QStringLiteral("expireDate"));
+        store.synchronize();
+    }
+
+    bool waitUntilPainted() const {
+        bool done = false;
+        bool painted = false;
+        platform::whenPagePainted(webView(), [&](bool drawn) {
+            done = true;
+            painted = drawn;
+        });
+        return QTest::qWaitFor([&] { return done; }, 10000) && painted;
+    }
+
+    // A real press and release at `point` (banner coordinates) on the engine's own widget.
+    void click(QPoint point = QPoint(160, 25)) const {
+        QWidget* target = webView()->childAt(point);
+        if (target == nullptr) {
+            target = webView();
+        }
+        const QPoint local = target->mapFrom(webView(), point);
+        QTest::mousePress(target, Qt::LeftButton, {}, local);
+        QTest::mouseRelease(target, Qt::LeftButton, {}, local);
+    }
+};
+
+// The query of a logged request, with nested values (JSON text) decoded.
+inline QVariantMap queryOf(const QJsonObject& entry) {
+    QVariantMap query = entry[QStringLiteral("query")].toObject().toVariantMap();
+    for (auto it = query.begin(); it != query.end(); ++it) {
+        const QString text = it.value().toString();
+        if (text.startsWith(QLatin1Char('{')) || text.startsWith(QLatin1Char('['))) {
+            it.value() = QJsonDocument::fromJson(text.toUtf8()).toVariant();
+        }
+    }
+    return query;
+}
+
+// A rectangle sent as a dictionary of "x", "y", "w" and "h".
+inline QRectF rectOf(const QVariant& value) {
+    const QVariantMap map = value.toMap();
+    return {map.value(QStringLiteral("x")).toDouble(), map.value(QStringLiteral("y")).toDouble(),
+            map.value(QStringLiteral("w")).toDouble(), map.value(QStringLiteral("h")).toDouble()};
+}
+
+}  // namespace e2e
+
+// main() for end-to-end suites: a fresh profile for the whole process, made before anything can
+// read the user's.
+#define SORVEL_E2E_MAIN(TestObject)                           \
+    int main(int argc, char** argv) {                         \
+        testsupport::TempHome home;                           \
+        platform::prepareApplication();                       \
+        QApplication app(argc, argv);                         \
+        app.setApplicationName(QStringLiteral("sorvel-e2e")); \
+        TestObject test;                                      \
+        return QTest::qExec(&test, argc, argv);               \
+    }

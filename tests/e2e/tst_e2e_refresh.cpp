@@ -1,0 +1,133 @@
+// The server steers the banner: its refresh schedule, the impression URLs of every response and
+// redirect hop, and the statistics that travel with each request.
+#include "e2eharness.h"
+
+#include "platform/notificationcenter.h"
+
+using e2e::Harness;
+
+namespace {
+constexpr int kWait = 20000;
+
+int countOf(const QStringList& list, const QString& item) {
+    return static_cast<int>(list.count(item));
+}
+}  // namespace
+
+class TestRefreshEndToEnd : public QObject {
+    Q_OBJECT
+    Harness h;
+
+    QList<QVariantMap> adQueries(qint64 since) const {
+        QList<QVariantMap> queries;
+        for (const QJsonObject& entry : h.requestsTo(QStringLiteral("/ad"), since)) {
+            queries.append(e2e::queryOf(entry));
+        }
+        return queries;
+    }
+
+    // The serial ("n") of every impression fetched since `since`.
+    QStringList impressions(qint64 since) const {
+        QStringList serials;
+        for (const QJsonObject& entry : h.requestsTo(QStringLiteral("/t/imp"), since)) {
+            serials << e2e::queryOf(entry).value(QStringLiteral("n")).toString();
+        }
+        return serials;
+    }
+
+  private slots:
+    void initTestCase() { QVERIFY(h.start(QStringLiteral("inventory.json"))); }
+    void cleanup() { h.removeBanner(); }
+
+    void fiveAdsInARowOnTheServersSchedule() {
+        const qint64 mark = h.server.lastLogSeq();
+        h.addBanner(QStringLiteral("e2e0000000000f1"));
+        h.load();
+        QTRY_VERIFY_WITH_TIMEOUT(countOf(h.recorder.events, "receive") >= 5, kWait);
+        const QList<QVariantMap> requests = adQueries(mark).mid(0, 5);
+        QCOMPARE(requests.size(), 5);
+        const qint64 firstCount = requests[0].value("preqs").toLongLong();
+        for (int i = 0; i < 5; ++i) {
+            const QVariantMap& q = requests[i];
+            QCOMPARE(q.value("preqs").toLongLong(), firstCount + i);
+            QCOMPARE(q.value("session_id"), requests[0].value("session_id"));
+            // The latency of the ad before travels with the next request.
+            QCOMPARE(q.contains("prl"), i > 0);
+            if (i > 0) {
+                QVERIFY(q.value("ptime").toLongLong() >
+                        requests[i - 1].value("ptime").toLongLong());
+            }
+        }
+        // Each shown ad's impression is fetched once.
+        QTRY_VERIFY_WITH_TIMEOUT(impressions(mark).size() >= 5, kWait);
+        const QStringList fetched = impressions(mark);
+        const QString first = fetched.first();
+        for (int i = 0; i < 5; ++i) {
+            QCOMPARE(countOf(fetched, QString::number(first.toInt() + i)), 1);
+        }
+    }
+
+    void theLastIntervalHoldsUntilZeroAndComesBackInTheForeground() {
+        h.addBanner(QStringLiteral("e2e0000000000f2"));
+        h.load();
+        // Refresh 1 s, then no header (keeps 1 s), then 0 (stops).
+        QTRY_VERIFY_WITH_TIMEOUT(countOf(h.recorder.events, "receive") == 3, kWait);
+        QTRY_COMPARE(h.state(), int(kPXBAdStateShown));
+        QVERIFY(!h.ad()->isReloadTimerActive());
+        QCOMPARE(h.ad()->reloadSeconds(), 1.0);
+
+        h.window->showMinimized();
+        QTRY_COMPARE(platform::Application::sharedApplication()->applicationState(),
+                     platform::Application::StateBackground);
+        h.window->showNormal();
+        QTRY_COMPARE(platform::Application::sharedApplication()->applicationState(),
+                     platform::Application::StateActive);
+        QVERIFY(h.ad()->isReloadTimerActive());
+        QTRY_VERIFY_WITH_TIMEOUT(countOf(h.recorder.events, "receive") == 4, kWait);
+    }
+
+    void minimisingPausesRefreshAndRestoringRestartsTheFullInterval() {
+        h.addBanner(QStringLiteral("e2e0000000000f1"));
+        h.load();
+        QTRY_VERIFY_WITH_TIMEOUT(h.recorder.events.contains("receive"), kWait);
+        QTRY_VERIFY(h.ad()->isReloadTimerActive());
+        h.window->showMinimized();
+        QTRY_COMPARE(platform::Application::sharedApplication()->applicationState(),
+                     platform::Application::StateBackground);
+        QVERIFY(!h.ad()->isReloadTimerActive());
+        const qint64 paused = h.server.lastLogSeq();
+        h.window->showNormal();
+        QTRY_COMPARE(platform::Application::sharedApplication()->applicationState(),
+                     platform::Application::StateActive);
+        QVERIFY(h.requestsTo(QStringLiteral("/ad"), paused).isEmpty());
+        QVERIFY(h.ad()->isReloadTimerActive());
+        QTRY_VERIFY_WITH_TIMEOUT(countOf(h.recorder.events, "receive") == 2, kWait);
+    }
+
+    void theTrackingURLsOfEveryRedirectHopFire() {
+        const qint64 mark = h.server.lastLogSeq();
+        h.addBanner(QStringLiteral("e2e00000000000a"));
+        h.load({{QStringLiteral("zf_redirects"), 3}});
+        QTRY_VERIFY_WITH_TIMEOUT(h.recorder.events.contains("receive"), kWait);
+        QCOMPARE(h.requestsTo(QStringLiteral("/r"), mark).size(), 3);
+        QTRY_COMPARE_WITH_TIMEOUT(h.requestsTo(QStringLiteral("/t/imp"), mark).size(), 4, kWait);
+        int hops = 0;
+        for (const QJsonObject& entry : h.requestsTo(QStringLiteral("/t/imp"), mark)) {
+            hops += e2e::queryOf(entry).contains(QStringLiteral("hop")) ? 1 : 0;
+        }
+        QCOMPARE(hops, 3);
+    }
+
+    void aHeaderWithEmptyAndBrokenPiecesYieldsTheGoodURLs() {
+        const qint64 mark = h.server.lastLogSeq();
+        h.addBanner(QStringLiteral("e2e00000000000a"));
+        h.load({{QStringLiteral("zf_creative"), QStringLiteral("split")}});
+        QTRY_VERIFY_WITH_TIMEOUT(h.recorder.events.contains("receive"), kWait);
+        QCOMPARE(h.ad()->pendingTrackingURLs().size(), 2);
+        QTRY_COMPARE_WITH_TIMEOUT(h.requestsTo(QStringLiteral("/t/imp"), mark).size(), 2, kWait);
+        QTRY_COMPARE(h.ad()->trackerCount(), 0);  // finished trackers are let go
+    }
+};
+
+SORVEL_E2E_MAIN(TestRefreshEndToEnd)
+#include "tst_e2e_refresh.moc"
