@@ -5,12 +5,15 @@
 
 #include <QApplication>
 #include <QAudioDevice>
+#include <QAudioFormat>
 #include <QAudioSink>
 #include <QFile>
 #include <QMediaDevices>
 #include <QTimer>
 
+#include <algorithm>
 #include <cmath>
+#include <utility>
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -33,7 +36,8 @@ std::function<void(int)>& systemSoundPlayer() {
 }
 
 struct Decoded {
-    QAudioFormat format;
+    int sampleRate = 0;
+    int channels = 0;
     QByteArray samples;
     QString error;
 };
@@ -164,9 +168,8 @@ Decoded decodeFile(const QString& path) {
         out.error = QStringLiteral("No audio could be decoded from ") + path;
         return out;
     }
-    out.format.setSampleRate(rate);
-    out.format.setChannelCount(channels);
-    out.format.setSampleFormat(QAudioFormat::Int16);
+    out.sampleRate = rate;
+    out.channels = channels;
     return out;
 }
 
@@ -193,11 +196,15 @@ std::shared_ptr<AudioPlayer> AudioPlayer::withContentsOfURL(const QUrl& url, Err
         return fail(kAudioErrorDomain, 1, decoded.error);
     }
     return std::shared_ptr<AudioPlayer>(
-        new AudioPlayer(url, decoded.format, std::move(decoded.samples)));
+        new AudioPlayer(url, decoded.sampleRate, decoded.channels, std::move(decoded.samples)));
 }
 
-AudioPlayer::AudioPlayer(const QUrl& url, const QAudioFormat& format, QByteArray samples)
-    : url_(url), format_(format), samples_(std::move(samples)), pump_(new QTimer(this)) {
+AudioPlayer::AudioPlayer(const QUrl& url, int sampleRate, int channels, QByteArray samples)
+    : url_(url),
+      sampleRate_(sampleRate),
+      channels_(channels),
+      samples_(std::move(samples)),
+      pump_(new QTimer(this)) {
     pump_->setInterval(kPumpMilliseconds);
     connect(pump_, &QTimer::timeout, this, &AudioPlayer::feed);
 }
@@ -223,7 +230,11 @@ bool AudioPlayer::play() {
             logLine(QStringLiteral("No audio output: %1 is not played").arg(url_.fileName()));
             return false;
         }
-        output_ = new QAudioSink(device, format_);
+        QAudioFormat format;
+        format.setSampleRate(sampleRate_);
+        format.setChannelCount(channels_);
+        format.setSampleFormat(QAudioFormat::Int16);
+        output_ = new QAudioSink(device, format);
         output_->setVolume(volume_);
         outputDevice_ = output_->start();
         if (outputDevice_ == nullptr) {
@@ -269,7 +280,7 @@ void AudioPlayer::setVolume(float volume) {
 }
 
 qint64 AudioPlayer::microsecondsFor(qint64 bytes) const {
-    return bytes / format_.bytesPerFrame() * 1000000 / format_.sampleRate();
+    return bytes / bytesPerFrame() * 1000000 / sampleRate_;
 }
 
 double AudioPlayer::duration() const {
@@ -316,7 +327,7 @@ void AudioPlayer::feed() {
     }
     // An output starts to play once it holds a buffer's worth: a shorter sound is topped up
     // with silence, or it would never be heard.
-    const qint64 frame = format_.bytesPerFrame();
+    const qint64 frame = bytesPerFrame();
     const qint64 shortBy = (output_->bufferSize() - bytesWritten_ + frame - 1) / frame * frame;
     if (shortBy > 0) {
         const qint64 written =

@@ -7,7 +7,6 @@
 #include "platform/error.h"
 #include "platform/weakref.h"
 
-#include <QAudioFormat>
 #include <QByteArray>
 #include <QObject>
 #include <QUrl>
@@ -70,7 +69,8 @@ class AudioPlayer : public QObject, public std::enable_shared_from_this<AudioPla
     void finished(bool successfully);
 
   private:
-    AudioPlayer(const QUrl& url, const QAudioFormat& format, QByteArray samples);
+    AudioPlayer(const QUrl& url, int sampleRate, int channels, QByteArray samples);
+    int bytesPerFrame() const { return channels_ * 2; }
     qint64 microsecondsFor(qint64 bytes) const;
     void feed();
     void outputStateChanged();
@@ -80,7 +80,8 @@ class AudioPlayer : public QObject, public std::enable_shared_from_this<AudioPla
 
     QUrl url_;
     WeakRef<AudioPlayerDelegate> delegate_;
-    QAudioFormat format_;
+    int sampleRate_;
+    int channels_;
     QByteArray samples_;  // the whole sound, interleaved 16-bit
     QAudioSink* output_ = nullptr;
     QIODevice* outputDevice_ = nullptr;
