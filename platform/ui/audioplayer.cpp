@@ -1,161 +1,382 @@
 #include "platform/ui/audioplayer.h"
 
+#include "platform/log.h"
 #include "platform/runloop.h"
 
 #include <QApplication>
-#include <QAudioOutput>
+#include <QAudioDevice>
+#include <QAudioFormat>
+#include <QAudioSink>
 #include <QFile>
-#include <QFileInfo>
-#include <QMediaPlayer>
+#include <QMediaDevices>
+#include <QTimer>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libswresample/swresample.h>
+}
 
 namespace platform {
 
 namespace {
 
-// Recognises the containers the FFmpeg backend plays by their first bytes.
-bool looksLikeAudio(const QByteArray& head) {
-    if (head.startsWith("ID3") || head.startsWith("caff") || head.startsWith("fLaC") ||
-        head.startsWith("OggS")) {
-        return true;
-    }
-    if (head.size() >= 12 && (head.startsWith("RIFF") || head.startsWith("FORM"))) {
-        return head.mid(8, 4) == "WAVE" || head.mid(8, 4) == "AIFF" || head.mid(8, 4) == "AIFC";
-    }
-    if (head.size() >= 8 && head.mid(4, 4) == "ftyp") {
-        return true;  // MPEG-4 (m4a)
-    }
-    // A bare MPEG audio frame: 11 sync bits.
-    return head.size() >= 2 && quint8(head[0]) == 0xFF && (quint8(head[1]) & 0xE0) == 0xE0;
-}
+// Longer sounds are refused rather than held in memory whole.
+constexpr qint64 kLongestSoundSeconds = 600;
+// How often the player tops up its output and looks whether the output has played everything.
+constexpr int kPumpMilliseconds = 20;
 
 std::function<void(int)>& systemSoundPlayer() {
     static std::function<void(int)> player;
     return player;
 }
 
+struct Decoded {
+    int sampleRate = 0;
+    int channels = 0;
+    QByteArray samples;
+    QString error;
+};
+
+struct FormatCloser {
+    void operator()(AVFormatContext* c) const { avformat_close_input(&c); }
+};
+struct CodecFreer {
+    void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
+};
+struct ResamplerFreer {
+    void operator()(SwrContext* c) const { swr_free(&c); }
+};
+struct PacketFreer {
+    void operator()(AVPacket* p) const { av_packet_free(&p); }
+};
+struct FrameFreer {
+    void operator()(AVFrame* f) const { av_frame_free(&f); }
+};
+
+// Decodes the first audio stream of a file into interleaved 16-bit samples at the stream's own
+// rate, mono or stereo. Damaged packets are skipped; a file without a single decodable frame is
+// an error.
+Decoded decodeFile(const QString& path) {
+    static const bool quiet = [] {
+        av_log_set_level(AV_LOG_ERROR);  // FFmpeg's warnings about sound files are noise here
+        return true;
+    }();
+    Q_UNUSED(quiet);
+    Decoded out;
+    AVFormatContext* rawFormat = nullptr;
+    if (avformat_open_input(&rawFormat, QFile::encodeName(path).constData(), nullptr, nullptr) <
+        0) {
+        out.error = QStringLiteral("Not an audio file: ") + path;
+        return out;
+    }
+    std::unique_ptr<AVFormatContext, FormatCloser> format(rawFormat);
+    if (avformat_find_stream_info(format.get(), nullptr) < 0) {
+        out.error = QStringLiteral("Not an audio file: ") + path;
+        return out;
+    }
+    const AVCodec* codec = nullptr;
+    const int stream = av_find_best_stream(format.get(), AVMEDIA_TYPE_AUDIO, -1, -1, &codec, 0);
+    if (stream < 0 || codec == nullptr) {
+        out.error = QStringLiteral("No audio in ") + path;
+        return out;
+    }
+    std::unique_ptr<AVCodecContext, CodecFreer> decoder(avcodec_alloc_context3(codec));
+    if (!decoder ||
+        avcodec_parameters_to_context(decoder.get(), format->streams[stream]->codecpar) < 0 ||
+        avcodec_open2(decoder.get(), codec, nullptr) < 0) {
+        out.error = QStringLiteral("Cannot decode ") + path;
+        return out;
+    }
+    const int rate = decoder->sample_rate;
+    const int channels = std::min(decoder->ch_layout.nb_channels, 2);
+    if (rate <= 0 || rate > 384000 || channels <= 0) {
+        out.error = QStringLiteral("Cannot decode ") + path;
+        return out;
+    }
+    if (decoder->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC) {
+        const int count = decoder->ch_layout.nb_channels;
+        av_channel_layout_uninit(&decoder->ch_layout);
+        av_channel_layout_default(&decoder->ch_layout, count);
+    }
+    AVChannelLayout layout;
+    av_channel_layout_default(&layout, channels);
+    SwrContext* rawResampler = nullptr;
+    if (swr_alloc_set_opts2(&rawResampler, &layout, AV_SAMPLE_FMT_S16, rate, &decoder->ch_layout,
+                            decoder->sample_fmt, rate, 0, nullptr) < 0) {
+        out.error = QStringLiteral("Cannot decode ") + path;
+        return out;
+    }
+    std::unique_ptr<SwrContext, ResamplerFreer> resampler(rawResampler);
+    if (swr_init(resampler.get()) < 0) {
+        out.error = QStringLiteral("Cannot decode ") + path;
+        return out;
+    }
+
+    const int frameBytes = channels * 2;
+    const qint64 longest = kLongestSoundSeconds * rate * frameBytes;
+    bool tooLong = false;
+    // Converts one decoded frame (or, given none, what the resampler still holds).
+    auto append = [&](const AVFrame* frame) {
+        const int inSamples = frame != nullptr ? frame->nb_samples : 0;
+        const int room = swr_get_out_samples(resampler.get(), inSamples);
+        if (room <= 0) {
+            return;
+        }
+        const qsizetype start = out.samples.size();
+        if (start + qint64(room) * frameBytes > longest) {
+            tooLong = true;
+            return;
+        }
+        out.samples.resize(start + qsizetype(room) * frameBytes);
+        auto* dest = reinterpret_cast<uint8_t*>(out.samples.data() + start);
+        const int made = swr_convert(
+            resampler.get(), &dest, room,
+            frame != nullptr ? const_cast<const uint8_t**>(frame->extended_data) : nullptr,
+            inSamples);
+        out.samples.resize(start + qsizetype(std::max(made, 0)) * frameBytes);
+    };
+    std::unique_ptr<AVPacket, PacketFreer> packet(av_packet_alloc());
+    std::unique_ptr<AVFrame, FrameFreer> frame(av_frame_alloc());
+    auto receive = [&] {
+        while (!tooLong && avcodec_receive_frame(decoder.get(), frame.get()) >= 0) {
+            append(frame.get());
+            av_frame_unref(frame.get());
+        }
+    };
+    while (!tooLong && av_read_frame(format.get(), packet.get()) >= 0) {
+        if (packet->stream_index == stream &&
+            avcodec_send_packet(decoder.get(), packet.get()) >= 0) {
+            receive();
+        }
+        av_packet_unref(packet.get());
+    }
+    avcodec_send_packet(decoder.get(), nullptr);
+    receive();
+    if (!tooLong) {
+        append(nullptr);
+    }
+    if (tooLong) {
+        out.error = QStringLiteral("Too long to play: ") + path;
+        return out;
+    }
+    if (out.samples.isEmpty()) {
+        out.error = QStringLiteral("No audio could be decoded from ") + path;
+        return out;
+    }
+    out.sampleRate = rate;
+    out.channels = channels;
+    return out;
+}
+
 }  // namespace
 
 std::shared_ptr<AudioPlayer> AudioPlayer::withContentsOfURL(const QUrl& url, Error* error) {
-    auto fail = [&](const QString& message) {
+    auto fail = [&](const QString& domain, int code, const QString& message) {
         if (error != nullptr) {
-            *error = Error::withDescription(kFileErrorDomain, 260, message);
+            *error = Error::withDescription(domain, code, message);
         }
         return nullptr;
     };
     if (!url.isLocalFile()) {
-        return fail(QStringLiteral("Not a local file: ") + url.toString());
+        return fail(kFileErrorDomain, 260, QStringLiteral("Not a local file: ") + url.toString());
     }
-    QFile file(url.toLocalFile());
+    const QString path = url.toLocalFile();
+    QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
-        return fail(QStringLiteral("Cannot read ") + url.toLocalFile());
+        return fail(kFileErrorDomain, 260, QStringLiteral("Cannot read ") + path);
     }
-    if (!looksLikeAudio(file.read(16))) {
-        return fail(QStringLiteral("Not an audio file: ") + url.toLocalFile());
+    file.close();
+    Decoded decoded = decodeFile(path);
+    if (!decoded.error.isEmpty()) {
+        return fail(kAudioErrorDomain, 1, decoded.error);
     }
-    return std::shared_ptr<AudioPlayer>(new AudioPlayer(url));
+    return std::shared_ptr<AudioPlayer>(
+        new AudioPlayer(url, decoded.sampleRate, decoded.channels, std::move(decoded.samples)));
 }
 
-AudioPlayer::AudioPlayer(const QUrl& url) : url_(url) {
-    player_ = new QMediaPlayer(this);
-    output_ = new QAudioOutput(this);
-    player_->setAudioOutput(output_);
-    player_->setSource(url);
-    connect(player_, &QMediaPlayer::mediaStatusChanged, this,
-            [this](QMediaPlayer::MediaStatus status) {
-                if (status == QMediaPlayer::EndOfMedia) {
-                    mediaEnded();
-                } else if (status == QMediaPlayer::InvalidMedia) {
-                    failed(player_->errorString());
-                }
-            });
-    connect(player_, &QMediaPlayer::errorOccurred, this,
-            [this](QMediaPlayer::Error, const QString& message) { failed(message); });
+AudioPlayer::AudioPlayer(const QUrl& url, int sampleRate, int channels, QByteArray samples)
+    : url_(url),
+      sampleRate_(sampleRate),
+      channels_(channels),
+      samples_(std::move(samples)),
+      pump_(new QTimer(this)) {
+    pump_->setInterval(kPumpMilliseconds);
+    connect(pump_, &QTimer::timeout, this, &AudioPlayer::feed);
 }
 
 AudioPlayer::~AudioPlayer() {
-    disconnect(player_, nullptr, this, nullptr);
+    if (output_ != nullptr) {
+        output_->disconnect(this);
+        output_->stop();
+        delete output_;
+    }
 }
 
 bool AudioPlayer::play() {
-    if (player_->error() != QMediaPlayer::NoError) {
-        return false;
+    if (playing_) {
+        return true;
     }
-    if (!playing_) {
+    if (output_ != nullptr && output_->state() == QAudio::SuspendedState) {
+        output_->resume();
+    } else {
+        closeOutput();
+        const QAudioDevice device = QMediaDevices::defaultAudioOutput();
+        if (device.isNull()) {
+            logLine(QStringLiteral("No audio output: %1 is not played").arg(url_.fileName()));
+            return false;
+        }
+        QAudioFormat format;
+        format.setSampleRate(sampleRate_);
+        format.setChannelCount(channels_);
+        format.setSampleFormat(QAudioFormat::Int16);
+        output_ = new QAudioSink(device, format);
+        output_->setVolume(volume_);
+        outputDevice_ = output_->start();
+        if (outputDevice_ == nullptr) {
+            logLine(QStringLiteral("Audio output \"%1\" cannot be opened: %2 is not played")
+                        .arg(device.description(), url_.fileName()));
+            closeOutput();
+            return false;
+        }
+        connect(output_, &QAudioSink::stateChanged, this, &AudioPlayer::outputStateChanged);
+        offset_ = 0;
+        bytesWritten_ = 0;
         loopsLeft_ = loops_;
     }
     playing_ = true;
     selfHold_ = shared_from_this();
-    player_->play();
+    pump_->start();
+    feed();
     return true;
 }
 
 void AudioPlayer::pause() {
-    player_->pause();
-    playing_ = false;
-}
-
-void AudioPlayer::stop() {
-    player_->stop();
-    player_->setPosition(0);
-    playing_ = false;
-    releaseSelf();
-}
-
-float AudioPlayer::volume() const {
-    return output_->volume();
-}
-
-void AudioPlayer::setVolume(float volume) {
-    output_->setVolume(volume);
-}
-
-double AudioPlayer::duration() const {
-    return player_->duration() / 1000.0;
-}
-
-double AudioPlayer::currentTime() const {
-    return player_->position() / 1000.0;
-}
-
-void AudioPlayer::mediaEnded() {
     if (!playing_) {
         return;
     }
-    if (loopsLeft_ != 0) {
-        if (loopsLeft_ > 0) {
-            --loopsLeft_;
-        }
-        // The backend ignores a restart from inside its own end-of-media report (and its own
-        // loop setting): start the next round on the next turn.
-        performAfter(this, 0, [this] {
-            if (playing_) {
-                player_->setPosition(0);
-                player_->play();
-            }
-        });
+    playing_ = false;
+    pump_->stop();
+    output_->suspend();
+    releaseSelf();
+}
+
+void AudioPlayer::stop() {
+    playing_ = false;
+    pump_->stop();
+    closeOutput();
+    releaseSelf();
+}
+
+void AudioPlayer::setVolume(float volume) {
+    volume_ = std::clamp(volume, 0.0f, 1.0f);
+    if (output_ != nullptr) {
+        output_->setVolume(volume_);
+    }
+}
+
+qint64 AudioPlayer::microsecondsFor(qint64 bytes) const {
+    return bytes / bytesPerFrame() * 1000000 / sampleRate_;
+}
+
+double AudioPlayer::duration() const {
+    return microsecondsFor(samples_.size()) / 1e6;
+}
+
+double AudioPlayer::currentTime() const {
+    if (output_ == nullptr || duration() <= 0) {
+        return 0;
+    }
+    return std::fmod(output_->processedUSecs() / 1e6, duration());
+}
+
+// Writes what the output will take, starting the next round when one ends, and finishes once
+// the output has played every byte written to it. (The media backend's own players report their
+// end as soon as the last samples are handed to the output, which then still holds a few hundred
+// milliseconds of them; closing the output there cuts that tail off.)
+void AudioPlayer::feed() {
+    if (!playing_ || outputDevice_ == nullptr) {
         return;
     }
+    qint64 room = output_->bytesFree();
+    while (room > 0) {
+        if (offset_ == samples_.size()) {
+            if (loopsLeft_ == 0) {
+                break;
+            }
+            if (loopsLeft_ > 0) {
+                --loopsLeft_;
+            }
+            offset_ = 0;
+        }
+        const qint64 chunk = std::min<qint64>(room, samples_.size() - offset_);
+        const qint64 written = outputDevice_->write(samples_.constData() + offset_, chunk);
+        if (written <= 0) {
+            return;
+        }
+        offset_ += written;
+        bytesWritten_ += written;
+        room -= written;
+    }
+    if (offset_ != samples_.size() || loopsLeft_ != 0) {
+        return;
+    }
+    // An output starts to play once it holds a buffer's worth: a shorter sound is topped up
+    // with silence, or it would never be heard.
+    const qint64 frame = bytesPerFrame();
+    const qint64 shortBy = (output_->bufferSize() - bytesWritten_ + frame - 1) / frame * frame;
+    if (shortBy > 0) {
+        const qint64 written =
+            outputDevice_->write(QByteArray(std::min(shortBy, room / frame * frame), '\0'));
+        bytesWritten_ += std::max<qint64>(written, 0);
+        return;
+    }
+    // Idle: the output ran dry after the last write, so it has played everything.
+    if (output_->state() == QAudio::IdleState ||
+        output_->processedUSecs() >= microsecondsFor(bytesWritten_)) {
+        finish(true);
+    }
+}
+
+void AudioPlayer::outputStateChanged() {
+    if (!playing_ || output_ == nullptr) {
+        return;
+    }
+    if (output_->state() == QAudio::StoppedState && output_->error() != QAudio::NoError) {
+        logLine(QStringLiteral("Audio output lost: %1 stopped").arg(url_.fileName()));
+        finish(false);
+    } else if (output_->state() == QAudio::IdleState) {
+        feed();  // ran dry: either the end, or more to write at once
+    }
+}
+
+void AudioPlayer::finish(bool successfully) {
     playing_ = false;
+    pump_->stop();
+    closeOutput();
     std::shared_ptr<AudioPlayer> keep = shared_from_this();  // alive through the callbacks
-    emit finished(true);
+    emit finished(successfully);
     if (AudioPlayerDelegate* d = delegate()) {
-        d->audioPlayerDidFinishPlayingSuccessfully(this, true);
+        d->audioPlayerDidFinishPlayingSuccessfully(this, successfully);
     }
     releaseSelf();
 }
 
-void AudioPlayer::failed(const QString& message) {
-    const bool wasPlaying = playing_;
-    playing_ = false;
-    std::shared_ptr<AudioPlayer> keep = selfHold_;
-    if (AudioPlayerDelegate* d = delegate()) {
-        d->audioPlayerDecodeErrorDidOccur(this,
-                                          Error::withDescription(kAudioErrorDomain, 1, message));
+void AudioPlayer::closeOutput() {
+    if (output_ == nullptr) {
+        return;
     }
-    if (wasPlaying) {
-        emit finished(false);
-    }
-    releaseSelf();
+    // Not deleted here: this may run inside the output's own signal. Its destructor runs the
+    // event loop, so it must never be a child that a pending deletion could reach twice.
+    QAudioSink* output = std::exchange(output_, nullptr);
+    outputDevice_ = nullptr;
+    output->disconnect(this);
+    output->stop();
+    output->deleteLater();
 }
 
 void AudioPlayer::releaseSelf() {

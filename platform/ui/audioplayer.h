@@ -1,18 +1,22 @@
-// Sound playback on Qt Multimedia (FFmpeg backend: mp3, m4a and caf): players made from files,
-// freely overlapping, and the system sounds.
+// Sound playback: players made from files (mp3, m4a, caf, wav and the other formats FFmpeg
+// reads), freely overlapping, and the system sounds. A player decodes its whole file when it is
+// made and writes the samples to an audio output of its own, so it knows when the last of them
+// has been heard, and a machine without an audio output only costs a log line.
 #pragma once
 
 #include "platform/error.h"
 #include "platform/weakref.h"
 
+#include <QByteArray>
 #include <QObject>
 #include <QUrl>
 
 #include <functional>
 #include <memory>
 
-class QAudioOutput;
-class QMediaPlayer;
+class QAudioSink;
+class QIODevice;
+class QTimer;
 
 namespace platform {
 
@@ -20,8 +24,8 @@ class AudioPlayer;
 
 class AudioPlayerDelegate : public Referenceable {
   public:
+    // `successfully` is false when the audio output went away while the player played.
     virtual void audioPlayerDidFinishPlayingSuccessfully(AudioPlayer*, bool /*successfully*/) {}
-    virtual void audioPlayerDecodeErrorDidOccur(AudioPlayer*, const Error&) {}
 };
 
 inline const QString kAudioErrorDomain = QStringLiteral("AudioPlayerErrorDomain");
@@ -31,8 +35,8 @@ inline const QString kAudioErrorDomain = QStringLiteral("AudioPlayerErrorDomain"
 class AudioPlayer : public QObject, public std::enable_shared_from_this<AudioPlayer> {
     Q_OBJECT
   public:
-    // No player (and `error` set, if given) when the URL is not a readable local file in a
-    // format the player knows (mp3, AAC/ALAC in an MPEG-4 container, caf, wav, aiff).
+    // No player (and `error` set, if given) when the URL is not a readable local file or holds
+    // no audio that can be decoded.
     static std::shared_ptr<AudioPlayer> withContentsOfURL(const QUrl& url, Error* error = nullptr);
     ~AudioPlayer() override;
 
@@ -41,8 +45,11 @@ class AudioPlayer : public QObject, public std::enable_shared_from_this<AudioPla
     AudioPlayerDelegate* delegate() const { return delegate_.get(); }
     void setDelegate(AudioPlayerDelegate* delegate) { delegate_.reset(delegate); }
 
-    // Starts (or resumes) playing; returns false if the player cannot play.
+    // Starts (or resumes) playing; false, with one log line saying why, when there is no audio
+    // output to play on. The outputs are looked at on every call, so an output that appears
+    // later is used by the next call.
     bool play();
+    // Holds the sound where it is; the player no longer keeps itself alive.
     void pause();
     // Stops and rewinds; the delegate is not told.
     void stop();
@@ -51,27 +58,39 @@ class AudioPlayer : public QObject, public std::enable_shared_from_this<AudioPla
     // 0 plays once, n plays n + 1 times, a negative number repeats until stopped.
     int numberOfLoops() const { return loops_; }
     void setNumberOfLoops(int loops) { loops_ = loops; }
-    float volume() const;
+    float volume() const { return volume_; }
     void setVolume(float volume);
-    // Seconds; 0 until the file's header has been read (shortly after creation).
+    // Seconds.
     double duration() const;
+    // Seconds into the sound that have been heard (0 when stopped or finished).
     double currentTime() const;
 
   signals:
     void finished(bool successfully);
 
   private:
-    explicit AudioPlayer(const QUrl& url);
-    void mediaEnded();
-    void failed(const QString& message);
+    AudioPlayer(const QUrl& url, int sampleRate, int channels, QByteArray samples);
+    int bytesPerFrame() const { return channels_ * 2; }
+    qint64 microsecondsFor(qint64 bytes) const;
+    void feed();
+    void outputStateChanged();
+    void finish(bool successfully);
+    void closeOutput();
     void releaseSelf();
 
     QUrl url_;
     WeakRef<AudioPlayerDelegate> delegate_;
-    QMediaPlayer* player_ = nullptr;
-    QAudioOutput* output_ = nullptr;
+    int sampleRate_;
+    int channels_;
+    QByteArray samples_;  // the whole sound, interleaved 16-bit
+    QAudioSink* output_ = nullptr;
+    QIODevice* outputDevice_ = nullptr;
+    QTimer* pump_ = nullptr;
+    qsizetype offset_ = 0;     // next byte of samples_ to write
+    qint64 bytesWritten_ = 0;  // to the current output, every round included
     int loops_ = 0;
     int loopsLeft_ = 0;
+    float volume_ = 1.0f;
     bool playing_ = false;
     std::shared_ptr<AudioPlayer> selfHold_;
 };
