@@ -102,17 +102,16 @@ Application* Application::sharedApplication() {
 }
 
 Application::Application() : QObject(qApp) {
-    switch (QGuiApplication::applicationState()) {
-        case Qt::ApplicationActive:
+    // The desktop's focus says nothing about whether the user can see us (Qt's own application
+    // state follows it): the phone windows' visibility decides.
+    state_ = StateInactive;
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (qobject_cast<Window*>(widget) != nullptr && widget->isVisible() &&
+            !widget->isMinimized()) {
             state_ = StateActive;
-            break;
-        case Qt::ApplicationInactive:
-            state_ = StateInactive;
-            break;
-        default:
-            state_ = StateBackground;
+        }
     }
-    connect(qApp, &QGuiApplication::applicationStateChanged, this, &Application::applyQtState);
+    qApp->installEventFilter(this);
     connect(qApp, &QCoreApplication::aboutToQuit, this, &Application::aboutToQuit);
     connect(this, &QObject::destroyed, [] { sharedInstance = nullptr; });
 }
@@ -168,6 +167,34 @@ void Application::applyQtState(Qt::ApplicationState qtState) {
         }
         post(kApplicationDidBecomeActiveNotification);
     }
+}
+
+bool Application::eventFilter(QObject* watched, QEvent* event) {
+    const QEvent::Type type = event->type();
+    if ((type == QEvent::Show || type == QEvent::Hide || type == QEvent::WindowStateChange) &&
+        !windowCheckQueued_ && qobject_cast<Window*>(watched) != nullptr) {
+        // Looked at on the next turn, when the widget's own state has settled.
+        windowCheckQueued_ = true;
+        QMetaObject::invokeMethod(this, &Application::followWindows, Qt::QueuedConnection);
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+void Application::followWindows() {
+    windowCheckQueued_ = false;
+    bool anyWindow = false;
+    bool onScreen = false;
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (qobject_cast<Window*>(widget) == nullptr) {
+            continue;
+        }
+        anyWindow = true;
+        onScreen = onScreen || (widget->isVisible() && !widget->isMinimized());
+    }
+    if (!anyWindow) {
+        return;  // nothing shown yet (or the last window gone at exit): the state stays
+    }
+    applyQtState(onScreen ? Qt::ApplicationActive : Qt::ApplicationHidden);
 }
 
 void Application::aboutToQuit() {

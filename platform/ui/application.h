@@ -82,10 +82,11 @@ class Application : public QObject {
     void finishLaunching(const QVariantMap& options = {});
     bool hasFinishedLaunching() const { return finishedLaunching_; }
 
-    // Active while a window of the application has focus, inactive otherwise, background when
-    // Qt reports the application hidden or suspended. Changes post the notifications (resign
+    // Active while a phone window (Window) is on screen, shown and not minimised, whether or not
+    // it has the focus; background once every such window is minimised or hidden; inactive only
+    // in between and before the first window shows. Changes post the notifications (resign
     // active before entering background, enter foreground before becoming active) and call the
-    // delegate. Qt's state changes arrive through applyQtState, which tests may call directly.
+    // delegate. Tests may drive the state directly through applyQtState.
     State applicationState() const { return state_; }
     void applyQtState(Qt::ApplicationState qtState);
 
@@ -139,10 +140,13 @@ class Application : public QObject {
     Application();
     void post(const QString& name);
     void aboutToQuit();
+    bool eventFilter(QObject* watched, QEvent* event) override;
+    void followWindows();
 
     WeakRef<ApplicationDelegate> delegate_;
     State state_ = StateActive;
     bool finishedLaunching_ = false;
+    bool windowCheckQueued_ = false;
     QPointer<Window> keyWindow_;
     std::function<bool(const QUrl&)> opener_;
     QList<QUrl> openedUrls_;
