@@ -50,6 +50,9 @@ class PXBRequest {
     virtual void setLocationWithDescription(const QString& /*description*/) {}
     virtual void addKeyword(const QString& /*keyword*/) {}
 
+    // "PXBRequest<address>: " and the values that are set, one per line (for logs).
+    virtual QString description() const = 0;
+
   protected:
     // Only the private class makes requests.
     PXBRequest() = default;

@@ -63,7 +63,7 @@ class PXBRequestPrivate : public PXBRequest {
     QVariantMap parameters() const;
     // "PXBRequest<0x...>: " and, for what is set, lines for gender, birthday, location, keywords
     // and additional parameters.
-    QString description() const;
+    QString description() const override;
     // The signals module's entry for the ad URL, {key: value}; empty when it has none.
     static QVariantMap spamSignals();
 

@@ -121,6 +121,24 @@ class TestRequest : public QObject {
         QCOMPARE(request->parameters().contains("cust_gender"), !text.isNull());
     }
 
+    void descriptionNamesWhatIsSet() {
+        std::shared_ptr<PXBRequest> request = PXBRequest::request();
+        const QString head =
+            QStringLiteral("PXBRequest<0x%1>: ").arg(quintptr(request.get()), 0, 16);
+        QCOMPARE(request->description(), head);
+        request->setGender(3);  // out of range: no gender part
+        QCOMPARE(request->description(), head);
+        request->setGender(2);
+        request->setLocationWithDescription(QStringLiteral("Harbor Street"));
+        request->addKeyword(QStringLiteral("coffee"));
+        const QString text = request->description();
+        QVERIFY2(text.startsWith(head + QStringLiteral("\ngender:Female\nlocation:Harbor Street"
+                                                       "\nkeywords:")),
+                 qPrintable(text));
+        QVERIFY(text.contains(QStringLiteral("coffee")));
+        QVERIFY(!text.contains(QStringLiteral("birthday")));
+    }
+
     void requestTypeFromString_data() {
         QTest::addColumn<QString>("type");
         QTest::addColumn<int>("number");
