@@ -1,5 +1,7 @@
 #include "urlconnection.h"
 
+#include "cookiestorage.h"
+
 #include <QCoreApplication>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
@@ -10,12 +12,17 @@ namespace platform {
 
 namespace {
 
-// One manager for the whole process, so that cookies are shared between connections.
+// One manager for the whole process, over the process's cookie storage (shared with the web
+// engine and kept across launches).
 QNetworkAccessManager& sharedManager() {
     static QPointer<QNetworkAccessManager> manager;
     if (manager.isNull()) {
         manager = new QNetworkAccessManager(QCoreApplication::instance());
         manager->setRedirectPolicy(QNetworkRequest::ManualRedirectPolicy);
+        if (HttpCookieStorage* storage = HttpCookieStorage::sharedStorage()) {
+            manager->setCookieJar(storage);
+            storage->setParent(QCoreApplication::instance());  // the manager does not own it
+        }
     }
     return *manager;
 }

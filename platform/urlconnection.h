@@ -1,5 +1,6 @@
 // Asynchronous HTTP GET with every callback on the main thread, redirects followed here one hop
-// at a time so the delegate sees (and may stop) each one. No local HTTP cache; cookies are kept.
+// at a time so the delegate sees (and may stop) each one. No local HTTP cache; cookies live in
+// HttpCookieStorage::sharedStorage() (shared with the web engine, kept across launches).
 #pragma once
 
 #include "error.h"

@@ -1,6 +1,7 @@
 #include "platform/ui/webview.h"
 
 #include "platform/clock.h"
+#include "platform/cookiestorage.h"
 #include "platform/log.h"
 #include "platform/ui/application.h"
 
@@ -8,6 +9,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QPointer>
+#include <QWebEngineCookieStore>
 #include <QWebEngineHistory>
 #include <QWebEngineHttpRequest>
 #include <QWebEngineLoadingInfo>
@@ -80,6 +82,53 @@ class MessageSchemeHandler : public QWebEngineUrlSchemeHandler {
         job->fail(QWebEngineUrlRequestJob::RequestDenied);
     }
 };
+
+// The engine takes a host-only cookie (the jar keeps its host, undotted, as domain) without a
+// domain, from an origin of that host.
+QUrl cookieOrigin(const QNetworkCookie& cookie) {
+    QString host = cookie.domain();
+    if (host.startsWith(QLatin1Char('.'))) {
+        host.remove(0, 1);
+    }
+    QUrl origin;
+    origin.setScheme(cookie.isSecure() ? QStringLiteral("https") : QStringLiteral("http"));
+    origin.setHost(host);
+    origin.setPath(QStringLiteral("/"));
+    return origin;
+}
+
+void setEngineCookie(QWebEngineCookieStore* store, QNetworkCookie cookie, QUrl origin) {
+    if (origin.isEmpty()) {
+        origin = cookieOrigin(cookie);
+    }
+    if (!cookie.domain().startsWith(QLatin1Char('.'))) {
+        cookie.setDomain(QString());
+    }
+    if (!cookie.isSessionCookie() && cookie.expirationDate() < QDateTime::currentDateTimeUtc()) {
+        store->deleteCookie(cookie, origin);
+    } else {
+        store->setCookie(cookie, origin);
+    }
+}
+
+// The engine's cookie store and the process's jar hold the same cookies: the engine starts with
+// the jar's, and each side passes on what it sets or drops.
+void shareCookies(QWebEngineCookieStore* store, HttpCookieStorage* jar) {
+    if (jar == nullptr) {
+        return;
+    }
+    for (const QNetworkCookie& cookie : jar->cookies()) {
+        setEngineCookie(store, cookie, QUrl());
+    }
+    QObject::connect(store, &QWebEngineCookieStore::cookieAdded, jar,
+                     &HttpCookieStorage::mirrorCookie);
+    QObject::connect(store, &QWebEngineCookieStore::cookieRemoved, jar,
+                     &HttpCookieStorage::forgetCookie);
+    QObject::connect(jar, &HttpCookieStorage::cookieReceived, store,
+                     [store](const QNetworkCookie& cookie, const QUrl& url) {
+                         setEngineCookie(store, cookie, url);
+                     });
+}
 
 class EngineBackend;
 
@@ -493,6 +542,7 @@ QWebEngineProfile* WebView::profile() {
         auto* handler = new MessageSchemeHandler(shared);
         shared->installUrlSchemeHandler(kMessageUrlScheme.toLatin1(), handler);
         shared->installUrlSchemeHandler(kLegacyMessageUrlScheme.toLatin1(), handler);
+        shareCookies(shared->cookieStore(), HttpCookieStorage::sharedStorage());
     }
     return shared;
 }

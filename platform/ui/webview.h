@@ -157,8 +157,10 @@ class WebView : public View {
     // Every WebView created while a factory is set uses the back-end it makes (tests use the
     // scripted one of scriptablewebview.h); an empty factory restores the engine.
     static void setBackendFactory(BackendFactory factory);
-    // The process-wide off-the-record profile of every engine-backed view (cookies last for the
-    // process). Unknown URL schemes reach the navigation check.
+    // The process-wide off-the-record profile of every engine-backed view. Its cookies are
+    // HttpCookieStorage::sharedStorage()'s, mirrored both ways, so they are UrlConnection's too
+    // and the lasting ones are kept across launches (see cookiestorage.h for why the jar, not
+    // the engine, keeps them). Unknown URL schemes reach the navigation check.
     static QWebEngineProfile* profile();
 
     // For back-ends: report the engine's events. shouldStartLoad asks the delegate (adding the

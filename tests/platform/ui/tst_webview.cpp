@@ -1,8 +1,10 @@
 #include "platform/ui/webview.h"
 #include "platform/ui/webviewpaint.h"
+#include "platform/urlconnection.h"
 #include "support/httptestserver.h"
 #include "uitestmain.h"
 
+#include <QProcess>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QWebEngineView>
@@ -372,6 +374,96 @@ class TestWebView : public QObject {
         view.stringByEvaluatingJavaScriptFromString("document.body.textContent",
                                                     [&](const QString& r) { body = r; });
         QTRY_COMPARE(body, QStringLiteral("sorry"));
+    }
+
+    // One jar for pages and connections; its lasting cookies reach the next launch (a process of
+    // its own over this suite's profile, which loads a page and makes a connection).
+    void cookiesAreSharedWithConnectionsAndKeptAcrossLaunches_data() {
+        QTest::addColumn<QString>("setBy");
+        QTest::addColumn<QString>("cookie");
+        QTest::addColumn<bool>("kept");
+        QTest::newRow("page header, lasting") << "header"
+                                              << "p1=a; Max-Age=3600; Path=/" << true;
+        QTest::newRow("page script, lasting") << "script"
+                                              << "p2=b; max-age=3600; path=/" << true;
+        QTest::newRow("page header, session") << "header"
+                                              << "p3=c; Path=/" << false;
+        QTest::newRow("connection, lasting") << "connection"
+                                             << "c1=d; Max-Age=3600; Path=/" << true;
+        QTest::newRow("connection, session") << "connection"
+                                             << "c2=e; Path=/" << false;
+    }
+    void cookiesAreSharedWithConnectionsAndKeptAcrossLaunches() {
+        QFETCH(QString, setBy);
+        QFETCH(QString, cookie);
+        QFETCH(bool, kept);
+        const QByteArray pair = cookie.section(QLatin1Char(';'), 0, 0).toUtf8();
+        server_.route(QStringLiteral("/set"), [=](const auto&) {
+            HttpTestResponse r;
+            r.headers = {{"Content-Type", "text/html"}};
+            if (setBy == QLatin1String("script")) {
+                r.body = "<html><body><script>document.cookie = '" + cookie.toUtf8() +
+                         "';</script></body></html>";
+            } else {
+                r.headers.append({"Set-Cookie", cookie.toUtf8()});
+            }
+            return r;
+        });
+        server_.route(QStringLiteral("/echo"), [](const auto&) {
+            HttpTestResponse r;
+            r.headers = {{"Content-Type", "text/html"}};
+            r.body = "<html><body>echo</body></html>";
+            return r;
+        });
+        struct Connection : UrlConnectionDelegate {
+            bool done = false;
+            void connectionDidFinishLoading(UrlConnection&) override { done = true; }
+            void connectionDidFailWithError(UrlConnection&, const Error&) override { done = true; }
+        };
+        const auto fetch = [](const QUrl& url) {
+            Connection delegate;
+            UrlConnection connection{UrlRequest(url), &delegate};
+            return QTest::qWaitFor([&] { return delegate.done; }, 10000);
+        };
+        const auto sent = [&](const QString& query) {
+            for (const auto& r : server_.requests()) {
+                if (r.path != QLatin1String("/echo") || r.query != query) {
+                    continue;
+                }
+                for (const QByteArray& part : r.header("Cookie").split(';')) {
+                    if (part.trimmed() == pair) {
+                        return true;
+                    }
+                }
+            }
+            return false;
+        };
+        WebView view;
+        RecordingDelegate delegate(view);
+        if (setBy == QLatin1String("connection")) {
+            QVERIFY(fetch(server_.url(QStringLiteral("/set"))));
+            view.loadRequest(UrlRequest(server_.url(QStringLiteral("/echo?page"))));
+            QTRY_VERIFY_WITH_TIMEOUT(delegate.events.contains(QStringLiteral("finish")), 10000);
+            QVERIFY(sent(QStringLiteral("page")));
+        } else {
+            view.loadRequest(UrlRequest(server_.url(QStringLiteral("/set"))));
+            QTRY_VERIFY_WITH_TIMEOUT(delegate.events.contains(QStringLiteral("finish")), 10000);
+            QVERIFY(fetch(server_.url(QStringLiteral("/echo?connection"))));
+            QVERIFY(sent(QStringLiteral("connection")));
+        }
+
+        server_.clearRequests();
+        QProcess launch;
+        launch.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        launch.start(QCoreApplication::applicationDirPath() + QStringLiteral("/cookie_probe"),
+                     {QCoreApplication::applicationName(),
+                      server_.url(QStringLiteral("/echo?page")).toString(),
+                      server_.url(QStringLiteral("/echo?connection")).toString()});
+        QVERIFY(launch.waitForStarted());
+        QTRY_COMPARE_WITH_TIMEOUT(launch.state(), QProcess::NotRunning, 60000);
+        QCOMPARE(launch.exitCode(), 0);
+        QCOMPARE(sent(QStringLiteral("page")), kept);
+        QCOMPARE(sent(QStringLiteral("connection")), kept);
     }
 
     void stopLoadingReportsACancelledLoad() {
