@@ -144,7 +144,9 @@ class EnginePage : public QWebEnginePage {
 };
 
 // Adds the "Referer" a caller gave loadRequest to the engine's request for that page (and only
-// to that one: later loads of the same URL go without it).
+// to that one: later loads of the same URL go without it). The engine cancels a request whose
+// referrer says more than its referrer policy lets through, so another site is told the
+// referrer's origin only, and a page that leaves https for http is told nothing.
 class RefererInterceptor : public QWebEngineUrlRequestInterceptor {
   public:
     using QWebEngineUrlRequestInterceptor::QWebEngineUrlRequestInterceptor;
@@ -163,9 +165,28 @@ class RefererInterceptor : public QWebEngineUrlRequestInterceptor {
             return;
         }
         if (auto it = pending_.constFind(info.requestUrl()); it != pending_.constEnd()) {
-            info.setHttpHeader(QByteArrayLiteral("Referer"), it.value());
+            const QByteArray referer =
+                allowedPart(QUrl(QString::fromLatin1(it.value())), info.requestUrl(), it.value());
+            if (!referer.isEmpty()) {
+                info.setHttpHeader(QByteArrayLiteral("Referer"), referer);
+            }
             pending_.erase(it);
         }
+    }
+
+    static QByteArray allowedPart(const QUrl& referer, const QUrl& target, const QByteArray& full) {
+        if (referer.scheme() == QLatin1String("https") && target.scheme() != referer.scheme()) {
+            return {};
+        }
+        if (referer.scheme() == target.scheme() && referer.host() == target.host() &&
+            referer.port() == target.port()) {
+            return full;
+        }
+        return referer
+                   .adjusted(QUrl::RemovePath | QUrl::RemoveQuery | QUrl::RemoveFragment |
+                             QUrl::RemoveUserInfo)
+                   .toEncoded() +
+               '/';
     }
 
   private:
