@@ -68,6 +68,13 @@ void prepareApplication() {
     prepared = true;
     // The web engine's widgets share OpenGL contexts with the rest of the application.
     QCoreApplication::setAttribute(Qt::AA_ShareOpenGLContexts);
+    // Full screens cover the banner's web view. Drawn through OpenGL, the engine's widgets are
+    // composed over the window's other widgets whatever their stacking (the banner showed through
+    // the browser, whose own page stayed blank); drawn into the window's backing store like any
+    // widget, they stack as widgets do.
+    if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND")) {
+        qputenv("QT_QUICK_BACKEND", "software");
+    }
     // Qt 6.4 defaults to GStreamer on Linux; the FFmpeg backend decodes mp3, m4a and caf alike.
     if (qEnvironmentVariableIsEmpty("QT_MEDIA_BACKEND")) {
         qputenv("QT_MEDIA_BACKEND", "ffmpeg");
