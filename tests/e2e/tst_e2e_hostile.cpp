@@ -4,9 +4,7 @@
 // ad still shows.
 #include "e2eharness.h"
 
-#include "ads/bridge/PXBWebViewDelegate.h"
 #include "platform/notificationcenter.h"
-#include "platform/userdefaults.h"
 
 #include <QLoggingCategory>
 
@@ -47,22 +45,15 @@ int logCount(const QString& text) {
 class TestHostileEndToEnd : public QObject {
     Q_OBJECT
     Harness h;
-    QStringList actions_;   // web actions of the banner's page ("a", else "u")
     QVariantMap doneInfo_;  // the parameters of the page's "done" message
     bool doneSeen_ = false;
 
-    // Watches the banner's page for its web actions and its closing "done" message.
+    // Watches for the page's closing "done" message.
     void watchPage() {
-        actions_.clear();
         doneInfo_.clear();
         doneSeen_ = false;
         auto& center = platform::NotificationCenter::defaultCenter();
         center.removeObserver(this);
-        center.addObserver(this, PXBWebViewDelegateDidReceiveWebAction, h.webView(),
-                           [this](const platform::Notification& n) {
-                               const QString a = n.userInfo.value(QStringLiteral("a")).toString();
-                               actions_ << (a.isEmpty() ? n.userInfo.value("u").toString() : a);
-                           });
         center.addObserver(this, QStringLiteral("done"), nullptr,
                            [this](const platform::Notification& n) {
                                doneInfo_ = n.userInfo;
