@@ -247,8 +247,14 @@ void AdServer::Private::applyFaults(HttpResponse& response, const Faults& faults
         }
         response.body += padding;
     }
+    if (faults.body) {
+        response.body = *faults.body;
+    }
     if (faults.emptyBody) {
         response.body.clear();
+    }
+    if (!faults.location.isEmpty()) {
+        response.setHeader("Location", faults.location.toUtf8());
     }
     if (faults.repeatedHeader) {
         QList<QPair<QByteArray, QByteArray>> repeated;
@@ -267,6 +273,7 @@ void AdServer::Private::applyFaults(HttpResponse& response, const Faults& faults
     }
     response.delayMs = faults.delayMs;
     response.drop = faults.drop;
+    response.truncate = faults.truncate;
 }
 
 QString AdServer::Private::landingUrl(const Creative& creative, const QString& origin) const {
@@ -394,6 +401,10 @@ HttpResponse AdServer::Private::serveAd(const HttpRequest& request,
         }
         for (const QString& url : creative->trackingUrls) {
             tracking.append(absolute(url));
+        }
+        for (int i = 1; i <= faults.extraTrackingUrls; ++i) {
+            tracking.append(here + QStringLiteral("/t/imp?") + tag +
+                            QStringLiteral("&extra=%1").arg(i));
         }
         QStringList clicks;
         if (creative->trackClicks) {

@@ -6,6 +6,8 @@
 #include <QTimer>
 #include <QUrl>
 
+#include <algorithm>
+
 namespace adserver {
 
 QByteArray HttpRequest::header(const QByteArray& name) const {
@@ -181,7 +183,12 @@ class HttpListener::Connection : public QObject {
             deleteLater();
             return;
         }
-        write(serialize(response));
+        QByteArray bytes = serialize(response);
+        if (response.truncate && !response.headOnly) {
+            // At least one byte short of what "Content-Length" announced; the close follows.
+            bytes.chop(std::max<qsizetype>(1, response.body.size() - response.body.size() / 2));
+        }
+        write(bytes);
     }
 
   private:

@@ -32,7 +32,8 @@ struct HttpResponse {
     QList<QPair<QByteArray, QByteArray>> headers;
     QByteArray body;
     int delayMs = 0;
-    bool drop = false;  // close the connection without an answer
+    bool drop = false;      // close the connection without an answer
+    bool truncate = false;  // close the connection half way through the announced body
     bool headOnly = false;
     void setHeader(const QByteArray& name, const QByteArray& value);
     QByteArray header(const QByteArray& name) const;

@@ -14,12 +14,14 @@ namespace {
 constexpr qint64 kMaxOversize = 64LL * 1024 * 1024;
 constexpr qint64 kMaxDelayMs = 120000;
 constexpr qint64 kMaxRedirects = 50;
+constexpr qint64 kMaxExtraTrackingUrls = 1000;
 constexpr qint64 kMaxInventoryBytes = 16LL * 1024 * 1024;
 
 const QStringList& scriptReplies() {
-    static const QStringList replies{QStringLiteral("loadAdURL"), QStringLiteral("errors"),
-                                     QStringLiteral("invalidRequest"),
-                                     QStringLiteral("unableToServe"), QStringLiteral("none")};
+    static const QStringList replies{
+        QStringLiteral("loadAdURL"),     QStringLiteral("errors"), QStringLiteral("invalidRequest"),
+        QStringLiteral("unableToServe"), QStringLiteral("none"),   QStringLiteral("twice"),
+        QStringLiteral("unknown"),       QStringLiteral("throw")};
     return replies;
 }
 
@@ -118,6 +120,18 @@ void Faults::mergeJson(const QJsonObject& json) {
             }
         } else if (key == QLatin1String("creative")) {
             creative = value.toString();
+        } else if (key == QLatin1String("truncate")) {
+            truncate = asBool(value);
+        } else if (key == QLatin1String("location")) {
+            location = value.toString();
+        } else if (key == QLatin1String("body")) {
+            body = value.toString().toUtf8();
+        } else if (key == QLatin1String("bodyHex")) {
+            body = QByteArray::fromHex(value.toString().toLatin1());
+        } else if (key == QLatin1String("extraTrackingUrls")) {
+            if (const auto n = asInteger(value)) {
+                extraTrackingUrls = int(qBound<qint64>(qint64(0), *n, kMaxExtraTrackingUrls));
+            }
         }
     }
 }
@@ -166,6 +180,18 @@ QJsonObject Faults::toJson() const {
     }
     if (!creative.isEmpty()) {
         json.insert(QStringLiteral("creative"), creative);
+    }
+    if (truncate) {
+        json.insert(QStringLiteral("truncate"), true);
+    }
+    if (!location.isEmpty()) {
+        json.insert(QStringLiteral("location"), location);
+    }
+    if (body) {
+        json.insert(QStringLiteral("bodyHex"), QString::fromLatin1(body->toHex()));
+    }
+    if (extraTrackingUrls) {
+        json.insert(QStringLiteral("extraTrackingUrls"), extraTrackingUrls);
     }
     return json;
 }

@@ -23,7 +23,11 @@ struct Faults {
     bool malformedHeader = false;
     bool repeatedHeader = false;
     bool emptyBody = false;
-    bool drop = false;    // close the connection without answering
+    bool drop = false;               // close the connection without answering
+    bool truncate = false;           // announce the whole body, send half of it, then close
+    QString location;                // a "Location" header with this URL (any scheme)
+    std::optional<QByteArray> body;  // the body replaced by these bytes ("body" or "bodyHex")
+    int extraTrackingUrls = 0;       // this many more impression URLs in one header
     QString scriptReply;  // "loadAdURL", "errors", "invalidRequest", "unableToServe", "none"
     QString creative;     // serve this creative instead of the next in rotation
 

@@ -155,8 +155,10 @@ void PXBCachedFile::beginFetchWithCacheBuster(bool cacheBuster) {
     if (!userAgent.isEmpty()) {
         request.setValueForHTTPHeaderField(userAgent, QStringLiteral("User-Agent"));
     }
+    // A stored copy that does not read as text is as good as none: asking whether it is still
+    // current would keep it for as long as the server's file stays the same.
     const QString modified = fileModificationDate();
-    if (!modified.isNull()) {
+    if (!modified.isNull() && !content().isNull()) {
         request.setValueForHTTPHeaderField(modified, QStringLiteral("If-Modified-Since"));
     }
     connection_ = std::make_unique<UrlConnection>(

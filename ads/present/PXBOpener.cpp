@@ -165,7 +165,12 @@ void PXBOpener::openNotification(const PXBNotification& notification) {
     const QVariant u = parameters.value(QStringLiteral("u"));
     QUrl url;
     if (u.typeId() == QMetaType::QString && !u.toString().isEmpty()) {
-        url = QUrl(u.toString());
+        // Text that is no well-formed URL (a broken escape, a blank) is no URL either, rather
+        // than a relative one that opens a screen onto nothing.
+        url = QUrl(u.toString(), QUrl::StrictMode);
+        if (!url.isValid()) {
+            url = QUrl();
+        }
     }
     const QVariant htmlValue = parameters.value(QStringLiteral("html"));
     const QString html =

@@ -92,6 +92,8 @@
     if (reply === 'loadAdURL' && wellFormed && (!unit || unit.paused)) {
       reply = 'unableToServe';
     }
+    // Answers that send nothing the client can see leave this trace in the console.
+    if (global.console && global.console.log) global.console.log('ZELM_buildAdURL answers ' + reply);
     switch (reply) {
       case 'none':
         return;
@@ -107,11 +109,20 @@
       case 'errors':
         navigate(messageURL('loadAdURL', { errors: 'the ad server refused the request' }));
         return;
+      case 'unknown':
+        navigate(messageURL('noSuchAnswer', { slotname: slot }));
+        return;
+      case 'throw':
+        throw new Error('the support script gave up on ' + slot);
     }
-    navigate(messageURL('loadAdURL', {
+    var answer = messageURL('loadAdURL', {
       url: origin() + AD_PATH + '?' + queryString(params),
       type: (unit && unit.type) || 'html'
-    }));
+    });
+    navigate(answer);
+    if (reply === 'twice') {
+      navigate(answer);
+    }
   };
 
   var listeners = {};

@@ -9,6 +9,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QPointer>
+#include <QTimer>
 #include <QWebEngineCookieStore>
 #include <QWebEngineHistory>
 #include <QWebEngineHttpRequest>
@@ -29,6 +30,10 @@
 namespace platform {
 
 namespace {
+
+// The engine's longest URL, and what a data: URL of HTML carries besides the encoded page.
+constexpr qsizetype kEngineMaxUrlLength = 2 * 1024 * 1024;
+constexpr qsizetype kDataUrlOverhead = 64;
 
 WebView::BackendFactory& backendFactory() {
     static WebView::BackendFactory factory;
@@ -138,6 +143,12 @@ class EnginePage : public QWebEnginePage {
 
   protected:
     bool acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) override;
+    // A page never holds the application in a modal dialog: alerts are logged, confirmations
+    // refused and prompts answered with nothing, as a page without a window to ask in would.
+    void javaScriptAlert(const QUrl& securityOrigin, const QString& msg) override;
+    bool javaScriptConfirm(const QUrl& securityOrigin, const QString& msg) override;
+    bool javaScriptPrompt(const QUrl& securityOrigin, const QString& msg,
+                          const QString& defaultValue, QString* result) override;
 
   private:
     EngineBackend* backend_;
@@ -225,6 +236,19 @@ class EngineBackend : public QObject, public WebViewBackend {
         pendingHtml_.push_back({html.toUtf8(), UrlRequest(shown)});
         if (pendingHtml_.size() > 8) {
             pendingHtml_.pop_front();
+        }
+        // The engine takes the page as a data: URL, base-64 encoded, and silently drops one
+        // longer than its URL limit: the load would neither finish nor fail.
+        const QByteArray bytes = html.toUtf8();
+        if ((bytes.size() + 2) / 3 * 4 + kDataUrlOverhead > kEngineMaxUrlLength) {
+            logLine(QStringLiteral("<Sorvel> Page of %1 bytes is too large for the web view")
+                        .arg(bytes.size()));
+            QTimer::singleShot(0, this, [this] {
+                view_->didFailLoad(Error::withDescription(
+                    kWebViewErrorDomain, kWebViewErrorPageTooLarge,
+                    QStringLiteral("the page is too large for the web view")));
+            });
+            return;
         }
         page()->setHtml(html, baseUrl);
     }
@@ -514,6 +538,21 @@ EnginePage::EnginePage(QWebEngineProfile* profile, EngineBackend* backend)
 
 bool EnginePage::acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) {
     return backend_->acceptNavigation(url, type, isMainFrame);
+}
+
+void EnginePage::javaScriptAlert(const QUrl& /*securityOrigin*/, const QString& msg) {
+    logDebug(QStringLiteral("<Sorvel> Page alert not shown: %1").arg(msg));
+}
+
+bool EnginePage::javaScriptConfirm(const QUrl& /*securityOrigin*/, const QString& msg) {
+    logDebug(QStringLiteral("<Sorvel> Page confirmation refused: %1").arg(msg));
+    return false;
+}
+
+bool EnginePage::javaScriptPrompt(const QUrl& /*securityOrigin*/, const QString& msg,
+                                  const QString& /*defaultValue*/, QString* /*result*/) {
+    logDebug(QStringLiteral("<Sorvel> Page prompt not answered: %1").arg(msg));
+    return false;
 }
 
 }  // namespace

@@ -47,6 +47,8 @@ inline constexpr int kWebViewErrorCancelled = -999;
 // Error code of a load whose own next step was refused: a redirect the delegate turned down or
 // that leads to a scheme the engine does not load.
 inline constexpr int kWebViewErrorFrameLoadInterrupted = 102;
+// Error code of an HTML string too large for the engine to load.
+inline constexpr int kWebViewErrorPageTooLarge = 103;
 
 class WebViewDelegate : public Referenceable {
   public:

@@ -1,0 +1,426 @@
+// Nothing an ad server or an ad can do breaks the sound board: a hostile script host, ad endpoint,
+// steering headers, trackers, ad pages and in-ad messages, each driven through the reference ad
+// server's fault switches. Every row checks what the client does about it and then that a good
+// ad still shows.
+#include "e2eharness.h"
+
+#include "platform/notificationcenter.h"
+
+#include <QLoggingCategory>
+
+#include <cmath>
+#include <limits>
+
+using e2e::Harness;
+
+namespace {
+const QString kScriptPath = QStringLiteral("/zelm/sdk-core-v40.js");
+const QString kUnit = QStringLiteral("e2e0000000000a1");
+constexpr int kWait = 10000;
+
+QVariantMap fault(const char* key, const QVariant& value) {
+    return {{QStringLiteral("zf_") + QLatin1String(key), value}};
+}
+
+QVariantMap faults(std::initializer_list<std::pair<const char*, QVariant>> entries) {
+    QVariantMap map;
+    for (const auto& [key, value] : entries) {
+        map.insert(QStringLiteral("zf_") + QLatin1String(key), value);
+    }
+    return map;
+}
+
+bool logHas(const QString& text) {
+    return std::any_of(e2e::logLines().begin(), e2e::logLines().end(),
+                       [&](const QString& line) { return line.contains(text); });
+}
+
+int logCount(const QString& text) {
+    return static_cast<int>(
+        std::count_if(e2e::logLines().begin(), e2e::logLines().end(),
+                      [&](const QString& line) { return line.contains(text); }));
+}
+}  // namespace
+
+class TestHostileEndToEnd : public QObject {
+    Q_OBJECT
+    Harness h;
+    QVariantMap doneInfo_;  // the parameters of the page's "done" message
+    bool doneSeen_ = false;
+
+    // Watches for the page's closing "done" message.
+    void watchPage() {
+        doneInfo_.clear();
+        doneSeen_ = false;
+        auto& center = platform::NotificationCenter::defaultCenter();
+        center.removeObserver(this);
+        center.addObserver(this, QStringLiteral("done"), nullptr,
+                           [this](const platform::Notification& n) {
+                               doneInfo_ = n.userInfo;
+                               doneSeen_ = true;
+                           });
+    }
+
+    // Whatever the row did, a fresh banner with good answers shows an ad.
+    void aGoodAdStillShows() {
+        h.server.setPathFaults(kScriptPath, {});
+        h.addBanner(kUnit);
+        h.load({{QStringLiteral("zf_creative"), QStringLiteral("plain")}});
+        QTRY_COMPARE_WITH_TIMEOUT(h.state(), int(kPXBAdStateShown), kWait);
+        QCOMPARE(h.recorder.events, QStringList{QStringLiteral("receive")});
+    }
+
+  private slots:
+    void initTestCase() {
+        // The pages' console lines (the support script says when it answers nothing).
+        QLoggingCategory::setFilterRules(QStringLiteral("js.info=true\njs.debug=true"));
+        QVERIFY(h.start(QStringLiteral("hostile.json")));
+        aGoodAdStillShows();  // the script is fetched and cached
+    }
+
+    void cleanup() {
+        platform::NotificationCenter::defaultCenter().removeObserver(this);
+        h.server.setPathFaults(kScriptPath, {});
+        h.removeBanner();
+    }
+
+    void scriptHostFaults_data() {
+        QTest::addColumn<QJsonObject>("scriptFault");  // on the script's path, none cached
+        QTest::addColumn<QString>("reply");            // the script's answer ("" as it should)
+        QTest::addColumn<int>("state");
+        QTest::addColumn<QString>("event");    // to the banner delegate; "" none
+        QTest::addColumn<QString>("logLine");  // waited for when there is no event
+        QTest::addColumn<int>("adRequests");
+        const QJsonObject none;
+        // clang-format off
+        QTest::newRow("script 404: script failed, network error") << QJsonObject{{"status", 404}} << "" << 2 << "fail 2" << "" << 0;
+        QTest::newRow("script 500: script failed, network error") << QJsonObject{{"status", 500}} << "" << 2 << "fail 2" << "" << 0;
+        QTest::newRow("script connection dropped: network error") << QJsonObject{{"drop", true}} << "" << 2 << "fail 2" << "" << 0;
+        QTest::newRow("script cut off mid-body: network error, nothing kept") << QJsonObject{{"truncate", true}} << "" << 2 << "fail 2" << "" << 0;
+        QTest::newRow("script body is HTML: no answer, stays building") << QJsonObject{{"body", "<html><body>Service unavailable</body></html>"}}
+            << "" << 3 << "" << "ZELM_buildAdURL is not defined" << 0;
+        QTest::newRow("script body is not UTF-8: refused, network error") << QJsonObject{{"bodyHex", "fffe80c328a0a1"}}
+            << "" << 2 << "fail 2" << "" << 0;
+        QTest::newRow("script of 3 MiB: page too large, stays building") << QJsonObject{{"oversizeBytes", 3 * 1024 * 1024}}
+            << "" << 3 << "" << "too large for the web view" << 0;
+        QTest::newRow("script throws: stays building") << none << "throw" << 3 << "" << "the support script gave up" << 0;
+        QTest::newRow("script never answers: stays building") << none << "none" << 3 << "" << "ZELM_buildAdURL answers none" << 0;
+        QTest::newRow("script answers an unknown message: ignored") << none << "unknown" << 3 << "" << "ZELM_buildAdURL answers unknown" << 0;
+        QTest::newRow("script answers twice: one ad request") << none << "twice" << 6 << "receive" << "" << 1;
+        // clang-format on
+    }
+
+    void scriptHostFaults() {
+        QFETCH(QJsonObject, scriptFault);
+        QFETCH(QString, reply);
+        QFETCH(int, state);
+        QFETCH(QString, event);
+        QFETCH(QString, logLine);
+        QFETCH(int, adRequests);
+        if (!scriptFault.isEmpty()) {
+            h.forgetScript(false);
+            h.server.setPathFaults(kScriptPath, scriptFault);
+        }
+        const qint64 mark = h.server.lastLogSeq();
+        h.addBanner(kUnit);
+        QVariantMap extras = fault("creative", "plain");
+        if (!reply.isEmpty()) {
+            extras.insert(QStringLiteral("zf_scriptReply"), reply);
+        }
+        h.load(extras);
+        if (event.isEmpty()) {
+            QTRY_VERIFY2_WITH_TIMEOUT(logHas(logLine),
+                                      qPrintable(QStringLiteral("state %1, %2: ")
+                                                     .arg(h.state())
+                                                     .arg(h.recorder.events.join(' ')) +
+                                                 e2e::logLines().join('\n')),
+                                      kWait);
+        } else {
+            QTRY_VERIFY_WITH_TIMEOUT(!h.recorder.events.isEmpty(), kWait);
+            QCOMPARE(h.recorder.events, QStringList{event});
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(h.state(), state, kWait);
+        if (state == kPXBAdStateBuildingURL) {
+            // Stuck waiting for an answer: no refresh, and a further load is swallowed.
+            QVERIFY(!h.ad()->isReloadTimerActive());
+            h.load();
+            QCOMPARE(h.state(), state);
+            QVERIFY(h.recorder.events.isEmpty());
+        }
+        if (reply == QLatin1String("twice")) {
+            // The second answer finds the hidden page gone; wait for it to have come and gone.
+            QTRY_VERIFY_WITH_TIMEOUT(!h.requestsTo(QStringLiteral("/t/imp"), mark).isEmpty(),
+                                     kWait);
+        }
+        QCOMPARE(h.requestsTo(QStringLiteral("/ad"), mark).size(), adRequests);
+        if (state == kPXBAdStateBuildingURL && !scriptFault.isEmpty()) {
+            // A 200 answer is the day's script, however broken: only a new day fetches again.
+            h.forgetScript(false);
+        }
+        aGoodAdStillShows();
+    }
+
+    void adEndpointFaults_data() {
+        QTest::addColumn<QVariantMap>("extras");
+        QTest::addColumn<int>("state");
+        QTest::addColumn<QString>("event");
+        QTest::addColumn<QString>("logLine");
+        const QString rejected = QStringLiteral(
+            "<Sorvel> Server rejected ad parameters.  Typically this is because the ad unit ID "
+            "is incorrect.");
+        // clang-format off
+        QTest::newRow("ad 204: failed, network error") << fault("status", 204) << 7 << "fail 2" << "";
+        QTest::newRow("ad 302 without Location: failed, network error") << fault("status", 302) << 7 << "fail 2" << "";
+        QTest::newRow("ad 400: parameters rejected") << fault("status", 400) << 7 << "fail 0" << rejected;
+        QTest::newRow("ad 401: server error") << fault("status", 401) << 7 << "fail 3" << "";
+        QTest::newRow("ad 404: server error") << fault("status", 404) << 7 << "fail 3" << "";
+        QTest::newRow("ad 500: server error") << fault("status", 500) << 7 << "fail 3" << "";
+        QTest::newRow("ad 503: server error") << fault("status", 503) << 7 << "fail 3" << "";
+        QTest::newRow("ad 599: server error") << fault("status", 599) << 7 << "fail 3" << "";
+        QTest::newRow("ad after 10 redirects: shown") << fault("redirects", 10) << 6 << "receive" << "";
+        QTest::newRow("ad redirect loop: network error") << fault("redirectLoop", 1) << 7 << "fail 2" << "";
+        QTest::newRow("ad redirect to file:: network error") << faults({{"status", 302}, {"location", "file:///etc/passwd"}}) << 7 << "fail 2" << "";
+        QTest::newRow("ad redirect to qmsg:: network error") << faults({{"status", 302}, {"location", "qmsg:///loadAdURL?url=x"}}) << 7 << "fail 2" << "";
+        QTest::newRow("ad redirect to javascript:: network error") << faults({{"status", 302}, {"location", "javascript:alert(1)"}}) << 7 << "fail 2" << "";
+        QTest::newRow("ad empty body: no fill") << fault("emptyBody", 1) << 7 << "fail 1" << "";
+        QTest::newRow("ad blank body: no fill") << fault("creative", "blank") << 7 << "fail 1" << "";
+        QTest::newRow("ad bytes not UTF-8: unreadable, no fill") << fault("bodyHex", "3c68746d6c3e3c626f64793eff fe 80 c3 28 3c2f626f64793e3c2f68746d6c3e") << 7 << "fail 1" << "";
+        QTest::newRow("ad X-Zelm headers repeated: shown") << fault("repeatedHeader", 1) << 6 << "receive" << "";
+        QTest::newRow("ad header line without colon: shown or network error") << fault("malformedHeader", 1) << -1 << "" << "";
+        QTest::newRow("ad connection dropped: network error") << fault("drop", 1) << 7 << "fail 2" << "";
+        QTest::newRow("ad cut off mid-body: network error") << fault("truncate", 1) << 7 << "fail 2" << "";
+        QTest::newRow("ad of 3 MiB: page too large, network error") << fault("oversizeBytes", 3 * 1024 * 1024) << 7 << "fail 2" << "";
+        // clang-format on
+    }
+
+    void adEndpointFaults() {
+        QFETCH(QVariantMap, extras);
+        QFETCH(int, state);
+        QFETCH(QString, event);
+        QFETCH(QString, logLine);
+        h.addBanner(kUnit);
+        if (!extras.contains(QStringLiteral("zf_creative"))) {
+            extras.insert(QStringLiteral("zf_creative"), QStringLiteral("plain"));
+        }
+        h.load(extras);
+        QTRY_VERIFY_WITH_TIMEOUT(!h.recorder.events.isEmpty(), kWait);
+        if (state < 0) {
+            // Either reading is right; what matters is an answer and a working client after.
+            QVERIFY2(h.recorder.events == QStringList{QStringLiteral("receive")} ||
+                         h.recorder.events == QStringList{QStringLiteral("fail 2")},
+                     qPrintable(h.recorder.events.join(' ')));
+        } else {
+            QCOMPARE(h.recorder.events, QStringList{event});
+            QCOMPARE(h.state(), state);
+        }
+        if (!logLine.isEmpty()) {
+            QVERIFY2(logHas(logLine), qPrintable(e2e::logLines().join('\n')));
+        }
+        aGoodAdStillShows();
+    }
+
+    void garbageSteeringHeaders_data() {
+        QTest::addColumn<QString>("creative");
+        QTest::addColumn<double>("reloadSeconds");  // NaN: not checked
+        QTest::addColumn<bool>("timerActive");
+        QTest::addColumn<int>("receives");  // ads shown before the row checks
+        const double any = std::numeric_limits<double>::quiet_NaN();
+        // clang-format off
+        QTest::newRow("refresh \"soon\": reads 0, refresh off") << "refresh-soon" << 0.0 << false << 1;
+        QTest::newRow("refresh \"1e9\": a timer far away, no overflow") << "refresh-huge" << 1e9 << true << 1;
+        QTest::newRow("refresh \"1e999\": a timer far away, no overflow") << "refresh-overflow" << any << true << 1;
+        QTest::newRow("refresh \"0.01\": no bound, the ad is shown") << "refresh-tiny" << 0.01 << false << 1;
+        QTest::newRow("refresh \"-1\": no bound, the ad is shown") << "refresh-negative" << -1.0 << false << 1;
+        QTest::newRow("orientation \"sideways\", timeout \"whenever\": ignored") << "sideways" << 0.0 << false << 1;
+        // clang-format on
+    }
+
+    void garbageSteeringHeaders() {
+        QFETCH(QString, creative);
+        QFETCH(double, reloadSeconds);
+        QFETCH(bool, timerActive);
+        QFETCH(int, receives);
+        h.addBanner(kUnit);
+        h.load(fault("creative", creative));
+        QTRY_VERIFY_WITH_TIMEOUT(h.recorder.events.count(QStringLiteral("receive")) >= receives,
+                                 kWait);
+        QVERIFY(!h.recorder.events.join(' ').contains(QStringLiteral("fail")));
+        if (!std::isnan(reloadSeconds)) {
+            QCOMPARE(h.ad()->reloadSeconds(), reloadSeconds);
+        }
+        // Intervals below a second refresh as fast as the server answers: no timer to look at.
+        if (std::isnan(reloadSeconds) || reloadSeconds == 0.0 || reloadSeconds >= 1) {
+            QTRY_COMPARE(h.ad()->isReloadTimerActive(), timerActive);
+            QCOMPARE(h.state(), int(kPXBAdStateShown));
+            QCOMPARE(h.recorder.events.size(), 1);
+        }
+        if (creative == QLatin1String("sideways")) {
+            QCOMPARE(h.ad()->supportedOrientations(), 1);
+        }
+        aGoodAdStillShows();
+    }
+
+    void hostileTrackers_data() {
+        QTest::addColumn<QVariantMap>("extras");
+        QTest::addColumn<int>("fetched");  // impression requests that arrive
+        QTest::addColumn<int>("pending");  // trackers still waiting at the end
+        // clang-format off
+        QTest::newRow("tracking URLs with control characters: the good one fires")
+            << fault("creative", "control-tracking") << 1 << 0;
+        QTest::newRow("100 tracking URLs in one header: all fire, all let go")
+            << faults({{"creative", "plain"}, {"extraTrackingUrls", 99}}) << 100 << 0;
+        QTest::newRow("a tracking URL that never answers: the ad is shown regardless")
+            << fault("creative", "silent-tracking") << 1 << 1;
+        // clang-format on
+    }
+
+    void hostileTrackers() {
+        QFETCH(QVariantMap, extras);
+        QFETCH(int, fetched);
+        QFETCH(int, pending);
+        const qint64 mark = h.server.lastLogSeq();
+        h.addBanner(kUnit);
+        h.load(extras);
+        QTRY_COMPARE_WITH_TIMEOUT(h.state(), int(kPXBAdStateShown), kWait);
+        auto answered = [&] {
+            int n = 0;
+            for (const QJsonObject& entry : h.requestsTo(QStringLiteral("/t/imp"), mark)) {
+                n += entry[QStringLiteral("status")].toInt() == 200 ? 1 : 0;
+            }
+            return n;
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(answered(), fetched, kWait);
+        QTRY_COMPARE_WITH_TIMEOUT(h.ad()->trackerCount(), pending, kWait);
+        for (const QUrl& url : h.ad()->pendingTrackingURLs()) {
+            const QString text = url.toString(QUrl::FullyEncoded);
+            QVERIFY2(
+                std::none_of(text.begin(), text.end(), [](QChar c) { return c.unicode() < 0x20; }),
+                qPrintable(text));
+        }
+        aGoodAdStillShows();
+    }
+
+    void hostileAdPages_data() {
+        QTest::addColumn<QString>("creative");
+        QTest::addColumn<QString>("doneKey");  // a parameter of the page's "done" message
+        QTest::addColumn<QString>("doneValue");
+        // "" when the page stays and says "done"; else a path the page ends at, or a log line.
+        QTest::addColumn<QString>("endsWith");
+        // clang-format off
+        QTest::newRow("alert() does not block") << "alert" << "after" << "alert" << "";
+        QTest::newRow("confirm() does not block, answers false") << "confirm" << "confirm" << "false" << "";
+        QTest::newRow("prompt() does not block, answers null") << "prompt" << "prompt" << "null" << "";
+        QTest::newRow("navigation to file:: refused, page stays") << "nav-file" << "" << "" << "";
+        QTest::newRow("navigation to data:: refused, page stays") << "nav-data" << "" << "" << "";
+        QTest::newRow("navigation to javascript:: page stays") << "nav-javascript" << "" << "" << "";
+        QTest::newRow("150 messages in a burst: all handled") << "qmsg-flood" << "" << "" << "";
+        QTest::newRow("1000 messages in a burst: the engine throttles, the app keeps up") << "qmsg-flood-1000" << "" << ""
+            << "Throttling navigation";
+        QTest::newRow("200 window.open calls: shown in place, nothing else opens") << "window-flood" << "" << "" << "/landing/";
+        QTest::newRow("endless script loop: the main thread keeps answering") << "endless-loop" << "loop" << "1" << "";
+        // clang-format on
+    }
+
+    void hostileAdPages() {
+        QFETCH(QString, creative);
+        QFETCH(QString, doneKey);
+        QFETCH(QString, doneValue);
+        QFETCH(QString, endsWith);
+        h.addBanner(kUnit);
+        watchPage();
+        h.load(fault("creative", creative));
+        QTRY_COMPARE_WITH_TIMEOUT(h.state(), int(kPXBAdStateShown), kWait);
+        const QUrl adPage = h.webView()->request().url();
+        if (endsWith.startsWith(QLatin1Char('/'))) {
+            QTRY_COMPARE_WITH_TIMEOUT(h.webView()->request().url().path(), endsWith, kWait);
+        } else if (!endsWith.isEmpty()) {
+            QTRY_VERIFY_WITH_TIMEOUT(logHas(endsWith), kWait);
+        } else {
+            QTRY_VERIFY_WITH_TIMEOUT(doneSeen_, kWait);
+        }
+        if (!doneKey.isEmpty()) {
+            QCOMPARE(doneInfo_.value(doneKey).toString(), doneValue);
+        }
+        if (creative == QLatin1String("endless-loop")) {
+            // The page's own thread is stuck for good; ours is not.
+            bool fired = false;
+            QTimer::singleShot(500, [&] { fired = true; });
+            QTRY_VERIFY_WITH_TIMEOUT(fired, kWait);
+        }
+        if (creative.startsWith(QLatin1String("qmsg-flood"))) {
+            QVERIFY(logHas(QStringLiteral("flood149")));
+            qDebug() << logCount(QStringLiteral("flood")) << "flood messages logged";
+        }
+        QCOMPARE(h.state(), int(kPXBAdStateShown));
+        if (!endsWith.startsWith(QLatin1Char('/'))) {
+            QCOMPARE(h.webView()->request().url(), adPage);
+        }
+        QVERIFY(platform::Application::sharedApplication()->openedURLs().isEmpty());
+        QCOMPARE(h.top(), h.root.get());
+        aGoodAdStillShows();
+    }
+
+    void bannerGoneWhileTheServerIsSlow_data() {
+        QTest::addColumn<QString>("path");  // the slow answer
+        QTest::addColumn<int>("state");     // the state the banner is removed in
+        QTest::newRow("removed while the script is on its way") << kScriptPath << 1;
+        QTest::newRow("removed while the ad is on its way") << QStringLiteral("/ad") << 4;
+    }
+
+    void bannerGoneWhileTheServerIsSlow() {
+        QFETCH(QString, path);
+        QFETCH(int, state);
+        if (path == kScriptPath) {
+            h.forgetScript(false);
+        }
+        h.server.setPathFaults(path, QJsonObject{{"delayMs", 1500}});
+        const qint64 mark = h.server.lastLogSeq();
+        h.addBanner(kUnit);
+        h.load(fault("creative", "plain"));
+        QTRY_COMPARE_WITH_TIMEOUT(h.state(), state, kWait);
+        h.removeBanner();
+        if (path != kScriptPath) {
+            // The server answers a client that has gone away. (The script's fetch may be
+            // cancelled before it is sent: nothing to wait for then.)
+            QTRY_VERIFY_WITH_TIMEOUT(!h.requestsTo(path, mark).isEmpty(), kWait);
+        }
+        h.server.setPathFaults(path, {});
+        aGoodAdStillShows();
+    }
+
+    void messagesWithBadParameters_data() {
+        QTest::addColumn<QStringList>("send");
+        // clang-format off
+        QTest::newRow("open without u") << QStringList{"qmsg:///open"};
+        QTest::newRow("open with an empty u") << QStringList{"qmsg:///open?u="};
+        QTest::newRow("open with a broken u") << QStringList{"qmsg:///open?u=%zz%&a=browser"};
+        QTest::newRow("open with a=browser and no u") << QStringList{"qmsg:///open?a=browser"};
+        QTest::newRow("open with u twice") << QStringList{"qmsg:///open?u=&u=&u"};
+        QTest::newRow("webapp without u or html") << QStringList{"qmsg:///webapp"};
+        QTest::newRow("click without u") << QStringList{"qmsg:///click"};
+        QTest::newRow("httpTrack with a u that is not a URL") << QStringList{"qmsg:///httpTrack?u=%00%01"};
+        QTest::newRow("touch with letters and nothing") << QStringList{"qmsg:///touch?tx=ab&ty=&td=%FF"};
+        QTest::newRow("canOpenURLs without urls") << QStringList{"qmsg:///canOpenURLs"};
+        QTest::newRow("log without string") << QStringList{"qmsg:///log"};
+        QTest::newRow("evalInOpener without js") << QStringList{"qmsg:///evalInOpener"};
+        QTest::newRow("message without a name") << QStringList{"qmsg:///", "qmsg://", "torvin://"};
+        QTest::newRow("unknown message name") << QStringList{"qmsg:///noSuchThing?x=1"};
+        // clang-format on
+    }
+
+    void messagesWithBadParameters() {
+        QFETCH(QStringList, send);
+        h.addBanner(kUnit);
+        watchPage();
+        h.load({{QStringLiteral("zf_creative"), QStringLiteral("messages")},
+                {QStringLiteral("send"), send}});
+        QTRY_VERIFY_WITH_TIMEOUT(doneSeen_, kWait);
+        QCOMPARE(h.state(), int(kPXBAdStateShown));
+        QVERIFY(platform::Application::sharedApplication()->openedURLs().isEmpty());
+        QCOMPARE(h.top(), h.root.get());
+        aGoodAdStillShows();
+    }
+};
+
+SORVEL_E2E_MAIN(TestHostileEndToEnd)
+#include "tst_e2e_hostile.moc"
