@@ -181,12 +181,12 @@ QProcessEnvironment profileEnvironment(const QString& home) {
 }
 
 // A sorvel-adserver on a free loopback port serving `inventory` (a file next to this source).
+// With `logRequests` it prints every request, which scriptDownloads() reads; the driver reads
+// that output only when asked, so a server left printing would fill its pipe and stall.
 class Server {
   public:
-    explicit Server(const QString& inventory)
-        : child_(QStringLiteral(BENCH_ADSERVER),
-                 {QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("--inventory"),
-                  QStringLiteral(BENCH_INVENTORY_DIR "/") + inventory},
+    explicit Server(const QString& inventory, bool logRequests = false)
+        : child_(QStringLiteral(BENCH_ADSERVER), arguments(inventory, logRequests),
                  QProcessEnvironment::systemEnvironment()) {}
 
     bool start() {
@@ -221,6 +221,16 @@ class Server {
     }
 
   private:
+    static QStringList arguments(const QString& inventory, bool logRequests) {
+        QStringList list{QStringLiteral("--port"), QStringLiteral("0"),
+                         QStringLiteral("--inventory"),
+                         QStringLiteral(BENCH_INVENTORY_DIR "/") + inventory};
+        if (!logRequests) {
+            list << QStringLiteral("-q");
+        }
+        return list;
+    }
+
     Child child_;
     QString root_;
 };
@@ -278,7 +288,7 @@ void keep(std::vector<double>& samples, double ms) {
 }
 
 void launchFigures(int runs) {
-    Server server(QStringLiteral("steady.json"));
+    Server server(QStringLiteral("steady.json"), true);
     if (!server.start()) {
         return;
     }
