@@ -1,8 +1,10 @@
 // Reads and writes each JSON document with PXB_RQJSON and with QJsonDocument (through QVariant,
-// the comparable object graph) and prints MB/s of document text for each, and our speed as a
-// multiple of Qt's. Usage: bench_json [directory] (or SORVEL_JSON_BENCH_DIR); the default is the
-// shared bench-data folder next to the source tree.
+// the comparable object graph) and prints one line per document and operation (bench/figure.h):
+// the median MB/s of document text, Qt's as the baseline, and our speed as a multiple of Qt's,
+// where the bar is to be at least as fast. Usage: bench_json [directory] (or
+// SORVEL_JSON_BENCH_DIR); the default is the shared bench-data folder next to the source tree.
 #include "ads/net/PXB_RQJSON.h"
+#include "bench/figure.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -13,29 +15,28 @@
 #include <algorithm>
 #include <cstdio>
 #include <functional>
+#include <string>
+#include <vector>
 
 namespace {
 
-// Best of several runs (the machine is shared; the minimum is the least disturbed), repeated
-// until about a second has been spent, at least five times.
-double bestSeconds(const std::function<void()>& run) {
-    double best = 1e30;
+// The speed of each of several runs, repeated until about a second has been spent, at least five
+// times and at most 200.
+std::vector<double> megabytesPerSecond(qsizetype bytes, const std::function<void()>& run) {
+    std::vector<double> rates;
     QElapsedTimer total;
     total.start();
     for (int i = 0; i < 5 || total.elapsed() < 1000; ++i) {
         QElapsedTimer timer;
         timer.start();
         run();
-        best = std::min(best, static_cast<double>(timer.nsecsElapsed()) / 1e9);
+        const double seconds = static_cast<double>(timer.nsecsElapsed()) / 1e9;
+        rates.push_back(static_cast<double>(bytes) / 1e6 / seconds);
         if (i >= 200) {
             break;
         }
     }
-    return best;
-}
-
-double megabytesPerSecond(qsizetype bytes, double seconds) {
-    return static_cast<double>(bytes) / 1e6 / seconds;
+    return rates;
 }
 
 }  // namespace
@@ -56,13 +57,8 @@ int main(int argc, char** argv) {
         return 1;
     }
 
-    std::printf(
-        "MB/s of document text (best of repeated runs); ratio = PXB_RQJSON / Qt.\n"
-        "write: compact, from our own graph; write*: compact, from the graph Qt read (doubles);\n"
-        "readable: our human-readable layout against Qt's indented one.\n");
-    std::printf("%-18s %6s | %7s %7s %5s | %7s %7s %5s | %7s %5s | %8s %9s %5s\n", "document", "MB",
-                "read", "Qt read", "ratio", "write", "Qt write", "ratio", "write*", "ratio",
-                "readable", "Qt indent", "ratio");
+    // write: compact, from our own graph; write*: compact, from the graph Qt read (numbers are
+    // doubles there); readable: our human-readable layout against Qt's indented one.
     bool allFaster = true;
     for (const QString& name : names) {
         QFile file(dir.filePath(name));
@@ -84,55 +80,58 @@ int main(int argc, char** argv) {
 
         // Reading includes building and destroying the graph on both sides; writing ends in
         // UTF-8 bytes on both sides.
-        const double read = bestSeconds([&] {
+        const std::vector<double> read = megabytesPerSecond(text.size(), [&] {
             PXB_RQJSON reader;
             const QVariant value = reader.objectWithUtf8(text);
             Q_UNUSED(value);
         });
-        const double qtRead = bestSeconds([&] {
+        const std::vector<double> qtRead = megabytesPerSecond(text.size(), [&] {
             const QVariant value = QJsonDocument::fromJson(text).toVariant();
             Q_UNUSED(value);
         });
-        const double write = bestSeconds([&] {
+        const std::vector<double> write = megabytesPerSecond(text.size(), [&] {
             PXB_RQJSON writer;
             const QByteArray out = writer.stringWithObject(ours).toUtf8();
             Q_UNUSED(out);
         });
-        const double qtWrite = bestSeconds([&] {
+        const std::vector<double> qtWrite = megabytesPerSecond(text.size(), [&] {
             const QByteArray out =
                 QJsonDocument::fromVariant(theirs).toJson(QJsonDocument::Compact);
             Q_UNUSED(out);
         });
         // Our writer on Qt's graph, where numbers are doubles to format rather than kept text.
-        const double writeQtGraph = bestSeconds([&] {
+        const std::vector<double> writeQtGraph = megabytesPerSecond(text.size(), [&] {
             PXB_RQJSON writer;
             const QByteArray out = writer.stringWithObject(theirs).toUtf8();
             Q_UNUSED(out);
         });
-        const double readable = bestSeconds([&] {
+        const std::vector<double> readable = megabytesPerSecond(text.size(), [&] {
             PXB_RQJSON writer;
             writer.setHumanReadable(true);
             const QByteArray out = writer.stringWithObject(ours).toUtf8();
             Q_UNUSED(out);
         });
-        const double qtIndented = bestSeconds([&] {
+        const std::vector<double> qtIndented = megabytesPerSecond(text.size(), [&] {
             const QByteArray out = QJsonDocument::fromVariant(theirs).toJson();
             Q_UNUSED(out);
         });
 
-        const qsizetype n = text.size();
-        std::printf(
-            "%-18s %6.2f | %7.1f %7.1f %5.2f | %7.1f %7.1f %5.2f | %7.1f %5.2f | %8.1f %9.1f "
-            "%5.2f\n",
-            qPrintable(name), static_cast<double>(n) / 1e6, megabytesPerSecond(n, read),
-            megabytesPerSecond(n, qtRead), qtRead / read, megabytesPerSecond(n, write),
-            megabytesPerSecond(n, qtWrite), qtWrite / write, megabytesPerSecond(n, writeQtGraph),
-            qtWrite / writeQtGraph, megabytesPerSecond(n, readable),
-            megabytesPerSecond(n, qtIndented), qtIndented / readable);
-        allFaster = allFaster && read <= qtRead && write <= qtWrite && writeQtGraph <= qtWrite &&
-                    readable <= qtIndented;
+        const std::string doc = name.toStdString();
+        const auto figure = [&](const char* operation, const std::vector<double>& speed,
+                                const std::vector<double>& qtSpeed) {
+            const bench::Figure f = bench::higherIsBetter(
+                "json " + std::string(operation) + " " + doc + " (MB/s; baseline Qt)", speed,
+                qtSpeed, 1.0);
+            bench::print(f);
+            allFaster = allFaster && f.pass;
+        };
+        figure("read", read, qtRead);
+        figure("write", write, qtWrite);
+        figure("write*", writeQtGraph, qtWrite);
+        figure("readable", readable, qtIndented);
     }
-    std::printf("%s\n", allFaster ? "PXB_RQJSON is at least as fast as Qt on every document"
-                                  : "PXB_RQJSON is slower than Qt somewhere");
+    std::fprintf(stderr, "%s\n",
+                 allFaster ? "PXB_RQJSON is at least as fast as Qt on every document"
+                           : "PXB_RQJSON is slower than Qt somewhere");
     return 0;
 }

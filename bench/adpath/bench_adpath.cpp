@@ -1,0 +1,647 @@
+// The ad path timed from outside the process: the real brindle-sounds program against a
+// sorvel-adserver on loopback, each figure next to a baseline measured in the same run by
+// bench_adpath_baseline, which only starts the web engine and loads the same ad page into one
+// view. A time is taken when the child's line arrives on its output pipe, for the app and the
+// baseline alike, from just before the child is started.
+//
+// Figures (one line each, see bench/figure.h; details of every run go to stderr):
+//   launch -> first ad, cold   fresh profile (XDG dirs in a new temporary folder): the support
+//                              script is fetched; baseline: fresh profile, process start -> load
+//   launch -> first ad, warm   the same profile again: the script comes from the cache
+//   refresh -> next ad         "Refreshing the ad" -> "ad shown" in one process (refresh every
+//                              second); baseline: the same view reloading the same ad page
+//   idle CPU                   utime + stime of the process and its web engine children over
+//                              --idle-seconds with an ad shown and no refresh due
+//
+//   memory                     (only with --memory-cycles N) PSS of the process tree after N
+//                              refreshes every 0.4 s (its growth since the 20th in the notes);
+//                              baseline: the bare view reloading as often
+//
+// Usage: bench_adpath [--runs N] [--refreshes N] [--idle-runs N] [--idle-seconds S]
+//                     [--memory-cycles N] [--only launch|refresh|idle|memory]
+#include "bench/figure.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QHash>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+namespace {
+
+constexpr int kTimeoutMs = 90000;
+const QString kAdUnit = QStringLiteral("c3e91d07b4a2f68");  // the app's own ad unit
+
+struct Line {
+    double ms = -1;  // since the child was started; -1: no such line
+    QString text;
+};
+
+// A child process whose output lines (stdout and stderr merged) are kept with the time each
+// arrived. Reading happens only while the driver waits on it, and the driver does nothing else
+// meanwhile, so a line's time is when it reached the pipe.
+class Child {
+  public:
+    Child(const QString& program, const QStringList& arguments, const QProcessEnvironment& env) {
+        process_.setProgram(program);
+        process_.setArguments(arguments);
+        process_.setProcessEnvironment(env);
+        process_.setProcessChannelMode(QProcess::MergedChannels);
+    }
+    ~Child() { stop(); }
+    Child(const Child&) = delete;
+    Child& operator=(const Child&) = delete;
+
+    bool start() {
+        clock_.start();
+        process_.start();
+        return process_.waitForStarted(10000);
+    }
+    qint64 pid() const { return process_.processId(); }
+
+    // The next line not yet consumed that matches `pattern`; ms is -1 if the process ends or
+    // `timeoutMs` pass first.
+    Line waitFor(const QRegularExpression& pattern, int timeoutMs = kTimeoutMs) {
+        QElapsedTimer waited;
+        waited.start();
+        for (;;) {
+            while (next_ < lines_.size()) {
+                const Line& line = lines_[next_++];
+                if (pattern.match(line.text).hasMatch()) {
+                    return line;
+                }
+            }
+            const qint64 left = timeoutMs - waited.elapsed();
+            if (left <= 0 || process_.state() == QProcess::NotRunning) {
+                return {};
+            }
+            if (!process_.waitForReadyRead(static_cast<int>(left))) {
+                read();
+                if (next_ >= lines_.size()) {
+                    return {};
+                }
+            }
+            read();
+        }
+    }
+
+    // Reads what arrived until the output has been quiet for `quietMs`, and returns the lines
+    // that arrived since the last call (without consuming them for waitFor).
+    QStringList drain(int quietMs = 300) {
+        while (process_.state() != QProcess::NotRunning && process_.waitForReadyRead(quietMs)) {
+            read();
+        }
+        read();
+        QStringList fresh;
+        for (; drained_ < lines_.size(); ++drained_) {
+            fresh << lines_[drained_].text;
+        }
+        return fresh;
+    }
+
+    bool waitForExit(int ms) {
+        const bool done = process_.state() == QProcess::NotRunning || process_.waitForFinished(ms);
+        read();
+        return done;
+    }
+
+    void stop() {
+        if (process_.state() == QProcess::NotRunning) {
+            return;
+        }
+        process_.terminate();
+        if (!process_.waitForFinished(10000)) {
+            process_.kill();
+            process_.waitForFinished(5000);
+        }
+    }
+
+    QString tail(int count) const {
+        QStringList texts;
+        for (qsizetype i = std::max<qsizetype>(0, lines_.size() - count); i < lines_.size(); ++i) {
+            texts << lines_[i].text;
+        }
+        return texts.join(QLatin1Char('\n'));
+    }
+
+  private:
+    void read() {
+        const QByteArray data = process_.readAll();
+        if (data.isEmpty()) {
+            return;
+        }
+        const double ms = static_cast<double>(clock_.nsecsElapsed()) / 1e6;
+        partial_ += data;
+        qsizetype end;
+        while ((end = partial_.indexOf('\n')) >= 0) {
+            lines_.append({ms, QString::fromLocal8Bit(partial_.left(end))});
+            partial_.remove(0, end + 1);
+        }
+    }
+
+    QProcess process_;
+    QElapsedTimer clock_;
+    QByteArray partial_;
+    QList<Line> lines_;
+    qsizetype next_ = 0;
+    qsizetype drained_ = 0;
+};
+
+void note(const QString& text) {
+    std::fprintf(stderr, "%s\n", qPrintable(text));
+    std::fflush(stderr);
+}
+
+// The environment of a child whose profile (config, cache, data) lives in `home`.
+QProcessEnvironment profileEnvironment(const QString& home) {
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (const char* name : {"XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_DATA_HOME"}) {
+        const QString path = home + QLatin1Char('/') + QString::fromLatin1(name).toLower();
+        QDir().mkpath(path);
+        env.insert(QString::fromLatin1(name), path);
+    }
+    env.remove(QStringLiteral("SORVEL_AD_SERVER"));
+    env.remove(QStringLiteral("SORVEL_SCRIPT_HOST"));
+    if (env.value(QStringLiteral("QT_QPA_PLATFORM")).isEmpty() &&
+        env.value(QStringLiteral("DISPLAY")).isEmpty() &&
+        env.value(QStringLiteral("WAYLAND_DISPLAY")).isEmpty()) {
+        env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
+    }
+    return env;
+}
+
+// A sorvel-adserver on a free loopback port serving `inventory` (a file next to this source).
+// With `logRequests` it prints every request, which scriptDownloads() reads; the driver reads
+// that output only when asked, so a server left printing would fill its pipe and stall.
+class Server {
+  public:
+    explicit Server(const QString& inventory, bool logRequests = false)
+        : child_(QStringLiteral(BENCH_ADSERVER), arguments(inventory, logRequests),
+                 QProcessEnvironment::systemEnvironment()) {}
+
+    bool start() {
+        if (!child_.start()) {
+            return false;
+        }
+        const Line line =
+            child_.waitFor(QRegularExpression(QStringLiteral("^Listening on ")), 10000);
+        const QRegularExpressionMatch m =
+            QRegularExpression(QStringLiteral("(http://[^/\\s]+)")).match(line.text);
+        if (!m.hasMatch()) {
+            note(QStringLiteral("the ad server did not start:\n") + child_.tail(10));
+            return false;
+        }
+        root_ = m.captured(1);
+        child_.drain(100);
+        return true;
+    }
+    QString root() const { return root_; }
+    QString adPage() const { return root_ + QStringLiteral("/ad?slotname=") + kAdUnit; }
+
+    // How many times the support script was sent in full (not 304) since the last call.
+    int scriptDownloads() {
+        int count = 0;
+        for (const QString& line : child_.drain()) {
+            if (line.contains(QLatin1String("\"/zelm/sdk-core-v40.js\"")) &&
+                line.contains(QLatin1String("\"status\":200"))) {
+                ++count;
+            }
+        }
+        return count;
+    }
+
+  private:
+    static QStringList arguments(const QString& inventory, bool logRequests) {
+        QStringList list{QStringLiteral("--port"), QStringLiteral("0"),
+                         QStringLiteral("--inventory"),
+                         QStringLiteral(BENCH_INVENTORY_DIR "/") + inventory};
+        if (!logRequests) {
+            list << QStringLiteral("-q");
+        }
+        return list;
+    }
+
+    Child child_;
+    QString root_;
+};
+
+const QRegularExpression kAdShown(QStringLiteral("brindle-sounds: (ad shown|no ad )"));
+const QRegularExpression kLoaded(QStringLiteral("^load (finished|failed)"));
+
+bool shown(const Line& line) {
+    return line.ms >= 0 && line.text.endsWith(QLatin1String("ad shown"));
+}
+bool loaded(const Line& line) {
+    return line.ms >= 0 && line.text == QLatin1String("load finished");
+}
+
+// One launch of the app in the profile `home` until its first ad is shown (ms, or -1). The app
+// quits by itself once it has drawn the ad (--screenshot), so its caches are written as usual.
+double launchApp(const Server& server, const QString& home) {
+    Child app(QStringLiteral(BENCH_APP),
+              {QStringLiteral("--ad-server"), server.root(), QStringLiteral("--screenshot"),
+               home + QStringLiteral("/shot.png"), QStringLiteral("--screenshot-delay"),
+               QStringLiteral("60")},
+              profileEnvironment(home));
+    if (!app.start()) {
+        return -1;
+    }
+    const Line line = app.waitFor(kAdShown);
+    if (!shown(line)) {
+        note(QStringLiteral("the app showed no ad:\n") + app.tail(15));
+        return -1;
+    }
+    if (!app.waitForExit(30000)) {
+        note(QStringLiteral("the app did not quit after its screenshot"));
+    }
+    return line.ms;
+}
+
+double launchBaseline(const Server& server, const QString& home) {
+    Child view(QStringLiteral(BENCH_BASELINE), {server.adPage()}, profileEnvironment(home));
+    if (!view.start()) {
+        return -1;
+    }
+    const Line line = view.waitFor(kLoaded);
+    if (!loaded(line)) {
+        note(QStringLiteral("the baseline did not load the ad page:\n") + view.tail(15));
+        return -1;
+    }
+    view.waitForExit(30000);
+    return line.ms;
+}
+
+void keep(std::vector<double>& samples, double ms) {
+    if (ms >= 0) {
+        samples.push_back(ms);
+    }
+}
+
+void launchFigures(int runs) {
+    Server server(QStringLiteral("steady.json"), true);
+    if (!server.start()) {
+        return;
+    }
+    // One untimed launch of each first, so that every timed one finds the libraries in the
+    // page cache: "cold" is about the profile, not the disk.
+    {
+        QTemporaryDir scratch;
+        launchApp(server, scratch.path());
+        launchBaseline(server, scratch.path());
+        server.scriptDownloads();
+    }
+    std::vector<double> appCold, appWarm, viewCold, viewWarm;
+    for (int run = 0; run < runs; ++run) {
+        QTemporaryDir appHome;
+        const double cold = launchApp(server, appHome.path());
+        const int coldDownloads = server.scriptDownloads();
+        const double warm = launchApp(server, appHome.path());
+        const int warmDownloads = server.scriptDownloads();
+        // A cold launch must fetch the script and a warm one must not; otherwise the run does
+        // not measure what its name says and is left out.
+        if (coldDownloads == 1) {
+            keep(appCold, cold);
+        }
+        if (warmDownloads == 0) {
+            keep(appWarm, warm);
+        }
+        QTemporaryDir viewHome;
+        const double baseCold = launchBaseline(server, viewHome.path());
+        const double baseWarm = launchBaseline(server, viewHome.path());
+        keep(viewCold, baseCold);
+        keep(viewWarm, baseWarm);
+        note(QStringLiteral("launch run %1: app cold %2 ms (script fetched %3x), warm %4 ms "
+                            "(fetched %5x); baseline cold %6 ms, warm %7 ms")
+                 .arg(run + 1)
+                 .arg(cold, 0, 'f', 1)
+                 .arg(coldDownloads)
+                 .arg(warm, 0, 'f', 1)
+                 .arg(warmDownloads)
+                 .arg(baseCold, 0, 'f', 1)
+                 .arg(baseWarm, 0, 'f', 1));
+    }
+    bench::print(bench::lowerIsBetter("launch -> first ad, cold (ms)", appCold, viewCold, 1.5));
+    bench::print(bench::lowerIsBetter("launch -> first ad, warm (ms)", appWarm, viewWarm, 1.25));
+}
+
+void refreshFigure(int refreshes) {
+    Server server(QStringLiteral("refresh.json"));
+    if (!server.start()) {
+        return;
+    }
+    std::vector<double> ours, baseline;
+    {
+        QTemporaryDir home;
+        Child app(QStringLiteral(BENCH_APP),
+                  {QStringLiteral("--ad-server"), server.root(), QStringLiteral("--verbose")},
+                  profileEnvironment(home.path()));
+        if (app.start() && shown(app.waitFor(kAdShown))) {
+            const QRegularExpression refreshing(QStringLiteral("<Sorvel> Refreshing the ad"));
+            for (int i = 0; i < refreshes; ++i) {
+                const Line start = app.waitFor(refreshing);
+                const Line end = app.waitFor(kAdShown);
+                if (start.ms < 0 || !shown(end)) {
+                    note(QStringLiteral("the app stopped refreshing:\n") + app.tail(15));
+                    break;
+                }
+                ours.push_back(end.ms - start.ms);
+            }
+        } else {
+            note(QStringLiteral("the app showed no ad:\n") + app.tail(15));
+        }
+    }
+    {
+        QTemporaryDir home;
+        Child view(QStringLiteral(BENCH_BASELINE),
+                   {server.adPage(), QStringLiteral("--reloads"), QString::number(refreshes),
+                    QStringLiteral("--gap"), QStringLiteral("1")},
+                   profileEnvironment(home.path()));
+        if (view.start() && loaded(view.waitFor(kLoaded))) {
+            const QRegularExpression reload(QStringLiteral("^reload$"));
+            for (int i = 0; i < refreshes; ++i) {
+                const Line start = view.waitFor(reload);
+                const Line end = view.waitFor(kLoaded);
+                if (start.ms < 0 || !loaded(end)) {
+                    note(QStringLiteral("the baseline stopped reloading:\n") + view.tail(15));
+                    break;
+                }
+                baseline.push_back(end.ms - start.ms);
+            }
+        }
+    }
+    QStringList a, b;
+    for (double v : ours) {
+        a << QString::number(v, 'f', 1);
+    }
+    for (double v : baseline) {
+        b << QString::number(v, 'f', 1);
+    }
+    note(QStringLiteral("refresh: app %1 ms; baseline %2 ms").arg(a.join(' '), b.join(' ')));
+    bench::print(bench::lowerIsBetter("refresh -> next ad (ms)", ours, baseline, 2.0));
+}
+
+// utime + stime (clock ticks) of `root` and every process below it, by process id.
+QHash<qint64, qint64> treeTicks(qint64 root) {
+    struct Stat {
+        qint64 parent;
+        qint64 ticks;
+    };
+    QHash<qint64, Stat> all;
+    for (const QString& entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs)) {
+        bool numeric = false;
+        const qint64 pid = entry.toLongLong(&numeric);
+        if (!numeric) {
+            continue;
+        }
+        QFile file(QStringLiteral("/proc/%1/stat").arg(pid));
+        if (!file.open(QIODevice::ReadOnly)) {
+            continue;
+        }
+        const QByteArray text = file.readAll();
+        // The command name may hold spaces and parentheses; the fields follow the last ')'.
+        const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
+        if (fields.size() < 13) {
+            continue;
+        }
+        all.insert(pid,
+                   {fields[1].toLongLong(), fields[11].toLongLong() + fields[12].toLongLong()});
+    }
+    QHash<qint64, qint64> tree;
+    QList<qint64> pending{root};
+    while (!pending.isEmpty()) {
+        const qint64 pid = pending.takeFirst();
+        if (!all.contains(pid) || tree.contains(pid)) {
+            continue;
+        }
+        tree.insert(pid, all[pid].ticks);
+        for (auto it = all.cbegin(); it != all.cend(); ++it) {
+            if (it.value().parent == pid) {
+                pending.append(it.key());
+            }
+        }
+    }
+    return tree;
+}
+
+// Percent of one core the tree below `pid` used over `seconds`; processes that started in
+// between count from zero.
+double idlePercent(qint64 pid, double seconds, int* processes) {
+    const QHash<qint64, qint64> before = treeTicks(pid);
+    QElapsedTimer clock;
+    clock.start();
+    QThread::msleep(static_cast<unsigned long>(seconds * 1000));
+    const QHash<qint64, qint64> after = treeTicks(pid);
+    const double elapsed = static_cast<double>(clock.nsecsElapsed()) / 1e9;
+    qint64 ticks = 0;
+    for (auto it = after.cbegin(); it != after.cend(); ++it) {
+        ticks += it.value() - before.value(it.key(), 0);
+    }
+    *processes = static_cast<int>(after.size());
+    return 100.0 * static_cast<double>(ticks) / static_cast<double>(sysconf(_SC_CLK_TCK)) / elapsed;
+}
+
+// Proportional set size (MB) of `root` and every process below it: shared pages count once in
+// all.
+double treeMegabytes(qint64 root) {
+    qint64 kilobytes = 0;
+    for (const qint64 pid : treeTicks(root).keys()) {
+        QFile file(QStringLiteral("/proc/%1/smaps_rollup").arg(pid));
+        if (!file.open(QIODevice::ReadOnly)) {
+            continue;
+        }
+        for (const QByteArray& line : file.readAll().split('\n')) {
+            if (line.startsWith("Pss:")) {
+                kilobytes += line.mid(4).trimmed().split(' ').value(0).toLongLong();
+            }
+        }
+    }
+    return static_cast<double>(kilobytes) / 1024.0;
+}
+
+// The process tree's memory after `cycles` refreshes every 0.4 s (sooner, a refresh that falls due
+// while the ad is still loading is dropped, and refresh stops), with its growth since the 20th;
+// baseline: the bare view reloading as often. One run each: it takes minutes.
+void memoryFigure(int cycles) {
+    Server server(QStringLiteral("quick.json"));
+    if (!server.start()) {
+        return;
+    }
+    constexpr int kWarmUp = 20;
+    std::vector<double> ours, baseline;
+    {
+        QTemporaryDir home;
+        Child app(QStringLiteral(BENCH_APP), {QStringLiteral("--ad-server"), server.root()},
+                  profileEnvironment(home.path()));
+        if (app.start()) {
+            double before = 0;
+            int shownCount = 0;
+            for (; shownCount < kWarmUp + cycles; ++shownCount) {
+                if (shownCount == kWarmUp) {
+                    before = treeMegabytes(app.pid());
+                }
+                if (!shown(app.waitFor(kAdShown))) {
+                    note(QStringLiteral("the app stopped showing ads:\n") + app.tail(15));
+                    break;
+                }
+            }
+            if (shownCount == kWarmUp + cycles) {
+                const double after = treeMegabytes(app.pid());
+                ours.push_back(after);
+                note(QStringLiteral("memory: app %1 MB -> %2 MB over %3 refreshes")
+                         .arg(before, 0, 'f', 1)
+                         .arg(after, 0, 'f', 1)
+                         .arg(cycles));
+            }
+        }
+    }
+    {
+        QTemporaryDir home;
+        Child view(QStringLiteral(BENCH_BASELINE),
+                   {server.adPage(), QStringLiteral("--reloads"), QString::number(kWarmUp + cycles),
+                    QStringLiteral("--gap"), QStringLiteral("0.4"), QStringLiteral("--stay")},
+                   profileEnvironment(home.path()));
+        if (view.start()) {
+            double before = 0;
+            int loads = 0;
+            for (; loads <= kWarmUp + cycles; ++loads) {
+                if (loads == kWarmUp + 1) {
+                    before = treeMegabytes(view.pid());
+                }
+                if (!loaded(view.waitFor(kLoaded))) {
+                    note(QStringLiteral("the baseline stopped reloading:\n") + view.tail(15));
+                    break;
+                }
+            }
+            if (loads == kWarmUp + cycles + 1) {
+                const double after = treeMegabytes(view.pid());
+                baseline.push_back(after);
+                note(QStringLiteral("memory: baseline %1 MB -> %2 MB over %3 reloads")
+                         .arg(before, 0, 'f', 1)
+                         .arg(after, 0, 'f', 1)
+                         .arg(cycles));
+            }
+        }
+    }
+    bench::Figure f;
+    f.name = QStringLiteral("memory after %1 refreshes (MB PSS)").arg(cycles).toStdString();
+    f.median = bench::median(ours);
+    f.baseline = bench::median(baseline);
+    f.ratio = f.baseline > 0 ? f.median / f.baseline : 0.0;
+    // No bar is set for it yet: the line records the size (the growth is in the notes on
+    // stderr), and "fail" only marks a missing measurement.
+    f.target = "none set";
+    f.pass = !ours.empty() && !baseline.empty();
+    f.runs = static_cast<int>(ours.size());
+    bench::print(f);
+}
+
+void idleFigure(int runs, double seconds) {
+    Server server(QStringLiteral("steady.json"));
+    if (!server.start()) {
+        return;
+    }
+    // Measuring starts this long after the ad is reported, once its first frames are drawn.
+    constexpr unsigned long kSettleMs = 2000;
+    std::vector<double> ours, baseline;
+    for (int run = 0; run < runs; ++run) {
+        QTemporaryDir appHome;
+        Child app(QStringLiteral(BENCH_APP), {QStringLiteral("--ad-server"), server.root()},
+                  profileEnvironment(appHome.path()));
+        if (app.start() && shown(app.waitFor(kAdShown))) {
+            QThread::msleep(kSettleMs);
+            int processes = 0;
+            ours.push_back(idlePercent(app.pid(), seconds, &processes));
+            note(QStringLiteral("idle run %1: app %2 % of a core over %3 s (%4 processes)")
+                     .arg(run + 1)
+                     .arg(ours.back(), 0, 'f', 3)
+                     .arg(seconds)
+                     .arg(processes));
+        } else {
+            note(QStringLiteral("the app showed no ad:\n") + app.tail(15));
+        }
+        app.stop();
+
+        QTemporaryDir viewHome;
+        Child view(QStringLiteral(BENCH_BASELINE), {server.adPage(), QStringLiteral("--stay")},
+                   profileEnvironment(viewHome.path()));
+        if (view.start() && loaded(view.waitFor(kLoaded))) {
+            QThread::msleep(kSettleMs);
+            int processes = 0;
+            baseline.push_back(idlePercent(view.pid(), seconds, &processes));
+            note(QStringLiteral("idle run %1: baseline %2 % of a core over %3 s (%4 processes)")
+                     .arg(run + 1)
+                     .arg(baseline.back(), 0, 'f', 3)
+                     .arg(seconds)
+                     .arg(processes));
+        }
+        view.stop();
+    }
+    bench::Figure f;
+    f.name = QStringLiteral("idle CPU, ad shown, %1 s (% of one core)").arg(seconds).toStdString();
+    f.median = bench::median(ours);
+    f.baseline = bench::median(baseline);
+    f.ratio = f.baseline > 0 ? f.median / f.baseline : 0.0;
+    f.target = "< 1";
+    f.pass = !ours.empty() && f.median < 1.0;
+    f.runs = static_cast<int>(ours.size());
+    bench::print(f);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    QCoreApplication application(argc, argv);
+    int runs = 5;
+    int refreshes = 7;
+    int idleRuns = 1;
+    int memoryCycles = 0;
+    double idleSeconds = 30;
+    QString only;
+    const QStringList args = QCoreApplication::arguments();
+    for (qsizetype i = 1; i < args.size(); ++i) {
+        const QString& arg = args[i];
+        const bool hasValue = i + 1 < args.size();
+        if (arg == QLatin1String("--runs") && hasValue) {
+            runs = args[++i].toInt();
+        } else if (arg == QLatin1String("--refreshes") && hasValue) {
+            refreshes = args[++i].toInt();
+        } else if (arg == QLatin1String("--idle-runs") && hasValue) {
+            idleRuns = args[++i].toInt();
+        } else if (arg == QLatin1String("--idle-seconds") && hasValue) {
+            idleSeconds = args[++i].toDouble();
+        } else if (arg == QLatin1String("--memory-cycles") && hasValue) {
+            memoryCycles = args[++i].toInt();
+        } else if (arg == QLatin1String("--only") && hasValue) {
+            only = args[++i];
+        } else {
+            std::fprintf(
+                stderr,
+                "usage: bench_adpath [--runs N] [--refreshes N] [--idle-runs N] "
+                "[--idle-seconds S] [--memory-cycles N] [--only launch|refresh|idle|memory]\n");
+            return 2;
+        }
+    }
+    if (only.isEmpty() || only == QLatin1String("launch")) {
+        launchFigures(runs);
+    }
+    if (only.isEmpty() || only == QLatin1String("refresh")) {
+        refreshFigure(refreshes);
+    }
+    if (only.isEmpty() || only == QLatin1String("idle")) {
+        idleFigure(idleRuns, idleSeconds);
+    }
+    if (memoryCycles > 0 && (only.isEmpty() || only == QLatin1String("memory"))) {
+        memoryFigure(memoryCycles);
+    }
+    return 0;
+}
