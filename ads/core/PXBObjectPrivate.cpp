@@ -327,14 +327,10 @@ void PXBObjectPrivate::buildAdUrl() {
 }
 
 void PXBObjectPrivate::setupBuildAdWebView() {
-    detachBuildAdWebView();
+    resetBuildAdWebView();
     buildAdWebViewDelegate_ = std::make_unique<PXBWebViewDelegate>();
-    // One hidden view serves every request of this ad: a new view per request costs a new page
-    // in the engine, which was most of a refresh's time.
-    if (!buildAdWebView_) {
-        buildAdWebView_ = std::make_unique<platform::WebView>(QRect(0, 0, 1, 1));
-        buildAdWebView_->setHidden(true);
-    }
+    buildAdWebView_ = std::make_unique<platform::WebView>(QRect(0, 0, 1, 1));
+    buildAdWebView_->setHidden(true);
     buildAdWebView_->setDelegate(buildAdWebViewDelegate_.get());
     auto& center = platform::NotificationCenter::defaultCenter();
     const void* page = buildAdWebView_.get();
@@ -346,29 +342,23 @@ void PXBObjectPrivate::setupBuildAdWebView() {
                        [this](const platform::Notification& n) { unableToServe(n); });
 }
 
-void PXBObjectPrivate::detachBuildAdWebView() {
+void PXBObjectPrivate::resetBuildAdWebView() {
     auto& center = platform::NotificationCenter::defaultCenter();
     for (const QString& name : {kLoadAdURL, kInvalidRequest, kUnableToServe}) {
         center.removeObserver(this, name, nullptr);
     }
     if (buildAdWebView_) {
         buildAdWebView_->setDelegate(nullptr);
-    }
-    buildAdWebViewDelegate_.reset();
-}
-
-void PXBObjectPrivate::resetBuildAdWebView() {
-    detachBuildAdWebView();
-    if (buildAdWebView_) {
         // Its page may still be delivering the message that got us here: let it unwind first.
         buildAdWebView_.release()->deleteLater();
     }
+    buildAdWebViewDelegate_.reset();
 }
 
 // ---- The script's answers
 
 void PXBObjectPrivate::loadAdURL(const platform::Notification& notification) {
-    detachBuildAdWebView();
+    resetBuildAdWebView();
     const QVariantMap& info = notification.userInfo;
     if (info.contains(QStringLiteral("errors"))) {
         reportError(kPXBErrorInvalidRequest);
@@ -391,14 +381,14 @@ void PXBObjectPrivate::loadAdURL(const platform::Notification& notification) {
 }
 
 void PXBObjectPrivate::invalidRequest(const platform::Notification& notification) {
-    detachBuildAdWebView();
+    resetBuildAdWebView();
     platform::logLine(QStringLiteral("<Sorvel> Invalid Request: %1")
                           .arg(platform::describe(notification.userInfo)));
     reportError(kPXBErrorInvalidRequest);
 }
 
 void PXBObjectPrivate::unableToServe(const platform::Notification& notification) {
-    detachBuildAdWebView();
+    resetBuildAdWebView();
     platform::logLine(QStringLiteral("<Sorvel> Unable to serve: %1")
                           .arg(platform::describe(notification.userInfo)));
     reportError(kPXBErrorInvalidRequest);

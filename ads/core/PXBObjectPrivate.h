@@ -133,9 +133,6 @@ class PXBObjectPrivate : public QObject,
     void failedToDownloadJavaScriptWithError(const platform::Error& error);
     void buildAdUrl();
     void setupBuildAdWebView();
-    // Stops hearing the hidden page and keeps its view for the next request.
-    void detachBuildAdWebView();
-    // Also lets the view go.
     void resetBuildAdWebView();
     void registerForNotifications();
     void loadAdURL(const platform::Notification& notification);
