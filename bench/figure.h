@@ -43,36 +43,35 @@ inline void print(const Figure& f) {
     std::fflush(stdout);
 }
 
-// A figure where less is better (times): passes when median / baseline <= `maxRatio`.
-inline Figure lowerIsBetter(std::string name, const std::vector<double>& ours,
-                            const std::vector<double>& baseline, double maxRatio) {
+// A figure comparing our runs with the baseline's: it passes when median / baseline stays on the
+// good side of `bound` ("<=" for times, where less is better; ">=" for speeds).
+inline Figure compared(std::string name, const std::vector<double>& ours,
+                       const std::vector<double>& baseline, const char* relation, double bound) {
     Figure f;
     f.name = std::move(name);
     f.median = median(ours);
     f.baseline = median(baseline);
     f.ratio = f.baseline > 0 ? f.median / f.baseline : 0.0;
     char target[32];
-    std::snprintf(target, sizeof target, "<= %gx", maxRatio);
+    std::snprintf(target, sizeof target, "%s %gx", relation, bound);
     f.target = target;
-    f.pass = !ours.empty() && !baseline.empty() && f.baseline > 0 && f.ratio <= maxRatio;
+    const bool lessIsBetter = relation[0] == '<';
+    f.pass = !ours.empty() && !baseline.empty() && f.baseline > 0 &&
+             (lessIsBetter ? f.ratio <= bound : f.ratio >= bound);
     f.runs = static_cast<int>(std::min(ours.size(), baseline.size()));
     return f;
 }
 
-// A figure where more is better (speeds): passes when median / baseline >= `minRatio`.
+// Times: passes when median / baseline <= `maxRatio`.
+inline Figure lowerIsBetter(std::string name, const std::vector<double>& ours,
+                            const std::vector<double>& baseline, double maxRatio) {
+    return compared(std::move(name), ours, baseline, "<=", maxRatio);
+}
+
+// Speeds: passes when median / baseline >= `minRatio`.
 inline Figure higherIsBetter(std::string name, const std::vector<double>& ours,
                              const std::vector<double>& baseline, double minRatio) {
-    Figure f;
-    f.name = std::move(name);
-    f.median = median(ours);
-    f.baseline = median(baseline);
-    f.ratio = f.baseline > 0 ? f.median / f.baseline : 0.0;
-    char target[32];
-    std::snprintf(target, sizeof target, ">= %gx", minRatio);
-    f.target = target;
-    f.pass = !ours.empty() && !baseline.empty() && f.baseline > 0 && f.ratio >= minRatio;
-    f.runs = static_cast<int>(std::min(ours.size(), baseline.size()));
-    return f;
+    return compared(std::move(name), ours, baseline, ">=", minRatio);
 }
 
 }  // namespace bench
