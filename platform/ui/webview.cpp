@@ -50,10 +50,12 @@ bool engineLoadsScheme(const QString& scheme) {
     return schemes.contains(scheme.toLower());
 }
 
-int navigationTypeFor(QWebEnginePage::NavigationType type) {
+// A link the page follows by itself (script, timer) is no click: it counts as one only when the
+// user has just pressed or typed in the view.
+int navigationTypeFor(QWebEnginePage::NavigationType type, bool userActed) {
     switch (type) {
         case QWebEnginePage::NavigationTypeLinkClicked:
-            return WebViewNavigationTypeLinkClicked;
+            return userActed ? WebViewNavigationTypeLinkClicked : WebViewNavigationTypeOther;
         case QWebEnginePage::NavigationTypeFormSubmitted:
             return WebViewNavigationTypeFormSubmitted;
         case QWebEnginePage::NavigationTypeBackForward:
@@ -333,10 +335,7 @@ class EngineBackend : public QObject, public WebViewBackend {
             return allow(url);
         }
         UrlRequest request(url);
-        int navigationType = navigationTypeFor(type);
-        if (navigationType == WebViewNavigationTypeLinkClicked && !view_->hadRecentUserInput()) {
-            navigationType = WebViewNavigationTypeOther;
-        }
+        int navigationType = navigationTypeFor(type, view_->hadRecentUserInput());
         if (url.scheme() == QLatin1String("data") && !pendingHtml_.empty()) {
             // Our own HTML string: the delegate sees its base URL, as the phone showed it.
             const QByteArray payload = dataUrlPayload(url);
@@ -377,10 +376,7 @@ class EngineBackend : public QObject, public WebViewBackend {
     // its start and finish alone. Schemes the engine does not load are never let through: the
     // engine would hand them to the desktop, and message URLs would fail in the frame.
     bool acceptFrameNavigation(const QUrl& url, QWebEnginePage::NavigationType type) {
-        int navigationType = navigationTypeFor(type);
-        if (navigationType == WebViewNavigationTypeLinkClicked && !view_->hadRecentUserInput()) {
-            navigationType = WebViewNavigationTypeOther;
-        }
+        const int navigationType = navigationTypeFor(type, view_->hadRecentUserInput());
         if (!view_->shouldStartLoad(UrlRequest(url), navigationType, false)) {
             return false;
         }
