@@ -222,6 +222,24 @@ inline QVariantMap queryOf(const QJsonObject& entry) {
     return query;
 }
 
+// The queries of the server's log entries for `path` after `since`, and one key's values of them.
+inline QList<QVariantMap> queriesTo(const Harness& h, const QString& path, qint64 since = 0) {
+    QList<QVariantMap> queries;
+    for (const QJsonObject& entry : h.requestsTo(path, since)) {
+        queries.append(queryOf(entry));
+    }
+    return queries;
+}
+
+inline QStringList queryValues(const Harness& h, const QString& path, const QString& key,
+                               qint64 since = 0) {
+    QStringList values;
+    for (const QVariantMap& query : queriesTo(h, path, since)) {
+        values << query.value(key).toString();
+    }
+    return values;
+}
+
 // A rectangle sent as a dictionary of "x", "y", "w" and "h".
 inline QRectF rectOf(const QVariant& value) {
     const QVariantMap map = value.toMap();

@@ -36,11 +36,7 @@ class TestFullScreenEndToEnd : public QObject {
 
     // What the ad's pages heard from the client (the bridge reports each message to /msg).
     QStringList pageMessages(qint64 since) const {
-        QStringList names;
-        for (const QJsonObject& entry : h.requestsTo(QStringLiteral("/msg"), since)) {
-            names << e2e::queryOf(entry).value(QStringLiteral("name")).toString();
-        }
-        return names;
+        return e2e::queryValues(h, QStringLiteral("/msg"), QStringLiteral("name"), since);
     }
 
     // What the application's delegate heard about screens (and leaving), in order.

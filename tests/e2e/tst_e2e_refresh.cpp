@@ -19,20 +19,12 @@ class TestRefreshEndToEnd : public QObject {
     Harness h;
 
     QList<QVariantMap> adQueries(qint64 since) const {
-        QList<QVariantMap> queries;
-        for (const QJsonObject& entry : h.requestsTo(QStringLiteral("/ad"), since)) {
-            queries.append(e2e::queryOf(entry));
-        }
-        return queries;
+        return e2e::queriesTo(h, QStringLiteral("/ad"), since);
     }
 
     // The serial ("n") of every impression fetched since `since`.
     QStringList impressions(qint64 since) const {
-        QStringList serials;
-        for (const QJsonObject& entry : h.requestsTo(QStringLiteral("/t/imp"), since)) {
-            serials << e2e::queryOf(entry).value(QStringLiteral("n")).toString();
-        }
-        return serials;
+        return e2e::queryValues(h, QStringLiteral("/t/imp"), QStringLiteral("n"), since);
     }
 
   private slots:
@@ -114,8 +106,7 @@ class TestRefreshEndToEnd : public QObject {
         // earlier case may still report its impression meanwhile).
         const auto count = [&](const QString& key, const QString& value) {
             int n = 0;
-            for (const QJsonObject& entry : h.requestsTo(QStringLiteral("/t/imp"), mark)) {
-                const QVariantMap query = e2e::queryOf(entry);
+            for (const QVariantMap& query : e2e::queriesTo(h, QStringLiteral("/t/imp"), mark)) {
                 n += query.contains(key) && (value.isEmpty() || query.value(key) == value) ? 1 : 0;
             }
             return n;
