@@ -1,4 +1,3 @@
-#include "ads/core/PXBConfiguration.h"
 #include "app/AppOptions.h"
 
 #include <QTest>
@@ -93,29 +92,6 @@ class TestAppOptions : public QObject {
             QCOMPARE(options->screenshotDelay, delay);
             QCOMPARE(options->quitAfter, quitAfter);
         }
-    }
-
-    void screenshotAndVerbose() {
-        QString error;
-        const auto options =
-            AppOptions::parse({"b", "--screenshot", "/tmp/x.png", "--verbose"}, &error);
-        QVERIFY(options);
-        QCOMPARE(options->screenshotPath, QString("/tmp/x.png"));
-        QVERIFY(options->verbose);
-        QVERIFY(!AppOptions::parse({"b", "--screenshot"}, &error));
-        QVERIFY(AppOptions::parse({"b", "--help"}, &error)->help);
-        QVERIFY(AppOptions::helpText().startsWith("Usage: brindle-sounds [options]"));
-    }
-
-    void configurationGivesTheScriptAddress() {
-        PXBConfiguration::setAdServerURL(QUrl("http://127.0.0.1:4000/"));
-        PXBConfiguration::setScriptHostURL(QUrl());
-        QCOMPARE(PXBConfiguration::scriptURL().toString(),
-                 QString("http://127.0.0.1:4000/zelm/sdk-core-v40.js"));
-        QCOMPARE(PXBConfiguration::adServerHost(), QString("127.0.0.1:4000"));
-        PXBConfiguration::setScriptHostURL(QUrl("http://js.test/"));
-        QCOMPARE(PXBConfiguration::scriptURL().toString(),
-                 QString("http://js.test/zelm/sdk-core-v40.js"));
     }
 };
 

@@ -7,32 +7,6 @@
 #include <QTest>
 
 namespace {
-// The clips of the sound board and the music track, as the board asks for them.
-const QStringList kResources = {
-    "who needs em.mp3",
-    "spread that butter.mp3",
-    "havent seen a newspaper.mp3",
-    "lonely here.mp3",
-    "Good News.mp3",
-    "finger.m4a",
-    "Young Man.m4a",
-    "Tip in pocket.mp3",
-    "Sweaty.m4a",
-    "Thats Sounds Fun.m4a",
-    "You like popsicles.mp3",
-    "Why the long face.mp3",
-    "Nice Muscly arm.mp3",
-    "guess who.mp3",
-    "hey there fella.mp3",
-    "Good Lord.m4a",
-    "Freezer full of popsicles.mp3",
-    "Fish it out.mp3",
-    "Dont make me beg.mp3",
-    "Come here son.mp3",
-    "buttonEffect.caf",
-    "Be your lover.mp3",
-};
-
 void touch(const QString& path) {
     QDir().mkpath(QFileInfo(path).path());
     QFile file(path);
@@ -43,20 +17,6 @@ void touch(const QString& path) {
 class TestBundle : public QObject {
     Q_OBJECT
   private slots:
-    void shippedResourcesHaveTheBoardsNamesAndTypes() {
-        const QDir source(qEnvironmentVariable("SORVEL_SOURCE_DIR") + "/app/resources");
-        QVERIFY(source.exists());
-        QStringList present = source.entryList(QDir::Files);
-        QStringList expected = kResources;
-        present.sort();
-        expected.sort();
-        QCOMPARE(present, expected);
-        for (const QString& file : kResources) {
-            QVERIFY2(QFileInfo(source.filePath(file)).size() > 1000, qPrintable(file));
-            QVERIFY2(QFileInfo(source.filePath(file)).size() < 200 * 1024, qPrintable(file));
-        }
-    }
-
     void pathForResource_data() {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("type");
@@ -120,15 +80,6 @@ class TestBundle : public QObject {
         qputenv("BRINDLE_SOUNDS_RESOURCES", elsewhere.path().toLocal8Bit());
         QCOMPARE(Bundle::locateResourcePath("/nonexistent"), elsewhere.path());
         qunsetenv("BRINDLE_SOUNDS_RESOURCES");
-    }
-
-    void mainBundleFindsTheCopiedResources() {
-        // Suites run from the build tree; the program's folder is build/app.
-        const QString exeDir = QCoreApplication::applicationDirPath() + "/../../app";
-        const Bundle bundle(Bundle::locateResourcePath(exeDir));
-        for (const QString& file : kResources) {
-            QVERIFY2(!bundle.pathForResource(file, "").isNull(), qPrintable(file));
-        }
     }
 
     // The facts behind the ad client's "app_name": the project's version and a reverse-DNS
