@@ -3,10 +3,8 @@
 #pragma once
 
 #include <QByteArray>
-#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QHostAddress>
-#include <QList>
 #include <QTcpSocket>
 #include <QTimer>
 
@@ -15,18 +13,14 @@ struct RawReply {
     QList<QByteArray> headerLines;
     QByteArray body;
 
-    QList<QByteArray> values(const QByteArray& name) const {
-        QList<QByteArray> found;
+    QByteArray value(const QByteArray& name) const {
         for (const QByteArray& line : headerLines) {
-            const qsizetype colon = line.indexOf(':');
-            if (colon > 0 && line.left(colon).compare(name, Qt::CaseInsensitive) == 0) {
-                found.append(line.mid(colon + 1).trimmed());
+            if (line.startsWith(name + ':')) {
+                return line.mid(name.size() + 1).trimmed();
             }
         }
-        return found;
+        return {};
     }
-    QByteArray value(const QByteArray& name) const { return values(name).value(0); }
-    bool has(const QByteArray& name) const { return !values(name).isEmpty(); }
 };
 
 inline RawReply rawExchange(quint16 port, const QByteArray& bytes, int timeoutMs = 10000) {
@@ -56,8 +50,12 @@ inline RawReply rawExchange(quint16 port, const QByteArray& bytes, int timeoutMs
     return reply;
 }
 
-inline RawReply rawGet(quint16 port, const QByteArray& target,
-                       const QByteArray& extraHeaders = QByteArray()) {
-    return rawExchange(port, "GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1:" +
-                                 QByteArray::number(port) + "\r\n" + extraHeaders + "\r\n");
+inline QByteArray getRequest(quint16 port, const QByteArray& target,
+                             const QByteArray& extraHeaders = {}) {
+    return "GET " + target + " HTTP/1.1\r\nHost: 127.0.0.1:" + QByteArray::number(port) + "\r\n" +
+           extraHeaders + "\r\n";
+}
+
+inline RawReply rawGet(quint16 port, const QByteArray& target) {
+    return rawExchange(port, getRequest(port, target));
 }
