@@ -1,7 +1,6 @@
 // The web view's corners that the end-to-end suites cannot reach: navigations from frames and
-// scripts, redirects the delegate refuses, HTTP error pages, cookies across launches, the
-// Referer's origin rule and a stopped load. Plain loads, clicks, back and forward are proven end
-// to end.
+// scripts, how loads end (refused redirects, HTTP error pages, a stop), cookies across launches
+// and the Referer's origin rule. Plain loads, clicks, back and forward are proven end to end.
 #include "platform/ui/webview.h"
 #include "platform/ui/webviewpaint.h"
 #include "platform/urlconnection.h"
@@ -192,76 +191,77 @@ class TestWebView : public QObject {
         QCOMPARE(fetched(QStringLiteral("/page")), allowed);
     }
 
-    // A click URL that answers with another application's address: the load it started fails,
-    // and the next load starts and finishes as usual.
-    void refusedRedirectEndsTheLoad_data() {
-        QTest::addColumn<QString>("location");
-        QTest::addColumn<bool>("allowed");  // by the delegate; the engine loads none of these
-        QTest::newRow("store scheme refused") << "sorvelstore://app/x" << false;
-        QTest::newRow("tel refused") << "tel:+15551234" << false;
-        QTest::newRow("message URL refused") << "qmsg://click?u=1" << false;
-        QTest::newRow("tel allowed, not loadable") << "tel:+15551234" << true;
+    // A load ends once: a page that arrived finishes whatever its status; a redirect the delegate
+    // refuses or the engine cannot load (a click URL answering with another application's
+    // address) interrupts it; the network or a stop fails it. The next load goes as usual.
+    void eachLoadEndsOnce_data() {
+        QTest::addColumn<int>("status");        // 0: nothing listens; -1: stopped while waiting
+        QTest::addColumn<QString>("location");  // of a redirect
+        QTest::addColumn<bool>("allowed");      // the redirect, by the delegate
+        QTest::addColumn<QString>("domain");    // of the error; empty: finished
+        QTest::addColumn<qint64>("code");       // 0: any
+        const QString web = kWebViewErrorDomain;
+        const qint64 interrupted = kWebViewErrorFrameLoadInterrupted;
+        // clang-format off
+        QTest::newRow("404 with a body") << 404 << "" << false << "" << 0ll;
+        QTest::newRow("500 with a body") << 500 << "" << false << "" << 0ll;
+        QTest::newRow("connection refused") << 0 << "" << false << kNetworkErrorDomain << 0ll;
+        QTest::newRow("stopped") << -1 << "" << false << web << qint64(kWebViewErrorCancelled);
+        QTest::newRow("store scheme refused") << 302 << "sorvelstore://app/x" << false << web << interrupted;
+        QTest::newRow("tel refused") << 302 << "tel:+15551234" << false << web << interrupted;
+        QTest::newRow("message URL refused") << 302 << "qmsg://click?u=1" << false << web << interrupted;
+        QTest::newRow("tel allowed, not loadable") << 302 << "tel:+15551234" << true << web << interrupted;
+        // clang-format on
     }
-    void refusedRedirectEndsTheLoad() {
+    void eachLoadEndsOnce() {
+        QFETCH(int, status);
         QFETCH(QString, location);
         QFETCH(bool, allowed);
-        server_.route(QStringLiteral("/click"), [location](const auto&) {
-            HttpTestResponse r;
-            r.status = 302;
-            r.headers = {{"Location", location.toUtf8()}};
+        QFETCH(QString, domain);
+        QFETCH(qint64, code);
+        server_.route(QStringLiteral("/end"), [=](const auto&) {
+            HttpTestResponse r = htmlResponse("sorry", status < 0 ? 200 : status);
+            r.delayMs = status < 0 ? 3000 : 0;
+            if (!location.isEmpty()) {
+                r.headers = {{"Location", location.toUtf8()}};
+            }
             return r;
         });
+        const QUrl url =
+            status == 0
+                ? QUrl(QStringLiteral("http://127.0.0.1:%1/").arg(testsupport::unusedPort()))
+                : server_.url(QStringLiteral("/end"));
         WebView view;
         RecordingDelegate delegate(view);
-        delegate.allow = [&](const QUrl& url) {
-            return url.scheme() == QLatin1String("http") || allowed;
+        delegate.allow = [&](const QUrl& u) {
+            return u.scheme() == QLatin1String("http") || allowed;
         };
-        const QUrl click = server_.url(QStringLiteral("/click"));
-        view.loadRequest(UrlRequest(click));
-        QTRY_VERIFY_WITH_TIMEOUT(delegate.events.contains(QStringLiteral("fail")), 10000);
-        QCOMPARE(delegate.events, (QStringList{"should:" + click.toString(), "start",
-                                               "should:" + QUrl(location).toString(), "fail"}));
-        QCOMPARE(delegate.errors.value(0).domain(), kWebViewErrorDomain);
-        QCOMPARE(delegate.errors.value(0).code(), qint64(kWebViewErrorFrameLoadInterrupted));
+        view.loadRequest(UrlRequest(url));
+        if (status < 0) {
+            QTRY_VERIFY_WITH_TIMEOUT(view.isLoading(), 10000);
+            view.stopLoading();
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(delegate.ended(), 10000);
+        QStringList events{"should:" + url.toString(), "start"};
+        if (!location.isEmpty()) {
+            events << "should:" + QUrl(location).toString();
+        }
+        QCOMPARE(delegate.events, events << (domain.isEmpty() ? "finish" : "fail"));
         QVERIFY(!view.isLoading());
+        if (!domain.isEmpty()) {
+            QCOMPARE(delegate.errors.value(0).domain(), domain);
+            QVERIFY(code == 0 || delegate.errors.value(0).code() == code);
+        } else {
+            QString body;
+            view.stringByEvaluatingJavaScriptFromString("document.body.textContent",
+                                                        [&](const QString& r) { body = r; });
+            QTRY_COMPARE(body, QStringLiteral("sorry"));
+        }
 
         delegate.events.clear();
         view.loadRequest(UrlRequest(server_.url(QStringLiteral("/page"))));
         QTRY_VERIFY_WITH_TIMEOUT(delegate.events.contains(QStringLiteral("finish")), 10000);
         QCOMPARE(delegate.events.mid(1), (QStringList{"start", "finish"}));
-    }
-
-    // A page that arrived is a finished load whatever its status; only the network fails one.
-    void httpErrorPagesFinishAndNetworkErrorsFail_data() {
-        QTest::addColumn<int>("status");  // 0: nothing listens
-        QTest::addColumn<QString>("end");
-        QTest::newRow("404 with a body") << 404 << "finish";
-        QTest::newRow("500 with a body") << 500 << "finish";
-        QTest::newRow("connection refused") << 0 << "fail";
-    }
-    void httpErrorPagesFinishAndNetworkErrorsFail() {
-        QFETCH(int, status);
-        QFETCH(QString, end);
-        server_.route(QStringLiteral("/status"),
-                      [status](const auto&) { return htmlResponse("sorry", status); });
-        const QUrl url =
-            status == 0
-                ? QUrl(QStringLiteral("http://127.0.0.1:%1/").arg(testsupport::unusedPort()))
-                : server_.url(QStringLiteral("/status"));
-        WebView view;
-        RecordingDelegate delegate(view);
-        view.loadRequest(UrlRequest(url));
-        QTRY_VERIFY_WITH_TIMEOUT(delegate.events.size() == 3, 10000);
-        QCOMPARE(delegate.events, (QStringList{"should:" + url.toString(), "start", end}));
-        QVERIFY(!view.isLoading());
-        if (status == 0) {
-            QCOMPARE(delegate.errors.value(0).domain(), kNetworkErrorDomain);
-            return;
-        }
-        QString body;
-        view.stringByEvaluatingJavaScriptFromString("document.body.textContent",
-                                                    [&](const QString& r) { body = r; });
-        QTRY_COMPARE(body, QStringLiteral("sorry"));
     }
 
     // One jar for pages and connections; its lasting cookies reach the next launch (a process of
@@ -342,22 +342,6 @@ class TestWebView : public QObject {
         QCOMPARE(launch.exitCode(), 0);
         QCOMPARE(sent(QStringLiteral("page")), kept);
         QCOMPARE(sent(QStringLiteral("connection")), kept);
-    }
-
-    void stopLoadingReportsACancelledLoad() {
-        server_.route(QStringLiteral("/slow"), [](const auto&) {
-            HttpTestResponse r = htmlResponse("late");
-            r.delayMs = 3000;
-            return r;
-        });
-        WebView view;
-        RecordingDelegate delegate(view);
-        view.loadRequest(UrlRequest(server_.url(QStringLiteral("/slow"))));
-        QTRY_VERIFY_WITH_TIMEOUT(view.isLoading(), 10000);
-        view.stopLoading();
-        QTRY_VERIFY_WITH_TIMEOUT(delegate.events.contains(QStringLiteral("fail")), 10000);
-        QVERIFY(!view.isLoading());
-        QCOMPARE(delegate.errors.value(0).code(), qint64(kWebViewErrorCancelled));
     }
 };
 
