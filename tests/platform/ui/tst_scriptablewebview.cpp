@@ -56,15 +56,6 @@ class TestScriptableWebView : public QObject {
         QCOMPARE(answer, QStringLiteral("unset"));
         QTRY_COMPARE(answer, QStringLiteral("2"));
     }
-
-    void installedFactoryScriptsEveryNewWebView() {
-        ScriptedWebViewBackend::installForNewWebViews();
-        WebView view;
-        QVERIFY(ScriptedWebViewBackend::of(&view) != nullptr);
-        WebView::setBackendFactory({});
-        WebView engineView;
-        QVERIFY(ScriptedWebViewBackend::of(&engineView) == nullptr);
-    }
 };
 
 SORVEL_UI_TEST_MAIN(TestScriptableWebView)
