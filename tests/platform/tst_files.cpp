@@ -10,16 +10,6 @@ using namespace platform;
 class TestFiles : public QObject {
     Q_OBJECT
   private slots:
-    void directoriesFollowXdgAndAreCreated() {
-        testsupport::TempHome home;
-        const QString caches = cachesDirectory();
-        const QString documents = documentsDirectory();
-        QVERIFY(caches.startsWith(home.path() + "/xdg_cache_home"));
-        QVERIFY(documents.startsWith(home.path() + "/xdg_data_home"));
-        QVERIFY(documents.endsWith("/Documents"));
-        QVERIFY(QDir(caches).exists() && QDir(documents).exists());
-    }
-
     void atomicWriteAndFileTimes() {
         testsupport::TempHome home;
         const QString path = home.path() + "/a/b/c/file.bin";

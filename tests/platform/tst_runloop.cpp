@@ -10,36 +10,26 @@ using namespace platform;
 class TestRunLoop : public QObject {
     Q_OBJECT
   private slots:
-    void workRunsOnALaterTurnInOrderOfDueTime() {
+    // Cancelled work, and work whose target is gone, would have run before "late".
+    void workRunsOnALaterTurnInOrderOfDueTimeUnlessDropped() {
         QObject target;
+        QObject cancelled;
         QStringList order;
         performAfter(&target, 0.05, [&] { order << "late"; });
         performAfter(&target, 0, [&] { order << "first"; });
         performAfter(&target, 0.01, [&] { order << "middle"; });
-        QVERIFY(order.isEmpty());  // not even zero-delay work runs during the call
-        QCOMPARE(pendingPerformRequests(&target), 3);
-        QTRY_COMPARE(order, (QStringList{"first", "middle", "late"}));
-        QCOMPARE(pendingPerformRequests(&target), 0);
-    }
-
-    void cancellationAndDestructionDropATargetsWork() {
-        QObject a;
-        QObject b;
-        int ranA = 0;
-        int ranB = 0;
-        int ranGone = 0;
-        performAfter(&a, 0, [&] { ++ranA; });
-        performAfter(&a, 0.01, [&] { ++ranA; });
-        performAfter(&b, 0, [&] { ++ranB; });
+        performAfter(&cancelled, 0, [&] { order << "cancelled"; });
+        performAfter(&cancelled, 0.01, [&] { order << "cancelled later"; });
         {
             QObject gone;
-            performAfter(&gone, 0, [&] { ++ranGone; });
+            performAfter(&gone, 0, [&] { order << "gone"; });
         }
-        cancelPreviousPerformRequests(&a);
-        QCOMPARE(pendingPerformRequests(&a), 0);
-        QTRY_COMPARE(ranB, 1);
-        QTest::qWait(30);
-        QCOMPARE(ranA + ranGone, 0);
+        cancelPreviousPerformRequests(&cancelled);
+        QVERIFY(order.isEmpty());  // not even zero-delay work runs during the call
+        QCOMPARE(pendingPerformRequests(&target), 3);
+        QCOMPARE(pendingPerformRequests(&cancelled), 0);
+        QTRY_COMPARE(order, (QStringList{"first", "middle", "late"}));
+        QCOMPARE(pendingPerformRequests(&target), 0);
     }
 
     void workMayScheduleAndCancelForItsOwnTarget() {
@@ -80,23 +70,17 @@ class TestRunLoop : public QObject {
         QTRY_COMPARE(runs, 2);
     }
 
+    // The ad's reload timer is one-shot and may be replaced from its own callback.
     void timers() {
         int oneShot = 0;
         auto once = Timer::scheduled(0.01, false, [&] { ++oneShot; });
-        QTRY_COMPARE(oneShot, 1);
-        QVERIFY(!once->isValid());
-
-        int ticks = 0;
-        auto repeating = Timer::scheduled(0.005, true, [&] { ++ticks; });
-        QTRY_VERIFY(ticks >= 3);
-        repeating->invalidate();
-        const int stopped = ticks;
-
         int never = 0;
         auto cancelled = Timer::scheduled(0.01, false, [&] { ++never; });
         cancelled->invalidate();
+        QTRY_COMPARE(oneShot, 1);
+        QVERIFY(!once->isValid());
 
-        // Destroyed from inside its own callback.
+        // Destroyed from inside its own callback (repeating, so that a survivor would show).
         std::unique_ptr<Timer> self;
         int selfRuns = 0;
         self = Timer::scheduled(0.005, true, [&] {
@@ -105,7 +89,6 @@ class TestRunLoop : public QObject {
         });
         QTRY_VERIFY(!self);
         QTest::qWait(30);
-        QCOMPARE(ticks, stopped);
         QCOMPARE(never, 0);
         QCOMPARE(selfRuns, 1);
     }

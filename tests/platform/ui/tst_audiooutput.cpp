@@ -6,6 +6,7 @@
 #include "platform/ui/audioplayer.h"
 #include "uitestmain.h"
 
+#include <QDataStream>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>
@@ -35,28 +36,23 @@ QByteArray tailClip(double soft) {
     QByteArray samples;
     auto tone = [&](double seconds, double hz, double level) {
         for (int i = 0; i < int(seconds * rate); ++i) {
-            const double value = level * 32767 * std::sin(2 * M_PI * hz * i / rate);
-            char bytes[2];
-            qToLittleEndian(qint16(std::lround(value)), bytes);
-            samples.append(bytes, 2);
+            const qint16 value = qToLittleEndian(
+                qint16(std::lround(level * 32767 * std::sin(2 * M_PI * hz * i / rate))));
+            samples.append(reinterpret_cast<const char*>(&value), 2);
         }
     };
     tone(soft, 440, 0.1);
     tone(0.1, 2000, 0.8);
-    QByteArray wav("RIFF");
-    auto u32 = [&](quint32 v) {
-        wav.append(QByteArray(4, 0));
-        qToLittleEndian(v, wav.end() - 4);
-    };
-    auto u16 = [&](quint16 v) {
-        wav.append(QByteArray(2, 0));
-        qToLittleEndian(v, wav.end() - 2);
-    };
-    u32(36 + samples.size());
-    wav += "WAVEfmt ";
-    u32(16), u16(1), u16(1), u32(rate), u32(rate * 2), u16(2), u16(16);
-    wav += "data";
-    u32(samples.size());
+    QByteArray wav;
+    QDataStream out(&wav, QIODevice::WriteOnly);
+    out.setByteOrder(QDataStream::LittleEndian);
+    out.writeRawData("RIFF", 4);
+    out << quint32(36 + samples.size());
+    out.writeRawData("WAVEfmt ", 8);
+    out << quint32(16) << quint16(1) << quint16(1) << quint32(rate) << quint32(rate * 2)
+        << quint16(2) << quint16(16);
+    out.writeRawData("data", 4);
+    out << quint32(samples.size());
     return wav + samples;
 }
 
