@@ -1,12 +1,10 @@
 #include "ads/net/PXBCachedFile.h"
 #include "ads/net/PXBNetworkUtilities.h"
-#include "platform/clock.h"
 #include "platform/files.h"
 #include "support/httptestserver.h"
 #include "support/testenv.h"
 
 #include <QFileInfo>
-#include <QRegularExpression>
 #include <QTest>
 
 using platform::Error;
@@ -175,22 +173,6 @@ class TestCachedFile : public QObject {
         QTest::qWait(200);
         QVERIFY(recorder.events.isEmpty());
         QVERIFY(!cancelled.hasContent());
-    }
-
-    void cacheBuster() {
-        Recorder recorder;
-        PXBCachedFile file(&recorder, server_->url("/doc?a=1"));
-        const double before = platform::absoluteTimeNow();
-        file.validateWithCacheBuster();
-        QTRY_COMPARE(recorder.events, QStringList{"end"});
-        const QString query = server_->requests().value(0).query;
-        const QRegularExpressionMatch match =
-            QRegularExpression("^a=1&unique=(\\d+)$").match(query);
-        QVERIFY2(match.hasMatch(), qPrintable(query));
-        QVERIFY(std::abs(match.captured(1).toDouble() - before) <= 2);
-        // The file belongs to the source URL, not to the busted one.
-        QVERIFY(file.filePath().endsWith(
-            QString::number(PXBCachedFile::stableHash(server_->url("/doc?a=1").toString()), 16)));
     }
 
     // One folder per host, one file per URL; a URL without a host stays inside the caches too.
