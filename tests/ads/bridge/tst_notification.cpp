@@ -1,6 +1,4 @@
 #include "ads/bridge/PXBNotification.h"
-#include "ads/bridge/PXBNotificationCenter.h"
-#include "platform/notificationcenter.h"
 
 #include <QTest>
 
@@ -52,27 +50,6 @@ class TestNotification : public QObject {
             QCOMPARE(notification->hasParameters(), parameters.isValid());
             QCOMPARE(notification->parameters(), parameters.toMap());
         }
-    }
-
-    void delayedPostingComesOnALaterTurn() {
-        QList<platform::Notification> received;
-        auto& center = platform::NotificationCenter::defaultCenter();
-        center.addObserver(this, QString(), nullptr,
-                           [&](const platform::Notification& n) { received.append(n); });
-        int webView = 0;
-        PXBNotificationCenter::defaultCenter().postNotificationFromURL(QUrl("qmsg://h/custom?A=1"),
-                                                                       &webView, 0);
-        PXBNotificationCenter::defaultCenter().postNotificationFromURL(QUrl("torvin://nope"),
-                                                                       &webView, 0);
-        QVERIFY(received.isEmpty());
-        QTRY_COMPARE(received.size(), 1);
-        QCOMPARE(received[0].name, QString("custom"));
-        QCOMPARE(received[0].object, &webView);
-        QCOMPARE(received[0].userInfo, (QVariantMap{{"a", "1"}}));
-        // Nothing more arrives from the unparsable URL.
-        QTest::qWait(20);
-        QCOMPARE(received.size(), 1);
-        center.removeObserver(this);
     }
 };
 

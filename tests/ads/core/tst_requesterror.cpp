@@ -54,13 +54,6 @@ class TestRequestError : public QObject {
         QCOMPARE(error.userInfo().value("NSLocalizedFailureReason").toString(), text);
     }
 
-    void osVersionComesFromTheDevice() {
-        setSystemVersion("17.4");
-        QVERIFY(PXBRequestError::localizedStringForErrorCode(4).contains("OS is 17.4.0.  It"));
-        setSystemVersion("6.1.0.9");
-        QVERIFY(PXBRequestError::localizedStringForErrorCode(4).contains("OS is 6.1.0.  It"));
-    }
-
     void minimumVersionCheck_data() {
         QTest::addColumn<int>("major");
         QTest::addColumn<int>("minor");

@@ -1,5 +1,4 @@
-// The device facts as the running application gives them: the phone window and its status bar,
-// and the URL schemes the desktop can open.
+// The device facts as the running application gives them: the phone window and its status bar.
 #include "ads/device/PXBIdentifierUtilities.h"
 #include "platform/ui/application.h"
 #include "platform/ui/screen.h"
@@ -36,19 +35,6 @@ class TestDeviceEnvironment : public QObject {
         QCOMPARE(parameters.value(kPXBParameterScreenWidth).toDouble(), size.width());
         QCOMPARE(parameters.value(kPXBParameterScreenHeight).toDouble(), size.height());
         QCOMPARE(utilities.screenDensity(), float(platform::Screen::scale()));
-    }
-
-    // (What the bookstore schemes give is tested with made-up facts; this is the wiring.)
-    void schemesThroughApplication() {
-        platform::Application* app = platform::Application::sharedApplication();
-        app->setSchemeAvailable(u"itms-books"_s, false);
-        app->setSchemeAvailable(u"kindle"_s, false);
-        QCOMPARE(
-            PXBIdentifierUtilities().canOpenURLs({u"https://example.com/"_s, u"kindle://home"_s}),
-            (QVariantMap{{u"https://example.com/"_s, true}, {u"kindle://home"_s, false}}));
-        app->setSchemeAvailable(u"kindle"_s, true);
-        QCOMPARE(PXBIdentifierUtilities().parameters().value(kPXBParameterCapabilitiesBookstore),
-                 QVariant(2));
     }
 };
 

@@ -183,17 +183,12 @@ class TestHLXStringEncoding : public QObject {
         QCOMPARE(e.decode(u"Zm9v\nYm Fy\n"_s), QByteArray("foobar"));
         QCOMPARE(e.decode(u"Zg==\n"_s), QByteArray("f"));
 
-        // A mapped character keeps its meaning; the report names the class it came through.
+        // A mapped character keeps its meaning.
         QTest::ignoreMessage(QtCriticalMsg,
                              "Assertion failure in HLXStringEncoding::ignoreCharacters: "
                              "Character already mapped");
         e.ignoreCharacters(u"Z"_s);
         QCOMPARE(e.decode(u"Zg=="_s), QByteArray("f"));
-        auto p = PXB_HLXStringEncoding::hexStringEncoding();
-        QTest::ignoreMessage(QtCriticalMsg,
-                             "Assertion failure in PXB_HLXStringEncoding::ignoreCharacters: "
-                             "Character already mapped");
-        p.ignoreCharacters(u"a"_s);
     }
 
     void customPadding() {
@@ -204,10 +199,6 @@ class TestHLXStringEncoding : public QObject {
         e.setDoPad(true);
         QCOMPARE(e.encode("f"), u"CO******"_s);
         QCOMPARE(e.decode(u"CO**"_s), QByteArray("f"));
-        QCOMPARE(e.description(),
-                 u"<Base32 StringEncoder: "
-                 u"<303132333435363738394142434445464748494a4b4c4d4e4f505152535455"
-                 "56>>"_s);
     }
 };
 

@@ -52,6 +52,15 @@ class TestPXBNetworkChecker : public QObject {
         QTest::newRow("reachable, other flags") << (0x2u | 0x1u | 0x4u | 0x20u) << 2u << u"wi"_s;
         QTest::newRow("reachable over WWAN") << 0x40002u << 3u << u"ed"_s;
         QTest::newRow("every bit") << 0xffffffffu << 3u << u"ed"_s;
+        // The platform monitor's readings, as flags.
+        auto reading = [](Scope scope, bool cellular) {
+            return PXBNetworkChecker::flagsForReading({scope, cellular});
+        };
+        QTest::newRow("online") << reading(Scope::Online, false) << 2u << u"wi"_s;
+        QTest::newRow("online, cellular") << reading(Scope::Online, true) << 3u << u"ed"_s;
+        QTest::newRow("local network") << reading(Scope::Local, false) << 2u << u"wi"_s;
+        QTest::newRow("site") << reading(Scope::Site, false) << 2u << u"wi"_s;
+        QTest::newRow("disconnected") << reading(Scope::Disconnected, true) << 1u << QString();
     }
     void flags() {
         QFETCH(quint32, flags);
@@ -130,31 +139,6 @@ class TestPXBNetworkChecker : public QObject {
         checker.startNetworkChecking();
         QVERIFY(!checker.isEnabled());
         QVERIFY(checker.networkTypeString().isNull());
-    }
-
-    void sharedCheckerIsOnFromTheStart() {
-        PXBNetworkChecker* shared = PXBNetworkChecker::sharedChecker();
-        QCOMPARE(PXBNetworkChecker::sharedChecker(), shared);
-        QVERIFY(shared->isEnabled());
-    }
-
-    void readings_data() {
-        QTest::addColumn<Scope>("scope");
-        QTest::addColumn<bool>("cellular");
-        QTest::addColumn<QString>("typeString");
-        QTest::newRow("online") << Scope::Online << false << u"wi"_s;
-        QTest::newRow("online, cellular") << Scope::Online << true << u"ed"_s;
-        QTest::newRow("local network") << Scope::Local << false << u"wi"_s;
-        QTest::newRow("site") << Scope::Site << false << u"wi"_s;
-        QTest::newRow("disconnected") << Scope::Disconnected << true << QString();
-    }
-    void readings() {
-        QFETCH(Scope, scope);
-        QFETCH(bool, cellular);
-        QFETCH(QString, typeString);
-        PXBNetworkChecker checker;
-        checker.setNetworkTypeFromFlags(PXBNetworkChecker::flagsForReading({scope, cellular}));
-        QCOMPARE(checker.networkTypeString(), typeString);
     }
 };
 

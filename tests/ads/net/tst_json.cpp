@@ -7,8 +7,6 @@
 
 using platform::Error;
 
-Q_DECLARE_METATYPE(std::optional<QVariantMap>)
-
 namespace {
 
 QVariant dec(const char* text) {
@@ -41,8 +39,7 @@ class TestJson : public QObject {
     void decimalNumbers();
     void roundTrip_data();
     void roundTrip();
-    void macros_data();
-    void macros();
+    void shorthands();
 };
 
 void TestJson::readValues_data() {
@@ -54,9 +51,6 @@ void TestJson::readValues_data() {
                                    QVariantMap{{"a", QVariantList{true, false, null}}, {"b", "x"}});
     QTest::newRow("missing comma accepted")
         << QByteArray("[1 2]") << QVariant(QVariantList{dec("1"), dec("2")});
-    QTest::newRow("missing comma in object")
-        << QByteArray("{\"a\":1 \"b\":2}")
-        << QVariant(QVariantMap{{"a", dec("1")}, {"b", dec("2")}});
     QTest::newRow("later key wins")
         << QByteArray("{\"a\":1,\"a\":2}") << QVariant(QVariantMap{{"a", dec("2")}});
     QTest::newRow("escapes") << QByteArray(R"(["\"\\\/\b\f\n\r\t\u00e9\u20AC"])")
@@ -65,8 +59,6 @@ void TestJson::readValues_data() {
         << QByteArray(R"(["\uD83D\uDE00"])") << QVariant(QVariantList{QString(QChar(0xF600))});
     QTest::newRow("UTF-8 passes through") << QByteArray("[\"h\xC3\xA9llo \xF0\x9F\x98\x80\"]")
                                           << QVariant(QVariantList{QString::fromUtf8("héllo 😀")});
-    QTest::newRow("empty string and containers")
-        << QByteArray("[\"\",{},[]]") << QVariant(QVariantList{"", QVariantMap(), QVariantList()});
     QTest::newRow("nothing after zero byte")
         << QByteArray("[1]\0garbage", 11) << QVariant(QVariantList{dec("1")});
 }
@@ -87,73 +79,40 @@ void TestJson::readErrors_data() {
     QTest::addColumn<bool>("fragment");
     // Codes and messages of the error and of each error it wraps, outermost first.
     QTest::addColumn<QString>("trace");
-    QTest::newRow("trailing comma in array")
-        << QByteArray("[1,2,]") << false << "9 Trailing comma disallowed in array";
-    QTest::newRow("trailing comma in object")
-        << QByteArray("{\"a\":1 , }") << false << "9 Trailing comma disallowed in object";
+    // clang-format off
+    QTest::newRow("trailing comma in array") << QByteArray("[1,2,]") << false << "9 Trailing comma disallowed in array";
+    QTest::newRow("trailing comma in object") << QByteArray("{\"a\":1 , }") << false << "9 Trailing comma disallowed in object";
     QTest::newRow("leading zero") << QByteArray("01") << true << "2 Leading 0 disallowed in number";
     QTest::newRow("minus alone") << QByteArray("-") << true << "2 No digits after initial minus";
-    QTest::newRow("no fraction digits")
-        << QByteArray("1.") << true << "2 No digits after decimal point";
-    QTest::newRow("no exponent digits")
-        << QByteArray("1e+") << true << "2 No digits after exponent";
+    QTest::newRow("no fraction digits") << QByteArray("1.") << true << "2 No digits after decimal point";
+    QTest::newRow("no exponent digits") << QByteArray("1e+") << true << "2 No digits after exponent";
     QTest::newRow("leading plus") << QByteArray("+1") << true << "2 Leading + disallowed in number";
-    QTest::newRow("scalar where an object is required")
-        << QByteArray("1") << false << "4 Valid fragment, but not JSON";
+    QTest::newRow("scalar where an object is required") << QByteArray("1") << false << "4 Valid fragment, but not JSON";
     QTest::newRow("garbage") << QByteArray("[] x") << false << "10 Garbage after JSON";
-    QTest::newRow("nothing required after a word")
-        << QByteArray("nullx") << true << "10 Garbage after JSON";
-    QTest::newRow("bad word") << QByteArray("[tru]") << false
-                              << "3 Expected value while parsing array / 3 Expected 'true'";
-    QTest::newRow("unrecognised") << QByteArray("[x]") << false
-                                  << "3 Expected value while parsing array / "
-                                     "3 Unrecognised leading character";
+    QTest::newRow("nothing required after a word") << QByteArray("nullx") << true << "10 Garbage after JSON";
+    QTest::newRow("bad word") << QByteArray("[tru]") << false << "3 Expected value while parsing array / 3 Expected 'true'";
+    QTest::newRow("unrecognised") << QByteArray("[x]") << false << "3 Expected value while parsing array / 3 Unrecognised leading character";
     QTest::newRow("empty input") << QByteArray("  ") << false << "11 Unexpected end of string";
-    QTest::newRow("open array") << QByteArray("[1,") << false
-                                << "11 End of input while parsing array";
-    QTest::newRow("open object") << QByteArray("{\"a\":1") << false
-                                 << "11 End of input while parsing object";
-    QTest::newRow("open string") << QByteArray("\"abc") << true
-                                 << "11 Unexpected EOF while parsing string";
-    QTest::newRow("key not a string")
-        << QByteArray("{1:2}") << false << "3 Object key string expected";
-    QTest::newRow("bad key string") << QByteArray("{\"\\q\":2}") << false
-                                    << "3 Object key string expected / "
-                                       "8 Illegal escape sequence '0x71'";
-    QTest::newRow("no colon") << QByteArray("{\"a\" 1}") << false
-                              << "3 Expected ':' separating key and value";
-    QTest::newRow("bad member value wraps twice")
-        << QByteArray("{\"k\":[-]}") << false
-        << "3 Object value expected for key: k / 3 Expected value while parsing array / "
-           "2 No digits after initial minus";
-    QTest::newRow("raw tab") << QByteArray("\"a\tb\"") << true
-                             << "5 Unescaped control character '0x9'";
-    QTest::newRow("lone low surrogate")
-        << QByteArray(R"("\uDFFF")") << true
-        << "6 Broken unicode character / 6 Invalid high character in surrogate pair";
-    QTest::newRow("DFFF refused as low surrogate")
-        << QByteArray(R"("\uD800\uDFFF")") << true
-        << "6 Broken unicode character / 6 Invalid low surrogate char";
-    QTest::newRow("high surrogate alone")
-        << QByteArray(R"("\uD800x")") << true
-        << "6 Broken unicode character / 6 Missing low character in surrogate pair";
-    QTest::newRow("short second quad")
-        << QByteArray(R"("\uD800\u12")") << true
-        << "6 Broken unicode character / 6 Missing low character in surrogate pair / "
-           "6 Missing hex digit in quad";
-    QTest::newRow("short quad") << QByteArray(R"("\u12G4")") << true
-                                << "6 Broken unicode character / 6 Missing hex quad";
+    QTest::newRow("open array") << QByteArray("[1,") << false << "11 End of input while parsing array";
+    QTest::newRow("open object") << QByteArray("{\"a\":1") << false << "11 End of input while parsing object";
+    QTest::newRow("open string") << QByteArray("\"abc") << true << "11 Unexpected EOF while parsing string";
+    QTest::newRow("key not a string") << QByteArray("{1:2}") << false << "3 Object key string expected";
+    QTest::newRow("bad key string") << QByteArray("{\"\\q\":2}") << false << "3 Object key string expected / 8 Illegal escape sequence '0x71'";
+    QTest::newRow("no colon") << QByteArray("{\"a\" 1}") << false << "3 Expected ':' separating key and value";
+    QTest::newRow("bad member value wraps twice") << QByteArray("{\"k\":[-]}") << false << "3 Object value expected for key: k / 3 Expected value while parsing array / 2 No digits after initial minus";
+    QTest::newRow("raw tab") << QByteArray("\"a\tb\"") << true << "5 Unescaped control character '0x9'";
+    QTest::newRow("lone low surrogate") << QByteArray(R"("\uDFFF")") << true << "6 Broken unicode character / 6 Invalid high character in surrogate pair";
+    QTest::newRow("DFFF refused as low surrogate") << QByteArray(R"("\uD800\uDFFF")") << true << "6 Broken unicode character / 6 Invalid low surrogate char";
+    QTest::newRow("high surrogate alone") << QByteArray(R"("\uD800x")") << true << "6 Broken unicode character / 6 Missing low character in surrogate pair";
+    QTest::newRow("short second quad") << QByteArray(R"("\uD800\u12")") << true << "6 Broken unicode character / 6 Missing low character in surrogate pair / 6 Missing hex digit in quad";
+    QTest::newRow("short quad") << QByteArray(R"("\u12G4")") << true << "6 Broken unicode character / 6 Missing hex quad";
     // Bytes that are not UTF-8 end with an error instead of a scanner that stops moving.
-    QTest::newRow("invalid UTF-8 after ASCII")
-        << QByteArray("\"ab\xFF\"") << true << "5 Unescaped control character '0xff'";
-    QTest::newRow("truncated UTF-8 sequence")
-        << QByteArray("\"\xC3\"") << true << "5 Unescaped control character '0xc3'";
-    QTest::newRow("overlong UTF-8") << QByteArray("[\"\xC0\xAF\"]") << false
-                                    << "3 Expected value while parsing array / "
-                                       "5 Unescaped control character '0xc0'";
-    QTest::newRow("UTF-8 surrogate")
-        << QByteArray("\"\xED\xA0\x80\"") << true << "5 Unescaped control character '0xed'";
+    QTest::newRow("invalid UTF-8 after ASCII") << QByteArray("\"ab\xFF\"") << true << "5 Unescaped control character '0xff'";
+    QTest::newRow("truncated UTF-8 sequence") << QByteArray("\"\xC3\"") << true << "5 Unescaped control character '0xc3'";
+    QTest::newRow("overlong UTF-8") << QByteArray("[\"\xC0\xAF\"]") << false << "3 Expected value while parsing array / 5 Unescaped control character '0xc0'";
+    QTest::newRow("UTF-8 surrogate") << QByteArray("\"\xED\xA0\x80\"") << true << "5 Unescaped control character '0xed'";
     QTest::newRow("null input") << QByteArray() << false << "12 Input was 'nil'";
+    // clang-format on
 }
 
 void TestJson::readErrors() {
@@ -274,22 +233,17 @@ void TestJson::writeErrors() {
 
 void TestJson::decimalNumbers() {
     PXB_RQJSON json;
-    // The fragment reader keeps the text; booleans stay booleans.
-    const QVariant one = json.fragmentWithString("1");
-    QCOMPARE(one.metaType(), QMetaType::fromType<PXBDecimalNumber>());
+    // The fragment reader keeps the number's text exactly; booleans stay booleans.
     QCOMPARE(json.fragmentWithString("true").metaType(), QMetaType::fromType<bool>());
     const QString exact = "-12345678901234567890.123456789012345678901234567890e-7";
     QCOMPARE(json.stringWithFragment(json.fragmentWithString(exact)), exact);
+    // Equal by value, however written.
     QCOMPARE(dec("1.50"), dec("15e-1"));
     QCOMPARE(dec("0"), dec("-0.0e5"));
     QVERIFY(dec("1.5") != dec("1.05"));
     QVERIFY(dec("1e400") != dec("1e-400"));
-    QCOMPARE(dec("12.75").toDouble(), 12.75);
-    QCOMPARE(dec("-12.75").toInt(), -12);
-    QCOMPARE(dec("4.5e1").toString(), "4.5e1");
     QCOMPARE(dec("1e400").toDouble(), qInf());
-    QVERIFY(!PXBDecimalNumber::fromString(QStringLiteral("1.")).has_value());
-    QVERIFY(!PXBDecimalNumber::fromString(QStringLiteral("+1")).has_value());
+    QCOMPARE(dec("-12.75").toInt(), -12);
 }
 
 void TestJson::roundTrip_data() {
@@ -300,14 +254,6 @@ void TestJson::roundTrip_data() {
         QVERIFY(file.open(QIODevice::ReadOnly));
         QTest::newRow(qPrintable(name)) << file.readAll();
     }
-    // Nested parameter dictionaries as the ad client sends them to the script.
-    PXB_RQJSON writer;
-    const QVariantMap parameters{{"u_sd", "2"},
-                                 {"stats", QVariantMap{{"clk", QVariantList{"1", "2"}},
-                                                       {"tm", QVariantMap{{"prl", "0.25"}}}}},
-                                 {"ua", "Mozilla/5.0 (X11; Linux) \"quoted\" \\ \t"},
-                                 {"empty", QVariantMap()}};
-    QTest::newRow("parameters") << writer.stringWithObject(parameters).toUtf8();
 }
 
 void TestJson::roundTrip() {
@@ -330,26 +276,14 @@ void TestJson::roundTrip() {
     }
 }
 
-void TestJson::macros_data() {
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<std::optional<QVariantMap>>("expected");
-    QTest::newRow("array") << "[1,2]" << std::optional<QVariantMap>();
-    QTest::newRow("empty object") << "{}" << std::optional<QVariantMap>(QVariantMap());
-    QTest::newRow("null") << QString() << std::optional<QVariantMap>();
-    QTest::newRow("broken") << "{\"a\":}" << std::optional<QVariantMap>();
-    QTest::newRow("object") << "{\"a\":\"b\"}" << std::optional<QVariantMap>({{"a", "b"}});
-}
-
-void TestJson::macros() {
-    QFETCH(QString, text);
-    QFETCH(std::optional<QVariantMap>, expected);
-    const std::optional<QVariantMap> result = PXBMacros::readJson(text);
-    QCOMPARE(result.has_value(), expected.has_value());
-    if (expected) {
-        QCOMPARE(*result, *expected);
-        QCOMPARE(PXBMacros::readJson(PXBMacros::jsonify(*result)), expected);
+void TestJson::shorthands() {
+    QCOMPARE(PXBMacros::readJson("{\"a\":\"b\"}"), (std::optional<QVariantMap>({{"a", "b"}})));
+    for (const QString& notAMap :
+         {QStringLiteral("[1,2]"), QStringLiteral("{\"a\":}"), QString()}) {
+        QVERIFY2(!PXBMacros::readJson(notAMap), qPrintable(notAMap));
     }
     QVERIFY(PXBMacros::jsonify(QVariant()).isNull());
+    // What cannot be written gives an empty text, not a null one.
     QCOMPARE(PXBMacros::jsonify(QVariant::fromValue(QMap<int, int>{{1, 2}})), QString(""));
     QVERIFY(!PXBMacros::jsonify(QVariant::fromValue(QMap<int, int>{{1, 2}})).isNull());
 }

@@ -63,26 +63,18 @@ class TestNetworkUtilities : public QObject {
         QTest::addColumn<QString>("url");
         QTest::addColumn<QString>("key");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("case-sensitive") << "http://h/?id=5"
-                                        << "Id" << QString();
-        QTest::newRow("match") << "http://h/?x=1&id=5"
-                               << "id" << QString("5");
-        QTest::newRow("text between two equals") << "http://h/?k=a=b"
-                                                 << "k" << QString("a");
-        QTest::newRow("stays escaped") << "http://h/?k=a%20b%26"
-                                       << "k" << QString("a%20b%26");
-        QTest::newRow("escaped unreserved stay as written") << "http://h/?q=%7E%41&r=%2f"
-                                                            << "q" << QString("%7E%41");
-        QTest::newRow("hex digits keep their case") << "http://h/?r=%2f"
-                                                    << "r" << QString("%2f");
-        QTest::newRow("first piece wins") << "http://h/?k=1&k=2"
-                                          << "k" << QString("1");
-        QTest::newRow("bare key") << "http://h/?k&k="
-                                  << "k" << QString("");
-        QTest::newRow("no query") << "http://h/k=1"
-                                  << "k" << QString();
-        QTest::newRow("not in the fragment") << "http://h/p#x?k=1"
-                                             << "k" << QString();
+        // clang-format off
+        QTest::newRow("case-sensitive") << "http://h/?id=5" << "Id" << QString();
+        QTest::newRow("match") << "http://h/?x=1&id=5" << "id" << QString("5");
+        QTest::newRow("text between two equals") << "http://h/?k=a=b" << "k" << QString("a");
+        QTest::newRow("stays escaped") << "http://h/?k=a%20b%26" << "k" << QString("a%20b%26");
+        QTest::newRow("escaped unreserved stay as written") << "http://h/?q=%7E%41&r=%2f" << "q" << QString("%7E%41");
+        QTest::newRow("hex digits keep their case") << "http://h/?r=%2f" << "r" << QString("%2f");
+        QTest::newRow("first piece wins") << "http://h/?k=1&k=2" << "k" << QString("1");
+        QTest::newRow("bare key") << "http://h/?k&k=" << "k" << QString("");
+        QTest::newRow("no query") << "http://h/k=1" << "k" << QString();
+        QTest::newRow("not in the fragment") << "http://h/p#x?k=1" << "k" << QString();
+        // clang-format on
     }
     void parameterValueForKey() {
         QFETCH(QString, url);
