@@ -88,6 +88,15 @@ class TestRequest : public QObject {
         QCOMPARE(parameters.contains("cust_age"), !age.isNull());
         QCOMPARE(parameters.value("cust_gender").toString(), genderText);
         QCOMPARE(parameters.contains("cust_gender"), !genderText.isNull());
+        // The public description names the class and tells what is set, gender first.
+        const PXBRequest& shown = *request;
+        const QString head = QStringLiteral("PXBRequest<0x%1>: ").arg(quintptr(&shown), 0, 16);
+        const QString genderPart = gender == 1   ? QStringLiteral("\ngender:Male")
+                                   : gender == 2 ? QStringLiteral("\ngender:Female")
+                                                 : QString();
+        QVERIFY(shown.description().startsWith(head + genderPart +
+                                               (age.isNull() ? QString() : "\nbirthday:")));
+        QCOMPARE(shown.description() == head + genderPart, age.isNull());
     }
 
     void requestTypeFromString_data() {
