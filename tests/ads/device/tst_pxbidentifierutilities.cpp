@@ -208,39 +208,6 @@ class TestPXBIdentifierUtilities : public QObject {
         QCOMPARE(PXBIdentifierUtilities().locale(), expected);
     }
 
-    void screen_data() {
-        QTest::addColumn<bool>("statusBarHidden");
-        QTest::addColumn<int>("orientation");
-        QTest::addColumn<double>("scale");
-        QTest::addColumn<QStringList>("values");  // u_so, u_sd, u_w, u_h
-        QTest::newRow("portrait") << false << 1 << 1.0
-                                  << QStringList{u"p"_s, u"1"_s, u"320"_s, u"480"_s};
-        QTest::newRow("status bar hidden")
-            << true << 2 << 2.0 << QStringList{u"p"_s, u"2"_s, u"320"_s, u"460"_s};
-        QTest::newRow("landscape right")
-            << false << 3 << 1.5 << QStringList{u"l"_s, u"1.5"_s, u"320"_s, u"480"_s};
-        QTest::newRow("landscape left")
-            << false << 4 << 1.0 << QStringList{u"l"_s, u"1"_s, u"320"_s, u"480"_s};
-    }
-    void screen() {
-        QFETCH(bool, statusBarHidden);
-        QFETCH(int, orientation);
-        QFETCH(double, scale);
-        QFETCH(QStringList, values);
-        env_.applicationFrame = [] { return QRectF(0, 20, 320, 460); };
-        env_.statusBarFrame = [] { return QRectF(0, 0, 320, 20); };
-        env_.isStatusBarHidden = [statusBarHidden] { return statusBarHidden; };
-        env_.statusBarOrientation = [orientation] { return orientation; };
-        env_.screenScale = [scale] { return scale; };
-        apply();
-        const QVariantMap p = PXBIdentifierUtilities().parameters();
-        QCOMPARE((QStringList{p.value(kPXBParameterScreenOrientation).toString(),
-                              p.value(kPXBParameterScreenDensity).toString(),
-                              p.value(kPXBParameterScreenWidth).toString(),
-                              p.value(kPXBParameterScreenHeight).toString()}),
-                 values);
-    }
-
     // The store's metadata file beside the documents directory, written in the form under test
     // by the command-line tool; anything but a dictionary reads as an empty one.
     void metadataFile_data() {
