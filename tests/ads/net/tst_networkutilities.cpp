@@ -12,10 +12,8 @@ class TestNetworkUtilities : public QObject {
         const QVariantMap abc{{"a", "1"}, {"b", "2"}, {"c", "3"}};
         QTest::newRow("null") << QString() << QVariantMap();
         QTest::newRow("separator runs, keys lower-cased") << "A=1&&b=2;c=3" << abc;
-        QTest::newRow("leading and trailing separators") << ";&A=1&b=2;c=3&;" << abc;
         QTest::newRow("two equals signs or none drop the pair") << "x=1=2&y" << QVariantMap();
         QTest::newRow("malformed escape drops the pair") << "k=%ZZ&j=2" << QVariantMap{{"j", "2"}};
-        QTest::newRow("truncated escape") << "k=%4&j=%" << QVariantMap();
         QTest::newRow("escape that is not UTF-8") << "k=%FF&j=%C3%A9" << QVariantMap{{"j", "é"}};
         QTest::newRow("plus stays") << "q=a+b%20c" << QVariantMap{{"q", "a+b c"}};
         QTest::newRow("escaped key, empty value") << "K%C3%89Y=" << QVariantMap{{"kéy", ""}};
@@ -42,7 +40,6 @@ class TestNetworkUtilities : public QObject {
         QTest::newRow("map order, bool and float descriptions")
             << "http://h/" << QVariantMap{{"z", true}, {"a", 1.5}, {"m", ""}}
             << "http://h/?a=1.5&m&z=1";
-        QTest::newRow("empty map") << "http://h/p?a=1" << QVariantMap() << "http://h/p?a=1";
         QTest::newRow("escapes stay as written")
             << "http://h/p?s=%7e%2f" << QVariantMap{{"b", "x"}} << "http://h/p?s=%7e%2f&b=x";
     }
@@ -65,9 +62,7 @@ class TestNetworkUtilities : public QObject {
         QTest::addColumn<QString>("expected");
         // clang-format off
         QTest::newRow("case-sensitive") << "http://h/?id=5" << "Id" << QString();
-        QTest::newRow("match") << "http://h/?x=1&id=5" << "id" << QString("5");
         QTest::newRow("text between two equals") << "http://h/?k=a=b" << "k" << QString("a");
-        QTest::newRow("stays escaped") << "http://h/?k=a%20b%26" << "k" << QString("a%20b%26");
         QTest::newRow("escaped unreserved stay as written") << "http://h/?q=%7E%41&r=%2f" << "q" << QString("%7E%41");
         QTest::newRow("hex digits keep their case") << "http://h/?r=%2f" << "r" << QString("%2f");
         QTest::newRow("first piece wins") << "http://h/?k=1&k=2" << "k" << QString("1");
@@ -116,8 +111,6 @@ class TestNetworkUtilities : public QObject {
         QTest::addColumn<QString>("expected");
         QTest::newRow("2.0") << 2.0f << "2";
         QTest::newRow("1.5") << 1.5f << "1.5";
-        QTest::newRow("0.0") << 0.0f << "0";
-        QTest::newRow("100") << 100.0f << "100";
         QTest::newRow("-0.25") << -0.25f << "-0.25";
         QTest::newRow("seventh digit lost") << 0.0000001f << "0";
     }
