@@ -37,9 +37,7 @@ class TestRequestError : public QObject {
         QTest::newRow("5") << qint64(5)
                            << "Request Error: The Sorvel Ad request was unable to be fulfilled "
                               "before a timeout occurred.";
-        QTest::newRow("6") << qint64(6) << invalid;
         QTest::newRow("-1") << qint64(-1) << invalid;
-        QTest::newRow("large") << qint64(40) << invalid;
     }
     void messages() {
         QFETCH(qint64, code);
@@ -75,8 +73,6 @@ class TestRequestError : public QObject {
         QTest::addColumn<qint64>("code");
         QTest::newRow("invalid request") << qint64(0);
         QTest::newRow("no fill") << qint64(1);
-        QTest::newRow("time-out") << qint64(5);
-        QTest::newRow("unknown code") << qint64(9);
     }
     void onlyAnInvalidRequestCarriesTheParameters() {
         QFETCH(qint64, code);
