@@ -156,8 +156,8 @@ class WebView : public View {
 
     WebViewBackend* backend() const { return backend_.get(); }
 
-    // Every WebView created while a factory is set uses the back-end it makes (tests use the
-    // scripted one of scriptablewebview.h); an empty factory restores the engine.
+    // Every WebView created while a factory is set uses the back-end it makes (a stand-in for
+    // the engine); an empty factory restores the engine.
     static void setBackendFactory(BackendFactory factory);
     // The process-wide off-the-record profile of every engine-backed view. Its cookies are
     // HttpCookieStorage::sharedStorage()'s, mirrored both ways, so they are UrlConnection's too
