@@ -90,16 +90,6 @@ class TestPXBIdentifierUtilities : public QObject {
         QCOMPARE(PXBIdentifierUtilities::systemVersionFromKernelRelease(release), version);
     }
 
-    void osVersionOfThisMachine() {
-        PXBIdentifierUtilities::setEnvironment(PXBIdentifierUtilities::defaultEnvironment());
-        const QString version = PXBIdentifierUtilities().osVersion();
-        QVERIFY2(QRegularExpression(u"^\\d+\\.\\d+\\.\\d+$"_s).match(version).hasMatch(),
-                 qPrintable(version));
-        // The running kernel's, whatever the distribution calls its release.
-        QVERIFY2(QSysInfo::kernelVersion().startsWith(version.section(u'.', 0, 1) + u'.'),
-                 qPrintable(version + u" of "_s + QSysInfo::kernelVersion()));
-    }
-
     // The route as the system names it, or as named for a desktop output (description, id).
     void audioRoute_data() {
         QTest::addColumn<std::optional<QString>>("route");
@@ -134,28 +124,6 @@ class TestPXBIdentifierUtilities : public QObject {
         PXBIdentifierUtilities utilities;
         QCOMPARE(utilities.audioRoute(), code);
         QCOMPARE(utilities.parameters().value(kPXBParameterAudioOutput), QString::number(code));
-    }
-
-    void bookstores_data() {
-        QTest::addColumn<QStringList>("openable");
-        QTest::addColumn<QVariant>("mask");
-        QTest::newRow("neither") << QStringList() << QVariant();
-        QTest::newRow("books") << QStringList{u"itms-books"_s} << QVariant(1);
-        QTest::newRow("kindle") << QStringList{u"kindle"_s} << QVariant(2);
-        QTest::newRow("both") << QStringList{u"itms-books"_s, u"kindle"_s} << QVariant(3);
-    }
-    void bookstores() {
-        QFETCH(QStringList, openable);
-        QFETCH(QVariant, mask);
-        env_.canOpenURL = [openable](const QUrl& url) { return openable.contains(url.scheme()); };
-        apply();
-        const QVariantMap parameters = PXBIdentifierUtilities().parameters();
-        QCOMPARE(parameters.contains(kPXBParameterCapabilitiesBookstore), mask.isValid());
-        if (mask.isValid()) {
-            QCOMPARE(parameters.value(kPXBParameterCapabilitiesBookstore).metaType().id(),
-                     QMetaType::Int);
-            QCOMPARE(parameters.value(kPXBParameterCapabilitiesBookstore), mask);
-        }
     }
 
     void identifier() {

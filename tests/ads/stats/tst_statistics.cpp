@@ -175,17 +175,6 @@ class TestStatistics : public QObject {
         QCOMPARE(stats_->parameters().keys(), (QStringList{"preqs", "session_id"}));
         QCOMPARE(stats_->adRequestCount(), 7);
     }
-
-    void terminationSavesTimingsButNotCounters() {
-        stats_->incrementClickCount();
-        stats_->startTimingNamed(kPXBParameterTimeSinceFirstRequest);
-        platform::NotificationCenter::defaultCenter().postNotification(
-            platform::kApplicationWillTerminateNotification);
-        QVERIFY(defaults_->dictionaryForKey("sorvel_timing_shared").contains("ptime"));
-        QVERIFY(!defaults_->objectForKey("sorvel_stats_shared").isValid());
-        stats_->synchronize();
-        QCOMPARE(defaults_->dictionaryForKey("sorvel_stats_shared").value("pcc").toInt(), 1);
-    }
 };
 
 QTEST_GUILESS_MAIN(TestStatistics)

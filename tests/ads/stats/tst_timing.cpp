@@ -41,38 +41,6 @@ class TestTiming : public QObject {
         QCOMPARE(junk->startSeconds(), 0.0);
     }
 
-    void managerPersistsAndReadsBackOnce() {
-        testsupport::TempHome home;
-        platform::UserDefaults defaults(home.path() + "/d.plist");
-        double start = 0;
-        {
-            PXBTimingManager manager("shared", &defaults);
-            auto running = manager.addTimingWithCategory("prl");
-            running->start();
-            running->setValue("v", "k");
-            start = running->startSeconds();
-            manager.addTimingWithCategory("ended")->start();
-            manager.timingForCategory("ended")->end();
-            manager.addTimingWithCategory("gone");
-            manager.removeTimingForCategory("gone");
-        }
-        PXBTimingManager manager("shared", &defaults);
-        QCOMPARE(manager.categories(), (QStringList{"ended", "prl"}));
-        auto prl = manager.timingForCategory("prl");
-        QCOMPARE(prl->startSeconds(), start);
-        QVERIFY(prl->isActive());
-        QCOMPARE(prl->valueForKey("k").toString(), QString("v"));
-        QVERIFY(!manager.timingForCategory("ended")->isActive());
-
-        // Later records in the store are not read again.
-        PXBTimingManager other("shared", &defaults);
-        other.addTimingWithCategory("late");
-        other.synchronize();
-        QVERIFY(manager.timingForCategory("late") == nullptr);
-        PXBTimingManager fresh("other", &defaults);
-        QVERIFY(fresh.timings().isEmpty());
-    }
-
     void storedKeyNamesTheTiming() {
         testsupport::TempHome home;
         platform::UserDefaults defaults(home.path() + "/d.plist");
