@@ -20,8 +20,8 @@ struct Parser {
         QStringLiteral("URL")};
     QCommandLineOption screenshot{
         QStringLiteral("screenshot"),
-        QStringLiteral("Write a PNG of the window once the first ad is shown or the delay has "
-                       "passed, then quit."),
+        QStringLiteral("Write a PNG of the window once the first ad is shown (or has failed) or "
+                       "the delay has passed, then quit."),
         QStringLiteral("PATH")};
     QCommandLineOption screenshotDelay{QStringLiteral("screenshot-delay"),
                                        QStringLiteral("Longest wait for the screenshot (5)."),

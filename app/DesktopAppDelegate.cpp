@@ -33,6 +33,7 @@ void BannerMonitor::adViewDidFailToReceiveAdWithError(PXBBannerView*,
             .arg(error.domain())
             .arg(error.code())
             .arg(error.localizedDescription()));
+    emit adFailed();
 }
 
 void BannerMonitor::adViewWillPresentScreen(PXBBannerView*) {
@@ -109,6 +110,9 @@ bool DesktopAppDelegate::applicationDidFinishLaunchingWithOptions(
             }
             platform::whenPagePainted(banner->webView(), [this](bool) { takeScreenshotAndQuit(); });
         });
+        // Without an ad the empty banner is what there is to see: no use waiting.
+        QObject::connect(&monitor_, &BannerMonitor::adFailed, &monitor_,
+                         [this] { takeScreenshotAndQuit(); });
         QTimer::singleShot(static_cast<int>(options_.screenshotDelay * 1000), &monitor_,
                            [this] { takeScreenshotAndQuit(); });
     }

@@ -31,6 +31,7 @@ class BannerMonitor : public QObject, public PXBBannerViewDelegate {
 
   signals:
     void adShown();
+    void adFailed();
 };
 
 class DesktopAppDelegate : public Brindle_SoundsAppDelegate {

@@ -1,6 +1,7 @@
 // The sound board as a user starts it, twice with one profile, against the reference ad server:
 // the banner's ad arrives and is in the screenshot, the banner sits at the bottom of the phone's
-// screen, the second launch builds from the cached script, and timings carry over.
+// screen, the second launch builds from the cached script, and timings carry over. A damaged
+// profile (stored settings unreadable, no cache folder) still gives an ad, and loses nothing.
 #include "adserver/adserver.h"
 #include "e2eharness.h"
 
@@ -13,17 +14,22 @@ class TestAppEndToEnd : public QObject {
     QTemporaryDir profile;
 
     struct Launch {
+        int exitCode = -1;
         QString output;
         QList<QJsonObject> scripts;
         QList<QJsonObject> ads;
     };
 
     Launch launch(const QString& screenshot) {
+        return launchWithProfile(profile.path(), screenshot);
+    }
+
+    Launch launchWithProfile(const QString& home, const QString& screenshot) {
         const qint64 mark = server.lastLogSeq();
         QProcess app;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         for (const char* name : {"XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_DATA_HOME"}) {
-            env.insert(name, profile.filePath(QString::fromLatin1(name)));
+            env.insert(name, QDir(home).filePath(QString::fromLatin1(name)));
         }
         app.setProcessEnvironment(env);
         app.setProcessChannelMode(QProcess::MergedChannels);
@@ -34,6 +40,7 @@ class TestAppEndToEnd : public QObject {
         // The server answers on this thread's event loop while the app runs.
         [&] { QTRY_COMPARE_WITH_TIMEOUT(app.state(), QProcess::NotRunning, 60000); }();
         Launch result;
+        result.exitCode = app.exitStatus() == QProcess::NormalExit ? app.exitCode() : -1;
         result.output = QString::fromLocal8Bit(app.readAll());
         for (const QJsonValue& entry : server.logEntries(mark)) {
             const QString path = entry[QStringLiteral("path")].toString();
@@ -73,6 +80,59 @@ class TestAppEndToEnd : public QObject {
         const QVariantMap again = e2e::queryOf(second.ads.first());
         QVERIFY2(again.value("ptime").toLongLong() > query.value("ptime").toLongLong(),
                  qPrintable(again.value("ptime").toString()));
+    }
+
+    void damagedProfileStillShowsAnAd_data() {
+        QTest::addColumn<QString>("settings");   // what lies where the settings file belongs
+        QTest::addColumn<bool>("cacheBlocked");  // a file where the cache folder belongs
+        QTest::addColumn<QString>("outcome");
+        const QString shown = "ad shown";
+        QTest::newRow("settings cut short")
+            << "<?xml version=\"1.0\"?><plist><dict><key>PXB" << false << shown;
+        QTest::newRow("settings of garbage") << "\x01\xff\xfe garbage \x80" << false << shown;
+        QTest::newRow("settings unreadable (a folder)") << "folder" << false << shown;
+        // The script cannot be kept, so it counts as not fetched: with no earlier copy, no ad.
+        QTest::newRow("no cache folder: script failure")
+            << "" << true << "no ad (com.sorvel.ads 2)";
+    }
+
+    void damagedProfileStillShowsAnAd() {
+        QFETCH(QString, settings);
+        QFETCH(bool, cacheBlocked);
+        QFETCH(QString, outcome);
+        QTemporaryDir home;
+        const QString config = home.filePath("XDG_CONFIG_HOME/brindle-sounds");
+        const QString settingsFile = config + "/brindle-sounds.plist";
+        QVERIFY(QDir().mkpath(config));
+        const QByteArray damaged = settings.toLatin1();
+        if (settings == "folder") {
+            QVERIFY(QDir().mkpath(settingsFile + "/inside"));
+        } else if (!settings.isEmpty()) {
+            QFile file(settingsFile);
+            QVERIFY(file.open(QIODevice::WriteOnly) && file.write(damaged) == damaged.size());
+        }
+        if (cacheBlocked) {
+            QVERIFY(QDir().mkpath(home.filePath("XDG_CACHE_HOME")));
+            QFile blocker(home.filePath("XDG_CACHE_HOME/brindle-sounds"));
+            QVERIFY(blocker.open(QIODevice::WriteOnly));
+        }
+
+        const Launch run = launchWithProfile(home.path(), home.filePath("shot.png"));
+        QVERIFY2(run.output.contains(outcome), qPrintable(run.output));
+        QCOMPARE(run.exitCode, 0);
+        if (!settings.isEmpty()) {
+            // Said in the log, and what could not be read is kept beside the new settings.
+            QVERIFY2(run.output.contains("were unreadable; moved to"), qPrintable(run.output));
+            if (settings == "folder") {
+                QVERIFY(QFileInfo(settingsFile + ".unreadable/inside").isDir());
+            } else {
+                QFile kept(settingsFile + ".unreadable");
+                QVERIFY(kept.open(QIODevice::ReadOnly));
+                QCOMPARE(kept.readAll(), damaged);
+            }
+        }
+        // The run's own settings were saved in the damaged file's place.
+        QVERIFY(QFileInfo(settingsFile).isFile());
     }
 };
 
