@@ -53,6 +53,11 @@ QString encoded(const QString& text) {
     return QString::fromLatin1(QUrl::toPercentEncoding(text));
 }
 
+// Redirect hops may carry tracking URLs too; the client gathers them from every hop.
+QByteArray hopTrackingURL(const QString& origin, const QString& creative) {
+    return (origin + QStringLiteral("/t/imp?hop=1&c=") + encoded(creative)).toUtf8();
+}
+
 QString htmlEscape(const QString& text) {
     return text.toHtmlEscaped();
 }
@@ -369,17 +374,24 @@ HttpResponse AdServer::Private::serveAd(const HttpRequest& request,
             // The last hop serves the creative picked now, not the next in rotation.
             back += "&zf_creative=" + QUrl::toPercentEncoding(creative->id);
         }
-        QString hop = QStringLiteral("/r?left=%1").arg(faults.redirects);
+        // This answer is the first of the hops; /r gives the others.
+        const QString target = kAdPath + QStringLiteral("?") + QString::fromLatin1(back);
+        QString hop = QStringLiteral("/r?left=%1").arg(faults.redirects - 1);
         if (faults.redirectLoop) {
             hop += QStringLiteral("&loop=1");
         }
         if (creative) {
             hop += QStringLiteral("&c=") + encoded(creative->id);
         }
-        hop += QStringLiteral("&to=") +
-               encoded(here + kAdPath + QStringLiteral("?") + QString::fromLatin1(back));
+        hop += QStringLiteral("&to=") + encoded(here + target);
+        if (faults.redirects == 1 && !faults.redirectLoop) {
+            hop = target;
+        }
         response.status = 302;
         response.setHeader("Location", (here + hop).toUtf8());
+        if (creative) {
+            response.setHeader("X-Zelm-Tracking-Urls", hopTrackingURL(here, creative->id));
+        }
         response.delayMs = faults.delayMs;
         response.drop = faults.drop;
         return response;
@@ -459,10 +471,8 @@ HttpResponse AdServer::Private::serveRedirect(const HttpRequest& request,
         next = to.startsWith(here + kAdPath + QLatin1Char('?')) ? to : here + kAdPath;
     }
     response.setHeader("Location", next.toUtf8());
-    // Redirect hops may carry tracking URLs too; the client gathers them from every hop.
     if (!creative.isEmpty()) {
-        response.setHeader("X-Zelm-Tracking-Urls",
-                           (here + QStringLiteral("/t/imp?hop=1&c=") + encoded(creative)).toUtf8());
+        response.setHeader("X-Zelm-Tracking-Urls", hopTrackingURL(here, creative));
     }
     applyFaults(response, faultsFor(request, query, {}));
     return response;

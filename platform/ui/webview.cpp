@@ -295,6 +295,9 @@ class EngineBackend : public QObject, public WebViewBackend {
         }
     }
     QString userAgent() const override { return WebView::profile()->httpUserAgent(); }
+    qint64 contentProcessId() const override {
+        return page_ != nullptr ? page_->renderProcessPid() : 0;
+    }
 
     void settingsChanged() override {
         if (page_ == nullptr) {
@@ -458,6 +461,25 @@ class EngineBackend : public QObject, public WebViewBackend {
         }
     }
 
+    // The page's content process is gone (crashed, or killed by the system): the page is blank
+    // until the next load, which starts a new process. A load it was running fails here, with
+    // an error that says why; the engine would only report it stopped afterwards.
+    void renderProcessTerminated(QWebEnginePage::RenderProcessTerminationStatus status,
+                                 int exitCode) {
+        if (status == QWebEnginePage::NormalTerminationStatus) {
+            return;
+        }
+        logLine(QStringLiteral("<Sorvel> A web view's content process ended (status %1, code %2)")
+                    .arg(int(status))
+                    .arg(exitCode));
+        if (started_) {
+            endLoad();
+            view_->didFailLoad(
+                Error::withDescription(kWebViewErrorDomain, kWebViewErrorContentProcessEnded,
+                                       QStringLiteral("the web content process ended")));
+        }
+    }
+
   private:
     QWebEnginePage* page() {
         if (page_ == nullptr) {
@@ -467,6 +489,8 @@ class EngineBackend : public QObject, public WebViewBackend {
             connect(page_, &QWebEnginePage::newWindowRequested, this,
                     &EngineBackend::newWindowRequested);
             connect(page_, &QWebEnginePage::loadingChanged, this, &EngineBackend::loadingChanged);
+            connect(page_, &QWebEnginePage::renderProcessTerminated, this,
+                    &EngineBackend::renderProcessTerminated);
             connect(page_, &QWebEnginePage::contentsSizeChanged, this, [this] { fitPage(); });
             settingsChanged();
         }

@@ -49,6 +49,8 @@ inline constexpr int kWebViewErrorCancelled = -999;
 inline constexpr int kWebViewErrorFrameLoadInterrupted = 102;
 // Error code of an HTML string too large for the engine to load.
 inline constexpr int kWebViewErrorPageTooLarge = 103;
+// Error code of a load whose page's content process crashed or was killed.
+inline constexpr int kWebViewErrorContentProcessEnded = 104;
 
 class WebViewDelegate : public Referenceable {
   public:
@@ -91,6 +93,8 @@ class WebViewBackend {
     virtual void reload() = 0;
     virtual void stopLoading() = 0;
     virtual QString userAgent() const = 0;
+    // The process that runs the page's content, 0 when there is none.
+    virtual qint64 contentProcessId() const { return 0; }
     // The view's settings changed (see WebView's setters).
     virtual void settingsChanged() {}
     // The view is about to be shown or was resized.
@@ -135,6 +139,10 @@ class WebView : public View {
     // The last main-frame request the delegate allowed.
     const UrlRequest& request() const { return request_; }
     QString userAgent() const;
+    // The process that runs the page's content, 0 while there is none. When it ends abnormally
+    // (a crash, the system killing it), a running load fails and the view stays blank until the
+    // next load.
+    qint64 contentProcessId() const { return backend_->contentProcessId(); }
 
     // Settings. Scaling to fit zooms a page wider than the view out to the view's width.
     bool scalesPageToFit() const { return scalesPageToFit_; }

@@ -6,9 +6,13 @@
 
 #include "platform/notificationcenter.h"
 
+#include <QDir>
+#include <QFile>
 #include <QLoggingCategory>
 
+#include <unistd.h>
 #include <cmath>
+#include <csignal>
 #include <limits>
 
 using e2e::Harness;
@@ -177,7 +181,9 @@ class TestHostileEndToEnd : public QObject {
         QTest::newRow("ad 500: server error") << fault("status", 500) << 7 << "fail 3" << "";
         QTest::newRow("ad 503: server error") << fault("status", 503) << 7 << "fail 3" << "";
         QTest::newRow("ad 599: server error") << fault("status", 599) << 7 << "fail 3" << "";
-        QTest::newRow("ad after 10 redirects: shown") << fault("redirects", 10) << 6 << "receive" << "";
+        QTest::newRow("ad after 19 redirects: shown") << fault("redirects", 19) << 6 << "receive" << "";
+        QTest::newRow("ad after 20 redirects: shown") << fault("redirects", 20) << 6 << "receive" << "";
+        QTest::newRow("ad after 21 redirects: too many, network error") << fault("redirects", 21) << 7 << "fail 2" << "";
         QTest::newRow("ad redirect loop: network error") << fault("redirectLoop", 1) << 7 << "fail 2" << "";
         QTest::newRow("ad redirect to file:: network error") << faults({{"status", 302}, {"location", "file:///etc/passwd"}}) << 7 << "fail 2" << "";
         QTest::newRow("ad redirect to qmsg:: network error") << faults({{"status", 302}, {"location", "qmsg:///loadAdURL?url=x"}}) << 7 << "fail 2" << "";
@@ -190,6 +196,7 @@ class TestHostileEndToEnd : public QObject {
         QTest::newRow("ad connection dropped: network error") << fault("drop", 1) << 7 << "fail 2" << "";
         QTest::newRow("ad cut off mid-body: network error") << fault("truncate", 1) << 7 << "fail 2" << "";
         QTest::newRow("ad of 3 MiB: page too large, network error") << fault("oversizeBytes", 3 * 1024 * 1024) << 7 << "fail 2" << "";
+        QTest::newRow("ad of 64 MiB: page too large, network error") << fault("oversizeBytes", 64 * 1024 * 1024) << 7 << "fail 2" << "";
         // clang-format on
     }
 
@@ -357,6 +364,41 @@ class TestHostileEndToEnd : public QObject {
         }
         QVERIFY(platform::Application::sharedApplication()->openedURLs().isEmpty());
         QCOMPARE(h.top(), h.root.get());
+        aGoodAdStillShows();
+    }
+
+    void contentProcessKilled_data() {
+        QTest::addColumn<QString>("creative");
+        QTest::addColumn<int>("killedIn");  // the banner's state when the processes go
+        QTest::newRow("while the ad loads: the load fails, network error")
+            << "loop-while-loading" << int(kPXBAdStateLoadingHTML);
+        QTest::newRow("while the ad is shown: the next refresh shows one again")
+            << "refresh-1s" << int(kPXBAdStateShown);
+    }
+
+    void contentProcessKilled() {
+        QFETCH(QString, creative);
+        QFETCH(int, killedIn);
+        h.addBanner(kUnit);
+        h.load(fault("creative", creative));
+        QTRY_COMPARE_WITH_TIMEOUT(h.state(), killedIn, kWait);
+        if (killedIn == kPXBAdStateShown) {
+            QVERIFY(h.waitUntilPainted());
+        }
+        // As the system does when memory runs out.
+        const qint64 process = h.webView()->contentProcessId();
+        QVERIFY(process > 0);
+        QCOMPARE(::kill(pid_t(process), SIGKILL), 0);
+        QTRY_VERIFY_WITH_TIMEOUT(logHas(QStringLiteral("content process ended")), kWait);
+        if (killedIn == kPXBAdStateLoadingHTML) {
+            QTRY_COMPARE_WITH_TIMEOUT(h.recorder.events, QStringList{QStringLiteral("fail 2")},
+                                      kWait);
+            QCOMPARE(h.state(), int(kPXBAdStateFailed));
+        } else {
+            QTRY_COMPARE_WITH_TIMEOUT(h.recorder.events.count(QStringLiteral("receive")), 2, kWait);
+            QCOMPARE(h.state(), int(kPXBAdStateShown));
+            QVERIFY(h.waitUntilPainted());
+        }
         aGoodAdStillShows();
     }
 
