@@ -26,7 +26,7 @@ class PXBBannerWebViewDelegate;
 class PXBWebViewDelegate;
 
 namespace platform {
-class Notification;
+struct Notification;
 class ViewController;
 class WebView;
 }  // namespace platform

@@ -158,46 +158,58 @@ void PXBOpener::openWebAppWithHTML(const QString& html, int supportedOrientation
     didOpen();
 }
 
-void PXBOpener::openNotification(const PXBNotification& notification) {
-    const QVariantMap parameters = notification.parameters();
-    const QString action = parameters.value(QStringLiteral("a")).toString();
+std::optional<PXBOpener::OpenRequest> PXBOpener::openRequestFromParameters(
+    const QVariantMap& parameters) {
+    OpenRequest request;
+    request.action = parameters.value(QStringLiteral("a")).toString();
     // Only text makes a URL: a number or a list under "u" counts as none.
     const QVariant u = parameters.value(QStringLiteral("u"));
-    QUrl url;
     if (u.typeId() == QMetaType::QString && !u.toString().isEmpty()) {
         // Text that is no well-formed URL (a broken escape, a blank) is no URL either, rather
         // than a relative one that opens a screen onto nothing.
-        url = QUrl(u.toString(), QUrl::StrictMode);
-        if (!url.isValid()) {
-            url = QUrl();
+        request.url = QUrl(u.toString(), QUrl::StrictMode);
+        if (!request.url.isValid()) {
+            request.url = QUrl();
         }
     }
-    const QVariant htmlValue = parameters.value(QStringLiteral("html"));
-    const QString html =
-        htmlValue.typeId() == QMetaType::QString ? htmlValue.toString() : QString();
-    if (url.isEmpty() && (html.isNull() || action != QLatin1String("webapp"))) {
-        return;
+    const QVariant html = parameters.value(QStringLiteral("html"));
+    if (html.typeId() == QMetaType::QString) {
+        request.html = html.toString();
+    }
+    if (request.url.isEmpty() &&
+        (request.html.isNull() || request.action != QLatin1String("webapp"))) {
+        return std::nullopt;
     }
 
     const QVariant o = parameters.value(QStringLiteral("o"));
-    int orientation = PXBOrientationAny;
+    request.orientation = PXBOrientationAny;
     if (o.typeId() == QMetaType::QString) {
         if (o.toString() == QLatin1String("p")) {
-            orientation = PXBOrientationPortrait;
+            request.orientation = PXBOrientationPortrait;
         } else if (o.toString() == QLatin1String("l")) {
-            orientation = PXBOrientationLandscape;
+            request.orientation = PXBOrientationLandscape;
         }
     }
+    return request;
+}
 
-    const QUrl clickURL =
-        url.isEmpty() ? QUrl() : PXBStatistics::sharedStatistics().urlForClick(url);
+void PXBOpener::openNotification(const PXBNotification& notification) {
+    const std::optional<OpenRequest> request = openRequestFromParameters(notification.parameters());
+    if (!request) {
+        return;
+    }
+    const QString& action = request->action;
+    const int orientation = request->orientation;
+    const QUrl clickURL = request->url.isEmpty()
+                              ? QUrl()
+                              : PXBStatistics::sharedStatistics().urlForClick(request->url);
     if (action == QLatin1String("browser")) {
         openBrowserToURL(clickURL, orientation);
     } else if (action == QLatin1String("webapp")) {
         if (!clickURL.isEmpty()) {
             openWebApp(clickURL, orientation);
-        } else if (!html.isNull()) {
-            openWebAppWithHTML(html, orientation);
+        } else if (!request->html.isNull()) {
+            openWebAppWithHTML(request->html, orientation);
         }
     } else if (action == QLatin1String("video")) {
         openBrowserToURL(clickURL, orientation);
@@ -209,14 +221,10 @@ void PXBOpener::openNotification(const PXBNotification& notification) {
     }
 }
 
-void PXBOpener::openEmailComposer(const QUrl& mailtoURL) {
-    if (viewController() == nullptr || mailtoURL.isEmpty()) {
-        return;
-    }
+PXBOpener::MailFields PXBOpener::mailFieldsFromURL(const QUrl& mailtoURL) {
     // The caller only sends "mailto:" URLs; the prefix is dropped unread.
     const QString rest = mailtoURL.toString(QUrl::FullyEncoded).mid(7);
     const qsizetype question = rest.indexOf(QLatin1Char('?'));
-    const QString recipient = question < 0 ? rest : rest.left(question);
     const QVariantMap fields =
         question < 0 ? QVariantMap()
                      : PXBNetworkUtilities::dictionaryFromQueryString(rest.mid(question + 1));
@@ -224,14 +232,27 @@ void PXBOpener::openEmailComposer(const QUrl& mailtoURL) {
         const QString value = fields.value(QLatin1String(key)).toString();
         return value.isNull() ? QStringList() : value.split(QLatin1Char(','));
     };
+    MailFields mail;
+    mail.recipient = question < 0 ? rest : rest.left(question);
+    mail.cc = list("cc");
+    mail.bcc = list("bcc");
+    mail.subject = fields.value(QStringLiteral("subject")).toString();
+    mail.body = fields.value(QStringLiteral("body")).toString();
+    return mail;
+}
 
+void PXBOpener::openEmailComposer(const QUrl& mailtoURL) {
+    if (viewController() == nullptr || mailtoURL.isEmpty()) {
+        return;
+    }
+    const MailFields mail = mailFieldsFromURL(mailtoURL);
     auto composer = std::make_shared<platform::MailComposeViewController>();
     composer->setMailComposeDelegate(new ComposerCloser(this, composer.get()));
-    composer->setToRecipients({recipient});
-    composer->setCcRecipients(list("cc"));
-    composer->setBccRecipients(list("bcc"));
-    composer->setSubject(fields.value(QStringLiteral("subject")).toString());
-    composer->setMessageBody(fields.value(QStringLiteral("body")).toString(), false);
+    composer->setToRecipients({mail.recipient});
+    composer->setCcRecipients(mail.cc);
+    composer->setBccRecipients(mail.bcc);
+    composer->setSubject(mail.subject);
+    composer->setMessageBody(mail.body, false);
     composer->setModalTransitionStyle(platform::ModalTransitionStyleCoverVertical);
     viewController()->presentModalViewController(composer, true);
     didOpen();

@@ -12,7 +12,11 @@
 #include <QString>
 #include <QUrl>
 
+#include <QStringList>
+#include <QVariantMap>
+
 #include <memory>
+#include <optional>
 
 class PXBObjectPrivate;
 class PXBWebAppViewController;
@@ -25,6 +29,26 @@ class WebView;
 
 class PXBOpener : public QObject {
   public:
+    // What an in-ad "open" message asks for.
+    struct OpenRequest {
+        QString action;  // "a" as sent: "browser", "webapp", "video"; anything else leaves the app
+        QUrl url;        // "u", when it is text making a well-formed URL
+        QString html;    // "html", when it is text; null otherwise
+        int orientation = 0;  // "o": "p" portrait, "l" landscape, anything else any
+    };
+    // Nothing when the message names nothing that can be opened: no URL, and no HTML for a web app.
+    static std::optional<OpenRequest> openRequestFromParameters(const QVariantMap& parameters);
+
+    // The fields of a "mailto:" URL, as the composer is filled with them.
+    struct MailFields {
+        QString recipient;
+        QStringList cc;   // "cc" split at ","
+        QStringList bcc;  // "bcc" split at ","
+        QString subject;
+        QString body;
+    };
+    static MailFields mailFieldsFromURL(const QUrl& mailtoURL);
+
     PXBOpener();
     ~PXBOpener() override;
 
