@@ -12,6 +12,13 @@ constexpr int kWait = 20000;
 int countOf(const QStringList& list, const QString& item) {
     return static_cast<int>(list.count(item));
 }
+
+int liveWebViews() {
+    const QWidgetList widgets = QApplication::allWidgets();
+    return static_cast<int>(std::count_if(widgets.begin(), widgets.end(), [](QWidget* w) {
+        return qobject_cast<platform::WebView*>(w) != nullptr;
+    }));
+}
 }  // namespace
 
 class TestRefreshEndToEnd : public QObject {
@@ -124,6 +131,35 @@ class TestRefreshEndToEnd : public QObject {
         QCOMPARE(h.ad()->pendingTrackingURLs().size(), 2);
         QTRY_COMPARE_WITH_TIMEOUT(h.requestsTo(QStringLiteral("/t/imp"), mark).size(), 2, kWait);
         QTRY_COMPARE(h.ad()->trackerCount(), 0);  // finished trackers are let go
+    }
+
+    // Refresh after refresh (200; SORVEL_SOAK_CYCLES sets another count), three creatives in
+    // turn every 0.2 s: each ad is counted once, and nothing piles up: the banner's web view and
+    // at most the page that builds the next request live at any time. The sanitizer build
+    // checks the rest for leaks at exit.
+    void refreshAfterRefreshLeavesNothingBehind() {
+        const int cycles = qEnvironmentVariableIsSet("SORVEL_SOAK_CYCLES")
+                               ? qEnvironmentVariableIntValue("SORVEL_SOAK_CYCLES")
+                               : 200;
+        const qint64 mark = h.server.lastLogSeq();
+        h.addBanner(QStringLiteral("e2e00000000005a"));
+        h.load();
+        for (const int reached : {cycles / 2, cycles}) {
+            QTRY_VERIFY_WITH_TIMEOUT(
+                countOf(h.recorder.events, "receive") >= reached ||
+                    h.recorder.events.size() > countOf(h.recorder.events, "receive"),
+                reached * 2000);
+            QTRY_VERIFY_WITH_TIMEOUT(liveWebViews() <= 2, kWait);
+        }
+        QCOMPARE(h.recorder.events.count(), countOf(h.recorder.events, "receive"));
+        QTRY_VERIFY_WITH_TIMEOUT(impressions(mark).size() >= cycles, kWait);
+        const QStringList fetched = impressions(mark);
+        QCOMPARE(QSet<QString>(fetched.begin(), fetched.end()).size(), fetched.size());
+        QSet<QString> creatives;
+        for (const QJsonObject& entry : h.requestsTo(QStringLiteral("/ad"), mark)) {
+            creatives.insert(entry.value(QStringLiteral("creative")).toString());
+        }
+        QCOMPARE(creatives, (QSet<QString>{"soak-plain", "soak-touch", "soak-offer"}));
     }
 };
 
