@@ -12,6 +12,7 @@
 #include <QPainterPath>
 #include <QPropertyAnimation>
 #include <QShortcut>
+#include <QTimer>
 
 namespace {
 
@@ -21,6 +22,8 @@ constexpr int kMainSoundCount = 9;
 constexpr int kPageSoundCount = 6;
 
 const char* const kSoundKeys = "123456789QWERTYASDFGH";
+// How long a button looks pressed after its key.
+constexpr int kKeyPressShownMs = 100;
 
 // Pad colours, cycled over the buttons of a page.
 const QColor kPadColors[] = {
@@ -171,14 +174,15 @@ PadButton* addSoundButton(MainView* view, QWidget* parent, int index, const QRec
     button->setToolTip(QStringLiteral("Plays \u201c%1\u201d \u2014 key %2")
                            .arg(QString::fromLatin1(sound.clip), key));
     QObject::connect(button, &QAbstractButton::clicked, view, sound.play);
-    // The key works on every page; where the button is on screen it is pressed visibly.
+    // The key works on every page and sounds at once; where the button is on screen it is also
+    // seen pressed for a moment (a button's own animated click would only play on its release).
     auto* shortcut = new QShortcut(MainInterface::shortcutForSound(index), view);
     shortcut->setContext(Qt::WindowShortcut);
     QObject::connect(shortcut, &QShortcut::activated, view, [view, button, play = sound.play] {
+        (view->*play)();
         if (button->isVisible()) {
-            button->animateClick();
-        } else {
-            (view->*play)();
+            button->setDown(true);
+            QTimer::singleShot(kKeyPressShownMs, button, [button] { button->setDown(false); });
         }
     });
     return button;

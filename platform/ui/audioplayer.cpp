@@ -35,13 +35,6 @@ std::function<void(int)>& systemSoundPlayer() {
     return player;
 }
 
-struct Decoded {
-    int sampleRate = 0;
-    int channels = 0;
-    QByteArray samples;
-    QString error;
-};
-
 struct FormatCloser {
     void operator()(AVFormatContext* c) const { avformat_close_input(&c); }
 };
@@ -58,16 +51,15 @@ struct FrameFreer {
     void operator()(AVFrame* f) const { av_frame_free(&f); }
 };
 
-// Decodes the first audio stream of a file into interleaved 16-bit samples at the stream's own
-// rate, mono or stereo. Damaged packets are skipped; a file without a single decodable frame is
-// an error.
-Decoded decodeFile(const QString& path) {
+}  // namespace
+
+DecodedAudio decodeAudioFile(const QString& path) {
     static const bool quiet = [] {
         av_log_set_level(AV_LOG_ERROR);  // FFmpeg's warnings about sound files are noise here
         return true;
     }();
     Q_UNUSED(quiet);
-    Decoded out;
+    DecodedAudio out;
     AVFormatContext* rawFormat = nullptr;
     if (avformat_open_input(&rawFormat, QFile::encodeName(path).constData(), nullptr, nullptr) <
         0) {
@@ -173,8 +165,6 @@ Decoded decodeFile(const QString& path) {
     return out;
 }
 
-}  // namespace
-
 std::shared_ptr<AudioPlayer> AudioPlayer::withContentsOfURL(const QUrl& url, Error* error) {
     auto fail = [&](const QString& domain, int code, const QString& message) {
         if (error != nullptr) {
@@ -191,7 +181,7 @@ std::shared_ptr<AudioPlayer> AudioPlayer::withContentsOfURL(const QUrl& url, Err
         return fail(kFileErrorDomain, 260, QStringLiteral("Cannot read ") + path);
     }
     file.close();
-    Decoded decoded = decodeFile(path);
+    DecodedAudio decoded = decodeAudioFile(path);
     if (!decoded.error.isEmpty()) {
         return fail(kAudioErrorDomain, 1, decoded.error);
     }

@@ -9,6 +9,7 @@
 
 #include <QByteArray>
 #include <QObject>
+#include <QString>
 #include <QUrl>
 
 #include <functional>
@@ -21,6 +22,17 @@ class QTimer;
 namespace platform {
 
 class AudioPlayer;
+
+// A sound file's samples as a player plays them: the first audio stream, interleaved signed
+// 16-bit at the stream's own rate, mono or stereo. Damaged packets are skipped; a file without
+// a single decodable frame gives an error and no samples.
+struct DecodedAudio {
+    int sampleRate = 0;
+    int channels = 0;
+    QByteArray samples;
+    QString error;
+};
+DecodedAudio decodeAudioFile(const QString& path);
 
 class AudioPlayerDelegate : public Referenceable {
   public:

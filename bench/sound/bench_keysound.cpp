@@ -1,0 +1,237 @@
+// Key press -> sound out: a key event on the sound board until the first audible samples reach
+// the audio sink, against the same clip's decoded samples written to a bare PulseAudio stream.
+// Both are heard at the monitor of a null sink on a sound server of the benchmark's own, by a
+// recording thread that notes when loud samples first arrive; its own delay is in both figures.
+//
+//   bench_keysound [--runs N] [--sound INDEX]
+#include "app/Bundle.h"
+#include "app/MainInterface.h"
+#include "app/MainView.h"
+#include "bench/figure.h"
+#include "platform/ui/audioplayer.h"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <pulse/error.h>
+#include <pulse/simple.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+
+namespace {
+
+constexpr int kRate = 44100;
+constexpr int kLoud = 256;  // a sample above this, in 16-bit units, is heard
+
+qint64 nowNs() {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
+
+[[noreturn]] void fail(const QString& message) {
+    std::fprintf(stderr, "bench_keysound: %s\n", qPrintable(message));
+    std::exit(1);
+}
+
+// Listens to the sink's monitor in small fragments and remembers when sound was last and first
+// heard after being armed.
+class Listener {
+  public:
+    explicit Listener(const QByteArray& server) {
+        pa_sample_spec spec{PA_SAMPLE_S16LE, kRate, 1};
+        pa_buffer_attr attr;
+        attr.maxlength = uint32_t(-1);
+        attr.fragsize = 64 * sizeof(int16_t);  // about 1.5 ms
+        attr.tlength = attr.prebuf = attr.minreq = uint32_t(-1);
+        int error = 0;
+        stream_ = pa_simple_new(server.constData(), "bench_keysound", PA_STREAM_RECORD,
+                                "board.monitor", "listener", &spec, nullptr, &attr, &error);
+        if (stream_ == nullptr) {
+            fail(QStringLiteral("cannot listen: %1").arg(pa_strerror(error)));
+        }
+        thread_ = std::thread([this] { run(); });
+    }
+    ~Listener() {
+        stop_ = true;
+        thread_.join();
+        pa_simple_free(stream_);
+    }
+
+    void arm() {
+        heard_ = 0;
+        armed_ = true;
+    }
+    qint64 heardAt() const { return heard_; }
+    qint64 lastLoud() const { return lastLoud_; }
+
+  private:
+    void run() {
+        int16_t samples[64];
+        while (!stop_) {
+            if (pa_simple_read(stream_, samples, sizeof samples, nullptr) < 0) {
+                return;
+            }
+            const qint64 at = nowNs();
+            for (const int16_t s : samples) {
+                if (s > kLoud || s < -kLoud) {
+                    lastLoud_ = at;
+                    if (armed_.exchange(false)) {
+                        heard_ = at;
+                    }
+                    break;
+                }
+            }
+        }
+    }
+
+    pa_simple* stream_ = nullptr;
+    std::thread thread_;
+    std::atomic<bool> stop_{false};
+    std::atomic<bool> armed_{false};
+    std::atomic<qint64> heard_{0};
+    std::atomic<qint64> lastLoud_{0};
+};
+
+// Runs the event loop until the listener hears something (ms since `start`), or -1.
+double waitForSound(const Listener& listener, qint64 start) {
+    QElapsedTimer limit;
+    limit.start();
+    while (listener.heardAt() == 0 && limit.elapsed() < 3000) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 1);
+    }
+    return listener.heardAt() == 0 ? -1.0 : (listener.heardAt() - start) / 1e6;
+}
+
+// Until nothing has been heard for 300 ms.
+void waitForSilence(const Listener& listener) {
+    while (nowNs() - listener.lastLoud() < 300'000'000) {
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    int runs = 9;
+    int soundIndex = 0;
+    for (int i = 1; i + 1 < argc; i += 2) {
+        const QByteArray arg = argv[i];
+        if (arg == "--runs") {
+            runs = std::atoi(argv[i + 1]);
+        } else if (arg == "--sound") {
+            soundIndex = std::atoi(argv[i + 1]);
+        }
+    }
+
+    // A sound server of our own with a null sink, named before anything opens an output.
+    QTemporaryDir dir;
+    const QString socket = dir.filePath(QStringLiteral("native"));
+    const QByteArray server = "unix:" + socket.toLocal8Bit();
+    qputenv("PULSE_SERVER", server);
+    QProcess daemon;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.insert(QStringLiteral("PULSE_RUNTIME_PATH"), dir.path());
+    env.insert(QStringLiteral("PULSE_STATE_PATH"), dir.path());
+    daemon.setProcessEnvironment(env);
+    daemon.start(
+        QStringLiteral("pulseaudio"),
+        {QStringLiteral("--daemonize=no"), QStringLiteral("-n"),
+         QStringLiteral("--exit-idle-time=-1"), QStringLiteral("--use-pid-file=no"),
+         QStringLiteral("--load=module-native-protocol-unix auth-anonymous=1 socket=") + socket,
+         QStringLiteral("--load=module-null-sink sink_name=board")});
+    if (!daemon.waitForStarted()) {
+        fail(QStringLiteral("pulseaudio does not start"));
+    }
+    for (int tries = 0; !QFile::exists(socket) && tries < 100; ++tries) {
+        QThread::msleep(50);
+    }
+
+    QApplication app(argc, argv);
+    Bundle bundle(Bundle::locateResourcePath(QStringLiteral(BENCH_APP_DIR)));
+    const MainView::Sound sound = MainView::sounds().at(soundIndex);
+    const QString clipPath =
+        bundle.pathForResource(QString::fromLatin1(sound.clip), QString::fromLatin1(sound.type));
+    const platform::DecodedAudio clip = platform::decodeAudioFile(clipPath);
+    if (!clip.error.isEmpty()) {
+        fail(clip.error);
+    }
+    Listener listener(server);
+
+    // Ours: the board in a window, a key press through the window's shortcuts.
+    std::unique_ptr<MainView> view(MainInterface::buildMainView(QRect(0, 0, 320, 460)));
+    view->setBundle(&bundle);
+    view->show();
+    view->activateWindow();
+    if (!QTest::qWaitForWindowActive(view.get())) {
+        fail(QStringLiteral("the board's window is not active"));
+    }
+    const QKeySequence key = MainInterface::shortcutForSound(soundIndex);
+
+    // The baseline: a bare stream, opened beforehand, with a 20 ms buffer.
+    pa_sample_spec spec{PA_SAMPLE_S16LE, uint32_t(clip.sampleRate), uint8_t(clip.channels)};
+    pa_buffer_attr attr;
+    attr.maxlength = attr.minreq = attr.prebuf = uint32_t(-1);
+    attr.tlength = uint32_t(pa_usec_to_bytes(20'000, &spec));
+    attr.fragsize = uint32_t(-1);
+    int error = 0;
+    pa_simple* bare = pa_simple_new(server.constData(), "bench_keysound", PA_STREAM_PLAYBACK,
+                                    "board", "baseline", &spec, nullptr, &attr, &error);
+    if (bare == nullptr) {
+        fail(QStringLiteral("cannot open a bare stream: %1").arg(pa_strerror(error)));
+    }
+    const QByteArray head =
+        clip.samples.left(qsizetype(pa_usec_to_bytes(150'000, &spec)));  // enough to be heard
+
+    std::vector<double> ours;
+    std::vector<double> baseline;
+    // The first round is a warm-up: the monitor's recording takes a second or two to catch up
+    // with the sink after it starts.
+    for (int run = 0; run < runs + 1; ++run) {
+        waitForSilence(listener);
+        listener.arm();
+        qint64 start = nowNs();
+        QTest::keyClick(view.get(), key[0].key());
+        const double heard = waitForSound(listener, start);
+        view->stopAllSounds();
+        if (heard < 0) {
+            fail(QStringLiteral("the key press was not heard"));
+        }
+
+        waitForSilence(listener);
+        listener.arm();
+        start = nowNs();
+        pa_simple_write(bare, head.constData(), size_t(head.size()), nullptr);
+        const double bareHeard = waitForSound(listener, start);
+        pa_simple_drain(bare, nullptr);
+        if (bareHeard < 0) {
+            fail(QStringLiteral("the bare stream was not heard"));
+        }
+        std::fprintf(stderr, "run %d: key %.1f ms, bare stream %.1f ms\n", run, heard, bareHeard);
+        if (run > 0) {
+            ours.push_back(heard);
+            baseline.push_back(bareHeard);
+        }
+    }
+    pa_simple_free(bare);
+
+    bench::Figure f = bench::lowerIsBetter(
+        QStringLiteral("key press -> sound out, %1 (ms)").arg(sound.clip).toStdString(), ours,
+        baseline, 1.5);
+    f.target += " and < 50 ms";
+    f.pass = f.pass && f.median < 50.0;
+    bench::print(f);
+
+    view.reset();
+    daemon.kill();
+    daemon.waitForFinished();
+    return 0;
+}
