@@ -13,9 +13,10 @@
 //   idle CPU                   utime + stime of the process and its web engine children over
 //                              --idle-seconds with an ad shown and no refresh due
 //
-//   memory                     (only with --memory-cycles N) PSS of the process tree after N
-//                              refreshes every 0.4 s (its growth since the 20th in the notes);
-//                              baseline: the bare view reloading as often
+//   memory growth              (only with --memory-cycles N) growth of the PSS of the process,
+//                              and of its helpers, over N refreshes every 0.2 s after 50 first
+//                              (sampled every 100 in the notes); baseline: the bare view
+//                              reloading as often
 //
 // Usage: bench_adpath [--runs N] [--refreshes N] [--idle-runs N] [--idle-seconds S]
 //                     [--memory-cycles N] [--only launch|refresh|idle|memory]
@@ -34,6 +35,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -450,99 +452,116 @@ double idlePercent(qint64 pid, double seconds, int* processes) {
     return 100.0 * static_cast<double>(ticks) / static_cast<double>(sysconf(_SC_CLK_TCK)) / elapsed;
 }
 
-// Proportional set size (MB) of `root` and every process below it: shared pages count once in
-// all.
-double treeMegabytes(qint64 root) {
-    qint64 kilobytes = 0;
-    for (const qint64 pid : treeTicks(root).keys()) {
-        QFile file(QStringLiteral("/proc/%1/smaps_rollup").arg(pid));
-        if (!file.open(QIODevice::ReadOnly)) {
-            continue;
-        }
-        for (const QByteArray& line : file.readAll().split('\n')) {
-            if (line.startsWith("Pss:")) {
-                kilobytes += line.mid(4).trimmed().split(' ').value(0).toLongLong();
-            }
+// Proportional set size (MB) of one process: shared pages count once over all processes.
+double pssMegabytes(qint64 pid) {
+    QFile file(QStringLiteral("/proc/%1/smaps_rollup").arg(pid));
+    if (!file.open(QIODevice::ReadOnly)) {
+        return 0.0;
+    }
+    for (const QByteArray& line : file.readAll().split('\n')) {
+        if (line.startsWith("Pss:")) {
+            return static_cast<double>(line.mid(4).trimmed().split(' ').value(0).toLongLong()) /
+                   1024.0;
         }
     }
-    return static_cast<double>(kilobytes) / 1024.0;
+    return 0.0;
 }
 
-// The process tree's memory after `cycles` refreshes every 0.4 s (sooner, a refresh that falls due
-// while the ad is still loading is dropped, and refresh stops), with its growth since the 20th;
-// baseline: the bare view reloading as often. One run each: it takes minutes.
+// The PSS of a process, and of every process below it (the web engine's helpers).
+struct MemorySample {
+    double process = 0.0;
+    double helpers = 0.0;
+};
+
+MemorySample sampleMemory(qint64 root) {
+    MemorySample sample;
+    for (const qint64 pid : treeTicks(root).keys()) {
+        (pid == root ? sample.process : sample.helpers) += pssMegabytes(pid);
+    }
+    return sample;
+}
+
+// Memory over `cycles` refreshes every 0.2 s: the process and its helpers sampled after the 50th
+// and every 100 after; the figures are their growth from the first sample to the last. Baseline:
+// the bare view reloading as often. One run each: it takes minutes.
 void memoryFigure(int cycles) {
-    Server server(QStringLiteral("quick.json"));
+    Server server(QStringLiteral("memory.json"));
     if (!server.start()) {
         return;
     }
-    constexpr int kWarmUp = 20;
-    std::vector<double> ours, baseline;
+    constexpr int kWarmUp = 50;
+    constexpr int kEvery = 100;
+    // Follows one child through its cycles; `next` waits for the next cycle to end.
+    const auto follow = [&](const char* who, Child& child, const std::function<bool()>& next) {
+        QList<MemorySample> samples;
+        for (int cycle = 1; cycle <= kWarmUp + cycles; ++cycle) {
+            if (!next()) {
+                note(QStringLiteral("%1 stopped at cycle %2:\n%3")
+                         .arg(QLatin1String(who))
+                         .arg(cycle)
+                         .arg(child.tail(15)));
+                return QList<MemorySample>();
+            }
+            if (cycle >= kWarmUp && (cycle - kWarmUp) % kEvery == 0) {
+                samples.append(sampleMemory(child.pid()));
+            }
+        }
+        QString trace;
+        for (const MemorySample& m : samples) {
+            trace += QStringLiteral(" %1+%2").arg(m.process, 0, 'f', 1).arg(m.helpers, 0, 'f', 1);
+        }
+        note(QStringLiteral("memory: %1, process+helpers MB every %2 cycles:%3")
+                 .arg(QLatin1String(who))
+                 .arg(kEvery)
+                 .arg(trace));
+        return samples;
+    };
+    QList<MemorySample> ours, bare;
     {
         QTemporaryDir home;
         Child app(QStringLiteral(BENCH_APP), {QStringLiteral("--ad-server"), server.root()},
                   profileEnvironment(home.path()));
         if (app.start()) {
-            double before = 0;
-            int shownCount = 0;
-            for (; shownCount < kWarmUp + cycles; ++shownCount) {
-                if (shownCount == kWarmUp) {
-                    before = treeMegabytes(app.pid());
-                }
-                if (!shown(app.waitFor(kAdShown))) {
-                    note(QStringLiteral("the app stopped showing ads:\n") + app.tail(15));
-                    break;
-                }
-            }
-            if (shownCount == kWarmUp + cycles) {
-                const double after = treeMegabytes(app.pid());
-                ours.push_back(after);
-                note(QStringLiteral("memory: app %1 MB -> %2 MB over %3 refreshes")
-                         .arg(before, 0, 'f', 1)
-                         .arg(after, 0, 'f', 1)
-                         .arg(cycles));
-            }
+            ours = follow("app", app, [&] { return shown(app.waitFor(kAdShown)); });
         }
     }
     {
         QTemporaryDir home;
         Child view(QStringLiteral(BENCH_BASELINE),
                    {server.adPage(), QStringLiteral("--reloads"), QString::number(kWarmUp + cycles),
-                    QStringLiteral("--gap"), QStringLiteral("0.4"), QStringLiteral("--stay")},
+                    QStringLiteral("--gap"), QStringLiteral("0.2"), QStringLiteral("--stay")},
                    profileEnvironment(home.path()));
-        if (view.start()) {
-            double before = 0;
-            int loads = 0;
-            for (; loads <= kWarmUp + cycles; ++loads) {
-                if (loads == kWarmUp + 1) {
-                    before = treeMegabytes(view.pid());
-                }
-                if (!loaded(view.waitFor(kLoaded))) {
-                    note(QStringLiteral("the baseline stopped reloading:\n") + view.tail(15));
-                    break;
-                }
-            }
-            if (loads == kWarmUp + cycles + 1) {
-                const double after = treeMegabytes(view.pid());
-                baseline.push_back(after);
-                note(QStringLiteral("memory: baseline %1 MB -> %2 MB over %3 reloads")
-                         .arg(before, 0, 'f', 1)
-                         .arg(after, 0, 'f', 1)
-                         .arg(cycles));
-            }
+        if (view.start() && loaded(view.waitFor(kLoaded))) {
+            bare = follow("bare view", view, [&] { return loaded(view.waitFor(kLoaded)); });
         }
     }
-    bench::Figure f;
-    f.name = QStringLiteral("memory after %1 refreshes (MB PSS)").arg(cycles).toStdString();
-    f.median = bench::median(ours);
-    f.baseline = bench::median(baseline);
-    f.ratio = f.baseline > 0 ? f.median / f.baseline : 0.0;
-    // No bar is set for it yet: the line records the size (the growth is in the notes on
-    // stderr), and "fail" only marks a missing measurement.
-    f.target = "none set";
-    f.pass = !ours.empty() && !baseline.empty();
-    f.runs = static_cast<int>(ours.size());
-    bench::print(f);
+    const auto growth = [](const QList<MemorySample>& samples, double MemorySample::*part) {
+        return samples.size() < 2
+                   ? std::vector<double>()
+                   : std::vector<double>{samples.last().*part - samples.first().*part};
+    };
+    for (const auto& [part, label] : {std::pair{&MemorySample::process, "process"},
+                                      std::pair{&MemorySample::helpers, "helper processes"}}) {
+        const std::vector<double> mine = growth(ours, part);
+        const std::vector<double> theirs = growth(bare, part);
+        bench::Figure f;
+        f.name = QStringLiteral("memory growth over %1 refreshes, %2 (MB PSS)")
+                     .arg(cycles)
+                     .arg(QLatin1String(label))
+                     .toStdString();
+        f.median = bench::median(mine);
+        f.baseline = bench::median(theirs);
+        f.ratio = f.baseline != 0 ? f.median / f.baseline : 0.0;
+        f.target = "<= 2 MB";
+        f.pass = !mine.empty() && f.median <= 2.0;
+        f.runs = static_cast<int>(mine.size());
+        bench::print(f);
+        if (!mine.empty()) {
+            note(QStringLiteral("memory: %1 grew %2 bytes per refresh")
+                     .arg(QLatin1String(label))
+                     .arg(qint64(f.median * 1024 * 1024 / cycles)));
+        }
+    }
 }
 
 void idleFigure(int runs, double seconds) {
