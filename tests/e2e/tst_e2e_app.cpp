@@ -21,10 +21,15 @@ class TestAppEndToEnd : public QObject {
     };
 
     Launch launch(const QString& screenshot) {
-        return launchWithProfile(profile.path(), screenshot);
+        return launchWithProfile(profile.path(), screenshotArguments(screenshot));
     }
 
-    Launch launchWithProfile(const QString& home, const QString& screenshot) {
+    static QStringList screenshotArguments(const QString& screenshot) {
+        return {QStringLiteral("--screenshot"), screenshot, QStringLiteral("--screenshot-delay"),
+                QStringLiteral("30")};
+    }
+
+    Launch launchWithProfile(const QString& home, const QStringList& arguments) {
         const qint64 mark = server.lastLogSeq();
         QProcess app;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
@@ -33,10 +38,8 @@ class TestAppEndToEnd : public QObject {
         }
         app.setProcessEnvironment(env);
         app.setProcessChannelMode(QProcess::MergedChannels);
-        app.start(
-            QStringLiteral(BRINDLE_BINARY),
-            {QStringLiteral("--ad-server"), server.url().toString(), QStringLiteral("--screenshot"),
-             screenshot, QStringLiteral("--screenshot-delay"), QStringLiteral("30")});
+        app.start(QStringLiteral(BRINDLE_BINARY),
+                  QStringList{QStringLiteral("--ad-server"), server.url().toString()} + arguments);
         // The server answers on this thread's event loop while the app runs.
         [&] { QTRY_COMPARE_WITH_TIMEOUT(app.state(), QProcess::NotRunning, 60000); }();
         Launch result;
@@ -117,7 +120,8 @@ class TestAppEndToEnd : public QObject {
             QVERIFY(blocker.open(QIODevice::WriteOnly));
         }
 
-        const Launch run = launchWithProfile(home.path(), home.filePath("shot.png"));
+        const Launch run =
+            launchWithProfile(home.path(), screenshotArguments(home.filePath("shot.png")));
         QVERIFY2(run.output.contains(outcome), qPrintable(run.output));
         QCOMPARE(run.exitCode, 0);
         if (!settings.isEmpty()) {
@@ -133,6 +137,19 @@ class TestAppEndToEnd : public QObject {
         }
         // The run's own settings were saved in the damaged file's place.
         QVERIFY(QFileInfo(settingsFile).isFile());
+    }
+
+    // The user quits while the ad server takes its time: the app ends cleanly without waiting
+    // for the answer, which then finds no one.
+    void quitWhileAnAdIsOnItsWay() {
+        QTemporaryDir home;
+        server.setPathFaults(QStringLiteral("/ad"), QJsonObject{{"delayMs", 8000}});
+        const Launch run =
+            launchWithProfile(home.path(), {QStringLiteral("--quit-after"), QStringLiteral("2")});
+        server.setPathFaults(QStringLiteral("/ad"), {});
+        QVERIFY2(run.output.contains("quitting as asked"), qPrintable(run.output));
+        QVERIFY2(!run.output.contains("ad shown"), qPrintable(run.output));
+        QCOMPARE(run.exitCode, 0);
     }
 };
 
