@@ -1,13 +1,18 @@
 // Nothing an ad server or an ad can do breaks the sound board: a hostile script host, ad endpoint,
 // steering headers, trackers, ad pages and in-ad messages, each driven through the reference ad
-// server's fault switches. Every row checks what the client does about it and then that a good
-// ad still shows.
+// server's fault switches. Every row checks what the client does about it, then that a good ad
+// still shows and that the sound board beside it still plays a sound when pressed.
 #include "e2eharness.h"
+
+#include "app/Bundle.h"
+#include "app/MainInterface.h"
+#include "app/MainView.h"
 
 #include "platform/notificationcenter.h"
 
 #include <QDir>
 #include <QFile>
+#include <QAbstractButton>
 #include <QLoggingCategory>
 
 #include <unistd.h>
@@ -65,13 +70,24 @@ class TestHostileEndToEnd : public QObject {
                            });
     }
 
-    // Whatever the row did, a fresh banner with good answers shows an ad.
+    std::unique_ptr<Bundle> sounds;
+    std::unique_ptr<MainView> board;
+
+    // Whatever the row did, a fresh banner with good answers shows an ad, and a press on the
+    // board plays its clip.
     void aGoodAdStillShows() {
         h.server.setPathFaults(kScriptPath, {});
         h.addBanner(kUnit);
         h.load({{QStringLiteral("zf_creative"), QStringLiteral("plain")}});
         QTRY_COMPARE_WITH_TIMEOUT(h.state(), int(kPXBAdStateShown), kWait);
         QCOMPARE(h.recorder.events, QStringList{QStringLiteral("receive")});
+
+        const size_t playing = board->livePlayers().size();
+        QTest::mouseClick(MainInterface::buttonForAction(board.get(), MainView::sounds()[0].action),
+                          Qt::LeftButton);
+        QCOMPARE(board->livePlayers().size(), playing + 1);
+        QVERIFY(board->livePlayers().back()->isPlaying());
+        board->stopAllSounds();
     }
 
   private slots:
@@ -79,7 +95,19 @@ class TestHostileEndToEnd : public QObject {
         // The pages' console lines (the support script says when it answers nothing).
         QLoggingCategory::setFilterRules(QStringLiteral("js.info=true\njs.debug=true"));
         QVERIFY(h.start(QStringLiteral("hostile.json")));
+        sounds = std::make_unique<Bundle>(
+            Bundle::locateResourcePath(QCoreApplication::applicationDirPath() + "/../../app"));
+        board.reset(MainInterface::buildMainView(QRect(0, 20, 320, 460)));
+        board->setBundle(sounds.get());
+        board->show();
         aGoodAdStillShows();  // the script is fetched and cached
+    }
+
+    void cleanupTestCase() {
+        // Players keep themselves alive while they play; none may outlive the application.
+        board->stopAllSounds();
+        board.reset();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
 
     void cleanup() {
