@@ -10,9 +10,9 @@
 
 #include "platform/notificationcenter.h"
 
+#include <QAbstractButton>
 #include <QDir>
 #include <QFile>
-#include <QAbstractButton>
 #include <QLoggingCategory>
 
 #include <unistd.h>
@@ -81,6 +81,8 @@ class TestHostileEndToEnd : public QObject {
         h.load({{QStringLiteral("zf_creative"), QStringLiteral("plain")}});
         QTRY_COMPARE_WITH_TIMEOUT(h.state(), int(kPXBAdStateShown), kWait);
         QCOMPARE(h.recorder.events, QStringList{QStringLiteral("receive")});
+        // Its impression is reported before the next case looks at the server's log.
+        QTRY_COMPARE_WITH_TIMEOUT(h.ad()->trackerCount(), 0, kWait);
 
         const size_t playing = board->livePlayers().size();
         QTest::mouseClick(MainInterface::buttonForAction(board.get(), MainView::sounds()[0].action),
@@ -413,10 +415,9 @@ class TestHostileEndToEnd : public QObject {
         if (killedIn == kPXBAdStateShown) {
             QVERIFY(h.waitUntilPainted());
         }
-        // As the system does when memory runs out.
-        const qint64 process = h.webView()->contentProcessId();
-        QVERIFY(process > 0);
-        QCOMPARE(::kill(pid_t(process), SIGKILL), 0);
+        // As the system does when memory runs out, once the page has a process of its own.
+        QTRY_VERIFY_WITH_TIMEOUT(h.webView()->contentProcessId() > 0, kWait);
+        QCOMPARE(::kill(pid_t(h.webView()->contentProcessId()), SIGKILL), 0);
         QTRY_VERIFY_WITH_TIMEOUT(logHas(QStringLiteral("content process ended")), kWait);
         if (killedIn == kPXBAdStateLoadingHTML) {
             QTRY_COMPARE_WITH_TIMEOUT(h.recorder.events, QStringList{QStringLiteral("fail 2")},
@@ -444,16 +445,12 @@ class TestHostileEndToEnd : public QObject {
             h.forgetScript(false);
         }
         h.server.setPathFaults(path, QJsonObject{{"delayMs", 1500}});
-        const qint64 mark = h.server.lastLogSeq();
         h.addBanner(kUnit);
         h.load(fault("creative", "plain"));
         QTRY_COMPARE_WITH_TIMEOUT(h.state(), state, kWait);
+        // The fetch is cancelled, before or after the server got it (a slow build may not have
+        // sent it yet); a late answer then finds no one.
         h.removeBanner();
-        if (path != kScriptPath) {
-            // The server answers a client that has gone away. (The script's fetch may be
-            // cancelled before it is sent: nothing to wait for then.)
-            QTRY_VERIFY_WITH_TIMEOUT(!h.requestsTo(path, mark).isEmpty(), kWait);
-        }
         h.server.setPathFaults(path, {});
         aGoodAdStillShows();
     }
