@@ -10,9 +10,8 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
-#include <QUrl>
-
 #include <QStringList>
+#include <QUrl>
 #include <QVariantMap>
 
 #include <memory>
