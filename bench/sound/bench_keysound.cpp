@@ -29,6 +29,9 @@
 namespace {
 
 constexpr int kRate = 44100;
+
+// PulseAudio's description of a stream's samples: format, rate, channels.
+using SampleFormat = pa_sample_spec;
 constexpr int kLoud = 256;  // a sample above this, in 16-bit units, is heard
 
 qint64 nowNs() {
@@ -47,14 +50,14 @@ qint64 nowNs() {
 class Listener {
   public:
     explicit Listener(const QByteArray& server) {
-        pa_sample_spec spec{PA_SAMPLE_S16LE, kRate, 1};
+        SampleFormat format{PA_SAMPLE_S16LE, kRate, 1};
         pa_buffer_attr attr;
         attr.maxlength = uint32_t(-1);
         attr.fragsize = 64 * sizeof(int16_t);  // about 1.5 ms
         attr.tlength = attr.prebuf = attr.minreq = uint32_t(-1);
         int error = 0;
         stream_ = pa_simple_new(server.constData(), "bench_keysound", PA_STREAM_RECORD,
-                                "board.monitor", "listener", &spec, nullptr, &attr, &error);
+                                "board.monitor", "listener", &format, nullptr, &attr, &error);
         if (stream_ == nullptr) {
             fail(QStringLiteral("cannot listen: %1").arg(pa_strerror(error)));
         }
@@ -177,19 +180,19 @@ int main(int argc, char** argv) {
     const QKeySequence key = MainInterface::shortcutForSound(soundIndex);
 
     // The baseline: a bare stream, opened beforehand, with a 20 ms buffer.
-    pa_sample_spec spec{PA_SAMPLE_S16LE, uint32_t(clip.sampleRate), uint8_t(clip.channels)};
+    SampleFormat format{PA_SAMPLE_S16LE, uint32_t(clip.sampleRate), uint8_t(clip.channels)};
     pa_buffer_attr attr;
     attr.maxlength = attr.minreq = attr.prebuf = uint32_t(-1);
-    attr.tlength = uint32_t(pa_usec_to_bytes(20'000, &spec));
+    attr.tlength = uint32_t(pa_usec_to_bytes(20'000, &format));
     attr.fragsize = uint32_t(-1);
     int error = 0;
     pa_simple* bare = pa_simple_new(server.constData(), "bench_keysound", PA_STREAM_PLAYBACK,
-                                    "board", "baseline", &spec, nullptr, &attr, &error);
+                                    "board", "baseline", &format, nullptr, &attr, &error);
     if (bare == nullptr) {
         fail(QStringLiteral("cannot open a bare stream: %1").arg(pa_strerror(error)));
     }
     const QByteArray head =
-        clip.samples.left(qsizetype(pa_usec_to_bytes(150'000, &spec)));  // enough to be heard
+        clip.samples.left(qsizetype(pa_usec_to_bytes(150'000, &format)));  // enough to be heard
 
     std::vector<double> ours;
     std::vector<double> baseline;
