@@ -336,6 +336,24 @@ void launchFigures(int runs) {
     bench::print(bench::lowerIsBetter("launch -> first ad, warm (ms)", appWarm, viewWarm, 1.25));
 }
 
+// Times `count` cycles of a child, each from its line matching `start` to the next `end` line
+// (which `ended` accepts); stops at the first cycle that does not complete.
+std::vector<double> timeCycles(Child& child, const QRegularExpression& start,
+                               const QRegularExpression& end, bool (*ended)(const Line&), int count,
+                               const char* stopped) {
+    std::vector<double> times;
+    for (int i = 0; i < count; ++i) {
+        const Line from = child.waitFor(start);
+        const Line to = child.waitFor(end);
+        if (from.ms < 0 || !ended(to)) {
+            note(QLatin1String(stopped) + QStringLiteral(":\n") + child.tail(15));
+            break;
+        }
+        times.push_back(to.ms - from.ms);
+    }
+    return times;
+}
+
 void refreshFigure(int refreshes) {
     Server server(QStringLiteral("refresh.json"));
     if (!server.start()) {
@@ -348,16 +366,8 @@ void refreshFigure(int refreshes) {
                   {QStringLiteral("--ad-server"), server.root(), QStringLiteral("--verbose")},
                   profileEnvironment(home.path()));
         if (app.start() && shown(app.waitFor(kAdShown))) {
-            const QRegularExpression refreshing(QStringLiteral("<Sorvel> Refreshing the ad"));
-            for (int i = 0; i < refreshes; ++i) {
-                const Line start = app.waitFor(refreshing);
-                const Line end = app.waitFor(kAdShown);
-                if (start.ms < 0 || !shown(end)) {
-                    note(QStringLiteral("the app stopped refreshing:\n") + app.tail(15));
-                    break;
-                }
-                ours.push_back(end.ms - start.ms);
-            }
+            ours = timeCycles(app, QRegularExpression(QStringLiteral("<Sorvel> Refreshing the ad")),
+                              kAdShown, shown, refreshes, "the app stopped refreshing");
         } else {
             note(QStringLiteral("the app showed no ad:\n") + app.tail(15));
         }
@@ -369,16 +379,8 @@ void refreshFigure(int refreshes) {
                     QStringLiteral("--gap"), QStringLiteral("1")},
                    profileEnvironment(home.path()));
         if (view.start() && loaded(view.waitFor(kLoaded))) {
-            const QRegularExpression reload(QStringLiteral("^reload$"));
-            for (int i = 0; i < refreshes; ++i) {
-                const Line start = view.waitFor(reload);
-                const Line end = view.waitFor(kLoaded);
-                if (start.ms < 0 || !loaded(end)) {
-                    note(QStringLiteral("the baseline stopped reloading:\n") + view.tail(15));
-                    break;
-                }
-                baseline.push_back(end.ms - start.ms);
-            }
+            baseline = timeCycles(view, QRegularExpression(QStringLiteral("^reload$")), kLoaded,
+                                  loaded, refreshes, "the baseline stopped reloading");
         }
     }
     QStringList a, b;
