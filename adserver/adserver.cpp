@@ -374,18 +374,18 @@ HttpResponse AdServer::Private::serveAd(const HttpRequest& request,
             // The last hop serves the creative picked now, not the next in rotation.
             back += "&zf_creative=" + QUrl::toPercentEncoding(creative->id);
         }
-        // This answer is the first of the hops; /r gives the others.
+        // This answer is the first of the hops; /r gives the others, if any.
         const QString target = kAdPath + QStringLiteral("?") + QString::fromLatin1(back);
-        QString hop = QStringLiteral("/r?left=%1").arg(faults.redirects - 1);
-        if (faults.redirectLoop) {
-            hop += QStringLiteral("&loop=1");
-        }
-        if (creative) {
-            hop += QStringLiteral("&c=") + encoded(creative->id);
-        }
-        hop += QStringLiteral("&to=") + encoded(here + target);
-        if (faults.redirects == 1 && !faults.redirectLoop) {
-            hop = target;
+        QString hop = target;
+        if (faults.redirects > 1 || faults.redirectLoop) {
+            hop = QStringLiteral("/r?left=%1").arg(faults.redirects - 1);
+            if (faults.redirectLoop) {
+                hop += QStringLiteral("&loop=1");
+            }
+            if (creative) {
+                hop += QStringLiteral("&c=") + encoded(creative->id);
+            }
+            hop += QStringLiteral("&to=") + encoded(here + target);
         }
         response.status = 302;
         response.setHeader("Location", (here + hop).toUtf8());

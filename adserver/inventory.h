@@ -17,7 +17,7 @@ namespace adserver {
 struct Faults {
     std::optional<int> status;  // answer this status (100-599) instead of the content
     int delayMs = 0;            // wait before answering (at most two minutes)
-    int redirects = 0;          // send the client through this many 302 hops in all first
+    int redirects = 0;          // answer with this many 302 hops in all before the ad
     bool redirectLoop = false;  // 302s that never end
     qint64 oversizeBytes = 0;   // pad the body to this many bytes (at most 64 MiB)
     bool malformedHeader = false;
