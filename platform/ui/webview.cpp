@@ -26,6 +26,7 @@
 #include <QWebEngineView>
 
 #include <deque>
+#include <utility>
 
 namespace platform {
 
@@ -138,10 +139,15 @@ void shareCookies(QWebEngineCookieStore* store, HttpCookieStorage* jar) {
 }
 
 class EngineBackend;
+class RefererInterceptor;
 
 class EnginePage : public QWebEnginePage {
   public:
     EnginePage(QWebEngineProfile* profile, EngineBackend* backend);
+    // A page between two views has no back-end: it goes nowhere but to a blank page.
+    void setBackend(EngineBackend* backend) { backend_ = backend; }
+
+    RefererInterceptor* referers = nullptr;  // the page's own
 
   protected:
     bool acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) override;
@@ -163,6 +169,8 @@ class EnginePage : public QWebEnginePage {
 class RefererInterceptor : public QWebEngineUrlRequestInterceptor {
   public:
     using QWebEngineUrlRequestInterceptor::QWebEngineUrlRequestInterceptor;
+
+    void forgetAll() { pending_.clear(); }
 
     void expect(const QUrl& url, const QString& referer) {
         if (referer.isEmpty()) {
@@ -206,12 +214,113 @@ class RefererInterceptor : public QWebEngineUrlRequestInterceptor {
     QHash<QUrl, QByteArray> pending_;
 };
 
+// The page of a view that was never shown outlives its view as the spare: blanked, with its
+// content process kept, it is the next view's page. Making a page and starting a process for it
+// is most of what a short-lived hidden view costs (the ad client makes one for every request).
+// A spare is handed out only once the blank page has loaded, so a page stuck in a script of its
+// last owner is never reused; the newest page always replaces the one kept.
+class SparePage {
+  public:
+    static void keep(EnginePage* page) {
+        SparePage& spare = instance();
+        if (QCoreApplication::closingDown()) {
+            delete page;
+            return;
+        }
+        spare.drop();
+        static const bool dropAtExit = (qAddPostRoutine([] { instance().drop(); }), true);
+        Q_UNUSED(dropAtExit);
+        page->setBackend(nullptr);
+        page->setParent(nullptr);
+        spare.page_ = page;
+        spare.watchers_[0] = QObject::connect(
+            page, &QWebEnginePage::loadingChanged, page, [page](const QWebEngineLoadingInfo& info) {
+                if (info.url() != QUrl(QStringLiteral("about:blank"))) {
+                    return;
+                }
+                if (info.status() == QWebEngineLoadingInfo::LoadSucceededStatus) {
+                    page->history()->clear();
+                    instance().ready_ = true;
+                } else if (info.status() != QWebEngineLoadingInfo::LoadStartedStatus &&
+                           ++instance().blankTries_ < 3) {
+                    // The engine may abort the first blank load of a page whose last
+                    // navigation it is still winding up.
+                    QTimer::singleShot(0, [page = QPointer<EnginePage>(page)] {
+                        if (page != nullptr && instance().page_ == page && !instance().ready_) {
+                            page->setUrl(QUrl(QStringLiteral("about:blank")));
+                        }
+                    });
+                }
+            });
+        spare.watchers_[1] =
+            QObject::connect(page, &QWebEnginePage::renderProcessTerminated, page, [page] {
+                QTimer::singleShot(0, [page = QPointer<EnginePage>(page)] {
+                    if (page != nullptr && instance().page_ == page) {
+                        instance().drop();
+                    }
+                });
+            });
+        page->setUrl(QUrl(QStringLiteral("about:blank")));
+        // A page that cannot even go blank is stuck (a script that never returns keeps its
+        // process busy): let it go, and its process with it.
+        QTimer::singleShot(kBlankTimeoutMs, [page = QPointer<EnginePage>(page)] {
+            if (page != nullptr && instance().page_ == page && !instance().ready_) {
+                logDebug(QStringLiteral("A hidden web view's page never went blank: dropped"));
+                instance().drop();
+            }
+        });
+    }
+
+    static bool ready() { return instance().ready_ && instance().page_ != nullptr; }
+
+    // The spare, now the caller's, or null when none is ready.
+    static EnginePage* take() {
+        SparePage& spare = instance();
+        if (!ready()) {
+            return nullptr;
+        }
+        EnginePage* page = spare.page_;
+        spare.forget();
+        return page;
+    }
+
+  private:
+    static constexpr int kBlankTimeoutMs = 5000;
+
+    static SparePage& instance() {
+        static SparePage spare;
+        return spare;
+    }
+
+    void drop() { delete forget(); }
+
+    EnginePage* forget() {
+        for (QMetaObject::Connection& watcher : watchers_) {
+            QObject::disconnect(watcher);
+        }
+        ready_ = false;
+        blankTries_ = 0;
+        return std::exchange(page_, nullptr).data();
+    }
+
+    QPointer<EnginePage> page_;
+    QMetaObject::Connection watchers_[2];
+    bool ready_ = false;
+    int blankTries_ = 0;
+};
+
 class EngineBackend : public QObject, public WebViewBackend {
   public:
     explicit EngineBackend(WebView* view) : view_(view) {}
     ~EngineBackend() override {
-        delete engineView_.data();
-        delete page_;
+        if (engineView_ != nullptr || page_ == nullptr) {
+            delete engineView_.data();
+            delete page_;
+            return;
+        }
+        disconnect(page_, nullptr, this, nullptr);
+        page_->referers->forgetAll();
+        SparePage::keep(page_);
     }
 
     void loadRequest(const UrlRequest& request) override {
@@ -222,8 +331,7 @@ class EngineBackend : public QObject, public WebViewBackend {
         // The engine refuses a "Referer" header field on a load (the request fails as blocked);
         // the page's request interceptor adds it to the request the engine then makes.
         const QString referer = request.valueForHTTPHeaderField(QStringLiteral("Referer"));
-        page();
-        referers_->expect(request.url(), referer);
+        page()->referers->expect(request.url(), referer);
         QWebEngineHttpRequest httpRequest(request.url());
         for (const auto& [name, value] : request.allHTTPHeaderFields()) {
             if (name.compare(QLatin1String("Referer"), Qt::CaseInsensitive) != 0) {
@@ -282,7 +390,9 @@ class EngineBackend : public QObject, public WebViewBackend {
         });
     }
 
-    bool canGoBack() const override { return page_ != nullptr && page_->history()->canGoBack(); }
+    bool canGoBack() const override {
+        return page_ != nullptr && !forgetBlank_ && page_->history()->canGoBack();
+    }
     bool canGoForward() const override {
         return page_ != nullptr && page_->history()->canGoForward();
     }
@@ -404,6 +514,10 @@ class EngineBackend : public QObject, public WebViewBackend {
     }
 
     void loadingChanged(const QWebEngineLoadingInfo& info) {
+        if (forgetBlank_ && info.status() != QWebEngineLoadingInfo::LoadStartedStatus) {
+            page_->history()->clear();
+            forgetBlank_ = false;
+        }
         switch (info.status()) {
             case QWebEngineLoadingInfo::LoadStartedStatus:
                 if (isAllowed(info.url()) && !started_) {
@@ -481,11 +595,18 @@ class EngineBackend : public QObject, public WebViewBackend {
     }
 
   private:
-    QWebEnginePage* page() {
+    EnginePage* page() {
         if (page_ == nullptr) {
-            page_ = new EnginePage(WebView::profile(), this);
-            referers_ = new RefererInterceptor(page_);
-            page_->setUrlRequestInterceptor(referers_);
+            page_ = SparePage::take();
+            if (page_ != nullptr) {
+                page_->setParent(this);
+                page_->setBackend(this);
+                forgetBlank_ = true;  // the spare's blank page is no page of this view
+            } else {
+                page_ = new EnginePage(WebView::profile(), this);
+                page_->referers = new RefererInterceptor(page_);
+                page_->setUrlRequestInterceptor(page_->referers);
+            }
             connect(page_, &QWebEnginePage::newWindowRequested, this,
                     &EngineBackend::newWindowRequested);
             connect(page_, &QWebEnginePage::loadingChanged, this, &EngineBackend::loadingChanged);
@@ -547,16 +668,19 @@ class EngineBackend : public QObject, public WebViewBackend {
     std::deque<std::pair<QByteArray, UrlRequest>> pendingHtml_;
     std::deque<UrlRequest> pendingRequests_;
     std::deque<QUrl> preApproved_;
-    RefererInterceptor* referers_ = nullptr;  // the page's
     std::deque<QUrl> allowed_;
     QUrl currentUrl_;
     bool started_ = false;
+    bool forgetBlank_ = false;
 };
 
 EnginePage::EnginePage(QWebEngineProfile* profile, EngineBackend* backend)
     : QWebEnginePage(profile, backend), backend_(backend) {}
 
 bool EnginePage::acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) {
+    if (backend_ == nullptr) {
+        return isMainFrame && url == QUrl(QStringLiteral("about:blank"));
+    }
     return backend_->acceptNavigation(url, type, isMainFrame);
 }
 
@@ -625,6 +749,10 @@ QWebEngineProfile* WebView::profile() {
         shareCookies(shared->cookieStore(), HttpCookieStorage::sharedStorage());
     }
     return shared;
+}
+
+bool WebView::hasSparePage() {
+    return SparePage::ready();
 }
 
 void WebView::loadRequest(const UrlRequest& request) {

@@ -7,6 +7,7 @@
 #include "support/httptestserver.h"
 #include "uitestmain.h"
 
+#include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QWebEngineView>
@@ -262,6 +263,54 @@ class TestWebView : public QObject {
         view.loadRequest(UrlRequest(server_.url(QStringLiteral("/page"))));
         QTRY_VERIFY_WITH_TIMEOUT(delegate.events.contains(QStringLiteral("finish")), 10000);
         QCOMPARE(delegate.events.mid(1), (QStringList{"start", "finish"}));
+    }
+
+    // The page of a hidden view outlives it and, blanked, runs the next hidden view's page in
+    // the same content process; a page stuck in a script of its own is never handed on, and
+    // its busy process goes.
+    void aHiddenViewsPageServesTheNext_data() {
+        QTest::addColumn<QString>("script");  // run in the first page before its view goes
+        QTest::addColumn<bool>("reused");
+        QTest::newRow("done") << "1" << true;
+        QTest::newRow("stuck in a loop") << "setTimeout(function(){for(;;){}},0); 1" << false;
+    }
+    void aHiddenViewsPageServesTheNext() {
+        QFETCH(QString, script);
+        QFETCH(bool, reused);
+        const QUrl base = server_.url(QStringLiteral("/"));
+        qint64 firstProcess = 0;
+        {
+            WebView first;
+            RecordingDelegate delegate(first);
+            first.loadHTMLStringBaseURL(QStringLiteral("<p>first</p>"), base);
+            QTRY_VERIFY_WITH_TIMEOUT(delegate.ended(), 10000);
+            first.loadHTMLStringBaseURL(QStringLiteral("<p>again</p>"), base);  // some history
+            QTRY_VERIFY_WITH_TIMEOUT(first.canGoBack(), 10000);
+            bool ran = false;
+            first.evaluateJavaScript(script, [&](const QVariant&) { ran = true; });
+            QTRY_VERIFY_WITH_TIMEOUT(ran, 10000);
+            firstProcess = first.contentProcessId();
+            QVERIFY(firstProcess != 0);
+        }
+        if (reused) {
+            QTRY_VERIFY_WITH_TIMEOUT(WebView::hasSparePage(), 10000);
+        }
+
+        WebView next;
+        RecordingDelegate delegate(next);
+        next.loadHTMLStringBaseURL(QStringLiteral("<p>next</p>"), base);
+        QTRY_VERIFY_WITH_TIMEOUT(delegate.ended(), 10000);
+        QCOMPARE(delegate.events, (QStringList{"should:" + base.toString(), "start", "finish"}));
+        QVERIFY(!next.canGoBack());
+        QString text;
+        next.stringByEvaluatingJavaScriptFromString("document.body.textContent",
+                                                    [&](const QString& r) { text = r; });
+        QTRY_COMPARE(text, QStringLiteral("next"));
+        QCOMPARE(next.contentProcessId() == firstProcess, reused);
+        if (!reused) {
+            const QString process = QStringLiteral("/proc/%1").arg(firstProcess);
+            QTRY_VERIFY_WITH_TIMEOUT(!QFileInfo::exists(process), 20000);
+        }
     }
 
     // One jar for pages and connections; its lasting cookies reach the next launch (a process of
