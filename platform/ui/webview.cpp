@@ -233,8 +233,15 @@ class SparePage {
         page->setBackend(nullptr);
         page->setParent(nullptr);
         spare.page_ = page;
+        // A page comes back time and again: what is put off for it acts on this keeping only.
+        const quint64 keeping = ++spare.keepings_;
+        auto stillBlanking = [keeping] {
+            return instance().keepings_ == keeping && instance().page_ != nullptr &&
+                   !instance().ready_;
+        };
         spare.watchers_[0] = QObject::connect(
-            page, &QWebEnginePage::loadingChanged, page, [page](const QWebEngineLoadingInfo& info) {
+            page, &QWebEnginePage::loadingChanged, page,
+            [page, stillBlanking](const QWebEngineLoadingInfo& info) {
                 if (info.url() != QUrl(QStringLiteral("about:blank"))) {
                     return;
                 }
@@ -245,17 +252,17 @@ class SparePage {
                            ++instance().blankTries_ < 3) {
                     // The engine may abort the first blank load of a page whose last
                     // navigation it is still winding up.
-                    QTimer::singleShot(0, [page = QPointer<EnginePage>(page)] {
-                        if (page != nullptr && instance().page_ == page && !instance().ready_) {
-                            page->setUrl(QUrl(QStringLiteral("about:blank")));
+                    QTimer::singleShot(0, [stillBlanking] {
+                        if (stillBlanking()) {
+                            instance().page_->setUrl(QUrl(QStringLiteral("about:blank")));
                         }
                     });
                 }
             });
         spare.watchers_[1] =
-            QObject::connect(page, &QWebEnginePage::renderProcessTerminated, page, [page] {
-                QTimer::singleShot(0, [page = QPointer<EnginePage>(page)] {
-                    if (page != nullptr && instance().page_ == page) {
+            QObject::connect(page, &QWebEnginePage::renderProcessTerminated, page, [keeping] {
+                QTimer::singleShot(0, [keeping] {
+                    if (instance().keepings_ == keeping) {
                         instance().drop();
                     }
                 });
@@ -263,8 +270,8 @@ class SparePage {
         page->setUrl(QUrl(QStringLiteral("about:blank")));
         // A page that cannot even go blank is stuck (a script that never returns keeps its
         // process busy): let it go, and its process with it.
-        QTimer::singleShot(kBlankTimeoutMs, [page = QPointer<EnginePage>(page)] {
-            if (page != nullptr && instance().page_ == page && !instance().ready_) {
+        QTimer::singleShot(kBlankTimeoutMs, [stillBlanking] {
+            if (stillBlanking()) {
                 logDebug(QStringLiteral("A hidden web view's page never went blank: dropped"));
                 instance().drop();
             }
@@ -307,6 +314,7 @@ class SparePage {
     QMetaObject::Connection watchers_[2];
     bool ready_ = false;
     int blankTries_ = 0;
+    quint64 keepings_ = 0;
 };
 
 class EngineBackend : public QObject, public WebViewBackend {
