@@ -7,12 +7,16 @@
 #include <QAudioDevice>
 #include <QAudioFormat>
 #include <QAudioSink>
+#include <QDateTime>
 #include <QFile>
+#include <QFileInfo>
+#include <QHash>
 #include <QMediaDevices>
 #include <QTimer>
 
 #include <algorithm>
 #include <cmath>
+#include <deque>
 #include <utility>
 
 extern "C" {
@@ -50,6 +54,43 @@ struct PacketFreer {
 struct FrameFreer {
     void operator()(AVFrame* f) const { av_frame_free(&f); }
 };
+
+// The same sounds are played again and again (a pad per press): a file's samples are kept once
+// decoded, as long as the file is unchanged, up to this many bytes in all (the oldest go first).
+constexpr qsizetype kKeptSamplesBytes = 64 * 1024 * 1024;
+
+DecodedAudio decodeAudioFileOnce(const QString& path) {
+    struct Kept {
+        QDateTime modified;
+        qint64 size = 0;
+        DecodedAudio audio;
+    };
+    static QHash<QString, Kept> kept;
+    static std::deque<QString> order;
+    static qsizetype keptBytes = 0;
+
+    const QFileInfo info(path);
+    if (auto it = kept.constFind(path); it != kept.constEnd()) {
+        if (it->modified == info.lastModified() && it->size == info.size()) {
+            return it->audio;
+        }
+        keptBytes -= it->audio.samples.size();
+        kept.erase(it);
+        std::erase(order, path);
+    }
+    DecodedAudio decoded = decodeAudioFile(path);
+    if (!decoded.error.isEmpty() || decoded.samples.size() > kKeptSamplesBytes) {
+        return decoded;
+    }
+    kept.insert(path, {info.lastModified(), info.size(), decoded});
+    order.push_back(path);
+    keptBytes += decoded.samples.size();
+    while (keptBytes > kKeptSamplesBytes) {
+        keptBytes -= kept.take(order.front()).audio.samples.size();
+        order.pop_front();
+    }
+    return decoded;
+}
 
 }  // namespace
 
@@ -181,7 +222,7 @@ std::shared_ptr<AudioPlayer> AudioPlayer::withContentsOfURL(const QUrl& url, Err
         return fail(kFileErrorDomain, 260, QStringLiteral("Cannot read ") + path);
     }
     file.close();
-    DecodedAudio decoded = decodeAudioFile(path);
+    DecodedAudio decoded = decodeAudioFileOnce(path);
     if (!decoded.error.isEmpty()) {
         return fail(kAudioErrorDomain, 1, decoded.error);
     }

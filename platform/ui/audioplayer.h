@@ -1,7 +1,8 @@
 // Sound playback: players made from files (mp3, m4a, caf, wav and the other formats FFmpeg
 // reads), freely overlapping, and the system sounds. A player decodes its whole file when it is
-// made and writes the samples to an audio output of its own, so it knows when the last of them
-// has been heard, and a machine without an audio output only costs a log line.
+// made (a file decoded before, and unchanged since, is not decoded again) and writes the samples
+// to an audio output of its own, so it knows when the last of them has been heard, and a machine
+// without an audio output only costs a log line.
 #pragma once
 
 #include "platform/error.h"

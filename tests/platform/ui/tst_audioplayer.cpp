@@ -57,6 +57,36 @@ class TestAudioPlayer : public QObject {
         QVERIFY(!error.isNull());
     }
 
+    // Samples are kept once decoded, but a file replaced on disk is read anew.
+    void aSoundFileReplacedOnDiskIsReadAnew() {
+        QTemporaryDir dir;
+        const QString path = dir.filePath("pad.mp3");
+        const QUrl url = QUrl::fromLocalFile(path);
+        auto replaceWith = [&](const QByteArray& contents) {
+            QFile file(path);
+            return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
+                   file.write(contents) == contents.size();
+        };
+        auto bytesOf = [](const QUrl& source) {
+            QFile file(source.toLocalFile());
+            return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+        };
+        auto durationOf = [](const QUrl& source) {
+            auto player = AudioPlayer::withContentsOfURL(source);
+            return player != nullptr ? player->duration() : -1.0;
+        };
+        const double first = durationOf(clip("clip.mp3"));
+        const double second = durationOf(clip("tail.mp3"));
+        QVERIFY(first > 0 && second > 0 && first != second);
+        QVERIFY(replaceWith(bytesOf(clip("clip.mp3"))));
+        QCOMPARE(durationOf(url), first);
+        QCOMPARE(durationOf(url), first);
+        QVERIFY(replaceWith(bytesOf(clip("tail.mp3"))));
+        QCOMPARE(durationOf(url), second);
+        QVERIFY(replaceWith("<html>no longer a sound</html>"));
+        QVERIFY(AudioPlayer::withContentsOfURL(url) == nullptr);
+    }
+
     // A player nobody holds plays to its end, tells of it once, then is freed.
     void releasedPlayerPlaysToItsEndThenIsFreed() {
         FinishDelegate delegate;
