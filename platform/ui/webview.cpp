@@ -148,6 +148,7 @@ class EnginePage : public QWebEnginePage {
     void setBackend(EngineBackend* backend) { backend_ = backend; }
 
     RefererInterceptor* referers = nullptr;  // the page's own
+    int views = 1;                           // that it has served
 
   protected:
     bool acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) override;
@@ -218,7 +219,8 @@ class RefererInterceptor : public QWebEngineUrlRequestInterceptor {
 // content process kept, it is the next view's page. Making a page and starting a process for it
 // is most of what a short-lived hidden view costs (the ad client makes one for every request).
 // A spare is handed out only once the blank page has loaded, so a page stuck in a script of its
-// last owner is never reused; the newest page always replaces the one kept.
+// last owner is never reused; the newest page always replaces the one kept, and a page serves a
+// limited number of views.
 class SparePage {
   public:
     static void keep(EnginePage* page) {
@@ -228,6 +230,10 @@ class SparePage {
             return;
         }
         spare.drop();
+        if (page->views >= kViewsPerPage) {
+            delete page;
+            return;
+        }
         static const bool dropAtExit = (qAddPostRoutine([] { instance().drop(); }), true);
         Q_UNUSED(dropAtExit);
         page->setBackend(nullptr);
@@ -288,11 +294,15 @@ class SparePage {
         }
         EnginePage* page = spare.page_;
         spare.forget();
+        ++page->views;
         return page;
     }
 
   private:
     static constexpr int kBlankTimeoutMs = 5000;
+    // A page holds on to something of every page it has shown (about 10 KB each, inside the
+    // engine, freed with the page): after this many views it is let go.
+    static constexpr int kViewsPerPage = 20;
 
     static SparePage& instance() {
         static SparePage spare;
