@@ -78,6 +78,19 @@ class Harness {
     Recorder recorder;
     QList<int> states;
 
+    // What a failed wait shows: the states the ad went through, the delegate's events and the
+    // last log lines.
+    QByteArray trail() const {
+        QStringList stateNames;
+        for (int state : states) {
+            stateNames << QString::number(state);
+        }
+        return QStringLiteral("states %1; events %2; log: %3")
+            .arg(stateNames.join(QLatin1Char(' ')), recorder.events.join(QStringLiteral(", ")),
+                 logLines().mid(std::max<qsizetype>(0, logLines().size() - 8)).join(" | "))
+            .toUtf8();
+    }
+
     // Starts the server with `inventory` (a file next to the suite's sources; empty: the demo
     // inventory) and points the ad client at it; URLs handed to the desktop are only recorded.
     bool start(const QString& inventory = QString()) {

@@ -107,7 +107,7 @@ class TestRefreshEndToEnd : public QObject {
         const qint64 mark = h.server.lastLogSeq();
         h.addBanner(QStringLiteral("e2e00000000000a"));
         h.load({{QStringLiteral("zf_redirects"), 3}});
-        QTRY_VERIFY_WITH_TIMEOUT(h.recorder.events.contains("receive"), kWait);
+        QTRY_VERIFY2_WITH_TIMEOUT(h.recorder.events.contains("receive"), h.trail(), kWait);
         QCOMPARE(h.requestsTo(QStringLiteral("/r"), mark).size(), 2);  // the first hop is /ad
         // Each hop's own URL, and the final answer's (tagged with the unit: a banner of an
         // earlier case may still report its impression meanwhile).
