@@ -736,11 +736,6 @@ bool WebView::hadRecentUserInput() const {
     return monotonicSeconds() - lastUserInput_ < 2.0;
 }
 
-WebView::WebView(const BackendFactory& makeBackend, QWidget* parent) : View(parent) {
-    watchTouches();
-    backend_ = makeBackend(this);
-}
-
 void WebView::init() {
     watchTouches();
     backend_ = backendFactory() ? backendFactory()(this) : std::make_unique<EngineBackend>(this);

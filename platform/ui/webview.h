@@ -75,7 +75,8 @@ class WebViewDelegate : public Referenceable {
     virtual void webViewDidFailLoadWithError(WebView*, const Error&) {}
 };
 
-// What loads the pages of a WebView: the web engine, or a scripted stand-in in tests.
+// What loads the pages of a WebView: the web engine, or a stand-in set with setBackendFactory
+// (the dispatch fuzz target's page that goes nowhere).
 class WebViewBackend {
   public:
     virtual ~WebViewBackend() = default;
@@ -189,8 +190,6 @@ class WebView : public View {
     bool hadRecentUserInput() const;
 
   protected:
-    // For views with a back-end of their own (the scripted test double).
-    WebView(const BackendFactory& makeBackend, QWidget* parent);
     void showEvent(QShowEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
 
