@@ -21,7 +21,8 @@ const QStringList& scriptReplies() {
     static const QStringList replies{
         QStringLiteral("loadAdURL"),     QStringLiteral("errors"), QStringLiteral("invalidRequest"),
         QStringLiteral("unableToServe"), QStringLiteral("none"),   QStringLiteral("twice"),
-        QStringLiteral("unknown"),       QStringLiteral("throw")};
+        QStringLiteral("unknown"),       QStringLiteral("throw"),  QStringLiteral("file"),
+        QStringLiteral("blank")};
     return replies;
 }
 

@@ -114,6 +114,12 @@
         return;
       case 'throw':
         throw new Error('the support script gave up on ' + slot);
+      case 'file':
+        navigate('file:///etc/passwd');
+        return;
+      case 'blank':
+        navigate('about:blank');
+        return;
     }
     var answer = messageURL('loadAdURL', {
       url: origin() + AD_PATH + '?' + queryString(params),

@@ -141,6 +141,9 @@ class TestHostileEndToEnd : public QObject {
         QTest::newRow("script never answers: stays building") << none << "none" << 3 << "" << "ZELM_buildAdURL answers none" << 0;
         QTest::newRow("script answers an unknown message: ignored") << none << "unknown" << 3 << "" << "ZELM_buildAdURL answers unknown" << 0;
         QTest::newRow("script answers twice: one ad request") << none << "twice" << 6 << "receive" << "" << 1;
+        QTest::newRow("script goes to file:: refused, stays building") << none << "file" << 3 << "" << "ZELM_buildAdURL answers file" << 0;
+        QTest::newRow("script goes to about:blank: stays building") << none << "blank" << 3 << "" << "ZELM_buildAdURL answers blank" << 0;
+        QTest::newRow("script 304, none cached: nothing to run, network error") << QJsonObject{{"status", 304}} << "" << 2 << "fail 2" << "" << 0;
         // clang-format on
     }
 
@@ -203,6 +206,7 @@ class TestHostileEndToEnd : public QObject {
             "<Sorvel> Server rejected ad parameters.  Typically this is because the ad unit ID "
             "is incorrect.");
         // clang-format off
+        QTest::newRow("ad 100: no final answer, network error") << fault("status", 100) << 7 << "fail 2" << "";
         QTest::newRow("ad 204: failed, network error") << fault("status", 204) << 7 << "fail 2" << "";
         QTest::newRow("ad 302 without Location: failed, network error") << fault("status", 302) << 7 << "fail 2" << "";
         QTest::newRow("ad 400: parameters rejected") << fault("status", 400) << 7 << "fail 0" << rejected;
@@ -308,6 +312,8 @@ class TestHostileEndToEnd : public QObject {
             << faults({{"creative", "plain"}, {"extraTrackingUrls", 99}}) << 100 << 0;
         QTest::newRow("a tracking URL that never answers: the ad is shown regardless")
             << fault("creative", "silent-tracking") << 1 << 1;
+        QTest::newRow("a tracking URL that redirects for ever: given up, the next one fires")
+            << fault("creative", "looping-tracking") << 1 << 0;
         // clang-format on
     }
 
