@@ -532,6 +532,12 @@ class EngineBackend : public QObject, public WebViewBackend {
     }
 
     void loadingChanged(const QWebEngineLoadingInfo& info) {
+        // A spare page's own blank loads may still report late, after it became ours: they are
+        // none of this view's (a late stop would end the view's first load).
+        if (forgetBlank_ && info.url() == QUrl(QStringLiteral("about:blank")) &&
+            !isAllowed(info.url())) {
+            return;
+        }
         if (forgetBlank_ && info.status() != QWebEngineLoadingInfo::LoadStartedStatus) {
             page_->history()->clear();
             forgetBlank_ = false;
