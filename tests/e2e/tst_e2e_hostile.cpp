@@ -359,6 +359,7 @@ class TestHostileEndToEnd : public QObject {
         QTest::newRow("150 messages in a burst: all handled") << "qmsg-flood" << "" << "" << "";
         QTest::newRow("1000 messages in a burst: the engine throttles, the app keeps up") << "qmsg-flood-1000" << "" << ""
             << "Throttling navigation";
+        QTest::newRow("canOpenURLs with 10 000 URLs: each answered") << "can-open-flood" << "answered" << "10000" << "";
         QTest::newRow("200 window.open calls: shown in place, nothing else opens") << "window-flood" << "" << "" << "/landing/";
         QTest::newRow("endless script loop: the main thread keeps answering") << "endless-loop" << "loop" << "1" << "";
         // clang-format on
