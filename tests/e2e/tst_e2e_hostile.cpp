@@ -25,7 +25,7 @@ using e2e::Harness;
 namespace {
 const QString kScriptPath = QStringLiteral("/zelm/sdk-core-v40.js");
 const QString kUnit = QStringLiteral("e2e0000000000a1");
-constexpr int kWait = 10000;
+constexpr int kWait = 20000;
 
 QVariantMap fault(const char* key, const QVariant& value) {
     return {{QStringLiteral("zf_") + QLatin1String(key), value}};
