@@ -34,6 +34,9 @@ namespace {
 
 // The engine's longest URL, and what a data: URL of HTML carries besides the encoded page.
 constexpr qsizetype kEngineMaxUrlLength = 2 * 1024 * 1024;
+// An engine page holds on to something of every page it has shown (about 10 KB each, inside the
+// engine, freed with the page): after this many views, or HTML strings shown, it is let go.
+constexpr int kPagesPerEnginePage = 20;
 constexpr qsizetype kDataUrlOverhead = 64;
 
 WebView::BackendFactory& backendFactory() {
@@ -149,6 +152,7 @@ class EnginePage : public QWebEnginePage {
 
     RefererInterceptor* referers = nullptr;  // the page's own
     int views = 1;                           // that it has served
+    int pagesShown = 0;                      // HTML strings loaded while a view showed it
 
   protected:
     bool acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) override;
@@ -230,7 +234,7 @@ class SparePage {
             return;
         }
         spare.drop();
-        if (page->views >= kViewsPerPage) {
+        if (page->views >= kPagesPerEnginePage) {
             delete page;
             return;
         }
@@ -300,9 +304,6 @@ class SparePage {
 
   private:
     static constexpr int kBlankTimeoutMs = 5000;
-    // A page holds on to something of every page it has shown (about 10 KB each, inside the
-    // engine, freed with the page): after this many views it is let go.
-    static constexpr int kViewsPerPage = 20;
 
     static SparePage& instance() {
         static SparePage spare;
@@ -361,13 +362,13 @@ class EngineBackend : public QObject, public WebViewBackend {
 
     void loadHTML(const QString& html, const QUrl& baseUrl) override {
         const QUrl shown = baseUrl.isEmpty() ? QUrl(QStringLiteral("about:blank")) : baseUrl;
-        pendingHtml_.push_back({html.toUtf8(), UrlRequest(shown)});
+        const QByteArray bytes = html.toUtf8();
+        pendingHtml_.push_back({bytes, UrlRequest(shown)});
         if (pendingHtml_.size() > 8) {
             pendingHtml_.pop_front();
         }
         // The engine takes the page as a data: URL, base-64 encoded, and silently drops one
         // longer than its URL limit: the load would neither finish nor fail.
-        const QByteArray bytes = html.toUtf8();
         if ((bytes.size() + 2) / 3 * 4 + kDataUrlOverhead > kEngineMaxUrlLength) {
             logLine(QStringLiteral("<Sorvel> Page of %1 bytes is too large for the web view")
                         .arg(bytes.size()));
@@ -377,6 +378,11 @@ class EngineBackend : public QObject, public WebViewBackend {
                     QStringLiteral("the page is too large for the web view")));
             });
             return;
+        }
+        // A banner shows string after string for as long as the application runs.
+        if (engineView_ != nullptr && page_ != nullptr && !started_ &&
+            ++page_->pagesShown >= kPagesPerEnginePage) {
+            renewPage();
         }
         page()->setHtml(html, baseUrl);
     }
@@ -640,6 +646,15 @@ class EngineBackend : public QObject, public WebViewBackend {
             settingsChanged();
         }
         return page_;
+    }
+
+    // The shown page goes for a fresh one (taken from the spare when one is ready). Not at once:
+    // a delegate may load while the engine is still inside one of the old page's calls.
+    void renewPage() {
+        EnginePage* old = std::exchange(page_, nullptr);
+        disconnect(old, nullptr, this, nullptr);
+        engineView_->setPage(page());
+        old->deleteLater();
     }
 
     bool allow(const QUrl& url) {
