@@ -132,8 +132,6 @@ class TestAdServer : public QObject {
         QTest::newRow("unit not hexadecimal") << get("/ad?slotname=aaaaaaaaaaaaaag") << 400 << none << any;
         QTest::newRow("unit missing") << get("/ad?js=1") << 400 << none << any;
         QTest::newRow("impression") << get("/t/imp?c=store&u=aaaaaaaaaaaaaa2&n=1") << 200 << none << QByteArray("GIF89a");
-        QTest::newRow("impression asked to be empty") << get("/t/imp?c=full&u=aaaaaaaaaaaaaa1&n=1&empty=1") << 204 << none << QByteArray();
-        QTest::newRow("click tracking") << get("/t/ctrk?c=full&u=aaaaaaaaaaaaaa1&n=1") << 200 << none << QByteArray("GIF89a");
         QTest::newRow("click on an unknown creative") << get("/t/click?c=nope&u=aaaaaaaaaaaaaa1&n=1") << 404 << QStringList{"!^Location:"} << any;
         QTest::newRow("fault status keeps the steering headers") << get("/ad?slotname=aaaaaaaaaaaaaa1&zf_creative=full&zf_status=500") << 500
             << QStringList{"^X-Zelm-Refresh-Rate: 12\\.5$"} << any;

@@ -16,38 +16,18 @@ class TestAppOptions : public QObject {
         QTest::addColumn<QString>("adServer");  // "!" : the parse fails
         QTest::addColumn<QString>("scriptHost");
         QTest::addColumn<bool>("builtIn");
-        QTest::newRow("nothing: built-in server") << QStringList{} << ""
-                                                  << ""
-                                                  << "" << true;
-        QTest::newRow("host and port") << QStringList{"--ad-server", "127.0.0.1:8080"} << ""
-                                       << "http://127.0.0.1:8080/"
-                                       << "" << false;
-        QTest::newRow("full URL, path dropped")
-            << QStringList{"--ad-server=http://ads.example:81/x?y=1"} << ""
-            << "http://ads.example:81/"
-            << "" << false;
-        QTest::newRow("environment") << QStringList{} << "localhost:9"
-                                     << "http://localhost:9/"
-                                     << "" << false;
-        QTest::newRow("command line beats environment")
-            << QStringList{"--ad-server", "a.test"} << "b.test"
-            << "http://a.test/"
-            << "" << false;
-        QTest::newRow("script host alone") << QStringList{"--script-host", "https://js.test"} << ""
-                                           << ""
-                                           << "https://js.test/" << false;
-        QTest::newRow("not http") << QStringList{"--ad-server", "ftp://x"} << ""
-                                  << "!"
-                                  << "" << false;
-        QTest::newRow("bad environment") << QStringList{} << "::::"
-                                         << "!"
-                                         << "" << false;
-        QTest::newRow("stray argument") << QStringList{"extra"} << ""
-                                        << "!"
-                                        << "" << false;
-        QTest::newRow("unknown option") << QStringList{"--loud"} << ""
-                                        << "!"
-                                        << "" << false;
+        // clang-format off
+        QTest::newRow("nothing: built-in server") << QStringList{} << "" << "" << "" << true;
+        QTest::newRow("host and port") << QStringList{"--ad-server", "127.0.0.1:8080"} << "" << "http://127.0.0.1:8080/" << "" << false;
+        QTest::newRow("full URL, path dropped") << QStringList{"--ad-server=http://ads.example:81/x?y=1"} << "" << "http://ads.example:81/" << "" << false;
+        QTest::newRow("environment") << QStringList{} << "localhost:9" << "http://localhost:9/" << "" << false;
+        QTest::newRow("command line beats environment") << QStringList{"--ad-server", "a.test"} << "b.test" << "http://a.test/" << "" << false;
+        QTest::newRow("script host alone") << QStringList{"--script-host", "https://js.test"} << "" << "" << "https://js.test/" << false;
+        QTest::newRow("not http") << QStringList{"--ad-server", "ftp://x"} << "" << "!" << "" << false;
+        QTest::newRow("bad environment") << QStringList{} << "::::" << "!" << "" << false;
+        QTest::newRow("stray argument") << QStringList{"extra"} << "" << "!" << "" << false;
+        QTest::newRow("unknown option") << QStringList{"--loud"} << "" << "!" << "" << false;
+        // clang-format on
     }
     void parse() {
         QFETCH(QStringList, arguments);

@@ -21,22 +21,15 @@ class TestBundle : public QObject {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("type");
         QTest::addColumn<QString>("file");  // null: not found
-        QTest::newRow("name with spaces") << "Be your lover"
-                                          << "mp3"
-                                          << "Be your lover.mp3";
-        QTest::newRow("type in the name") << "finger.m4a"
-                                          << ""
-                                          << "finger.m4a";
-        QTest::newRow("wrong type") << "finger"
-                                    << "mp3" << QString();
-        QTest::newRow("case matters") << "FINGER"
-                                      << "m4a" << QString();
-        QTest::newRow("missing") << "nothing"
-                                 << "mp3" << QString();
-        QTest::newRow("empty name") << ""
-                                    << "mp3" << QString();
-        QTest::newRow("a folder is not a resource") << "sub"
-                                                    << "" << QString();
+        // clang-format off
+        QTest::newRow("name with spaces") << "Be your lover" << "mp3" << "Be your lover.mp3";
+        QTest::newRow("type in the name") << "finger.m4a" << "" << "finger.m4a";
+        QTest::newRow("wrong type") << "finger" << "mp3" << QString();
+        QTest::newRow("case matters") << "FINGER" << "m4a" << QString();
+        QTest::newRow("missing") << "nothing" << "mp3" << QString();
+        QTest::newRow("empty name") << "" << "mp3" << QString();
+        QTest::newRow("a folder is not a resource") << "sub" << "" << QString();
+        // clang-format on
     }
     void pathForResource() {
         QFETCH(QString, name);

@@ -18,7 +18,6 @@ class TestSoundsViewController : public QObject {
         QTest::addColumn<QRect>("viewFrame");
         QTest::addColumn<QRect>("bannerFrame");
         QTest::newRow("480 high") << QRect(0, 0, 320, 480) << QRect(0, 430, 320, 50);
-        QTest::newRow("460 high") << QRect(0, 20, 320, 460) << QRect(0, 410, 320, 50);
         QTest::newRow("wider") << QRect(0, 0, 480, 300) << QRect(0, 250, 320, 50);
     }
     void bannerSitsFlushWithTheBottom() {

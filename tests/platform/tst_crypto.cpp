@@ -7,27 +7,12 @@ using namespace platform;
 class TestCrypto : public QObject {
     Q_OBJECT
   private slots:
-    // RFC 1321, appendix A.5.
-    void md5TestSuite_data() {
-        QTest::addColumn<QByteArray>("input");
-        QTest::addColumn<QByteArray>("digest");
-        QTest::newRow("empty") << QByteArray("") << QByteArray("d41d8cd98f00b204e9800998ecf8427e");
-        QTest::newRow("a") << QByteArray("a") << QByteArray("0cc175b9c0f1b6a831c399e269772661");
-        QTest::newRow("abc") << QByteArray("abc") << QByteArray("900150983cd24fb0d6963f7d28e17f72");
-        QTest::newRow("message digest")
-            << QByteArray("message digest") << QByteArray("f96b697d7cb7938d525a2f31aaf161d0");
-        QTest::newRow("alphabet") << QByteArray("abcdefghijklmnopqrstuvwxyz")
-                                  << QByteArray("c3fcd3d76192e4007dfb496cca67e13b");
-        QTest::newRow("alphanumeric")
-            << QByteArray("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789")
-            << QByteArray("d174ab98d277d9f5a5611c2c9f419d9f");
-        QTest::newRow("digits") << QByteArray("1234567890").repeated(8)
-                                << QByteArray("57edf4a22be3c955ac49da2e2107b67a");
-    }
-    void md5TestSuite() {
-        QFETCH(QByteArray, input);
-        QFETCH(QByteArray, digest);
-        QCOMPARE(md5(input).toHex(), digest);
+    // RFC 1321, appendix A.5: the digest is the library's; what is checked is the wrapper, on an
+    // empty input and one longer than a block.
+    void md5Digests() {
+        QCOMPARE(md5("").toHex(), QByteArray("d41d8cd98f00b204e9800998ecf8427e"));
+        QCOMPARE(md5(QByteArray("1234567890").repeated(8)).toHex(),
+                 QByteArray("57edf4a22be3c955ac49da2e2107b67a"));
     }
 
     // NIST SP 800-38A, F.2.1 and F.2.2 (CBC-AES128).

@@ -48,18 +48,6 @@ class TestUserDefaults : public QObject {
         QVERIFY(!d.objectForKey("list").isValid());
     }
 
-    // An unreadable store is set aside, not overwritten.
-    void unreadableStoreIsSetAside() {
-        testsupport::TempHome home;
-        const QString path = home.path() + "/d.plist";
-        QFile f(path);
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write("<plist><dict><key>broken");
-        f.close();
-        QVERIFY(UserDefaults(path).dictionaryRepresentation().isEmpty());
-        QVERIFY(QFile::exists(path + ".unreadable"));
-    }
-
     // A writer killed at random points must always leave a complete, self-consistent store.
     void killedWriterLeavesReadableContents() {
         testsupport::TempHome home;

@@ -35,7 +35,6 @@ class TestBannerView : public QObject {
     void everyConstructionRouteMakesAnAdObject_data() {
         QTest::addColumn<int>("route");
         QTest::newRow("initWithFrame") << 0;
-        QTest::newRow("init") << 1;
         QTest::newRow("interface file") << 2;
     }
     void everyConstructionRouteMakesAnAdObject() {
@@ -45,9 +44,6 @@ class TestBannerView : public QObject {
         if (route == 0) {
             banner = std::make_unique<PXBBannerView>(QRect(0, 410, 320, 50));
             QCOMPARE(banner->frame(), QRect(0, 410, 320, 50));
-        } else if (route == 1) {
-            banner = std::make_unique<PXBBannerView>();
-            QCOMPARE(banner->frame().size(), QSize(0, 0));
         } else {
             banner = std::make_unique<PXBBannerView>(PXBBannerView::FromInterfaceFile{});
             QVERIFY(banner->privateObject() == nullptr);

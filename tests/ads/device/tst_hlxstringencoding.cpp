@@ -163,31 +163,6 @@ class TestHLXStringEncoding : public QObject {
         QCOMPARE(e.stringByDecoding(e.encodeString(text)), text);
         QVERIFY(!e.stringByDecoding(u"Zh=="_s));
     }
-
-    void ignoredCharacters() {
-        auto e = HLXStringEncoding::rfc4648Base64StringEncoding();
-        QVERIFY(!e.decode(u"Zm9v\nYmFy"_s));
-        e.ignoreCharacters(u"\n "_s);
-        QCOMPARE(e.decode(u"Zm9v\nYm Fy\n"_s), QByteArray("foobar"));
-        QCOMPARE(e.decode(u"Zg==\n"_s), QByteArray("f"));
-
-        // A mapped character keeps its meaning.
-        QTest::ignoreMessage(QtCriticalMsg,
-                             "Assertion failure in HLXStringEncoding::ignoreCharacters: "
-                             "Character already mapped");
-        e.ignoreCharacters(u"Z"_s);
-        QCOMPARE(e.decode(u"Zg=="_s), QByteArray("f"));
-    }
-
-    void customPadding() {
-        auto e =
-            *PXB_HLXStringEncoding::stringEncodingWithString(u"0123456789ABCDEFGHIJKLMNOPQRSTUV"_s);
-        QCOMPARE(e.encode("f"), u"CO"_s);
-        e.setPaddingChar(u'*');
-        e.setDoPad(true);
-        QCOMPARE(e.encode("f"), u"CO******"_s);
-        QCOMPARE(e.decode(u"CO**"_s), QByteArray("f"));
-    }
 };
 
 QTEST_GUILESS_MAIN(TestHLXStringEncoding)

@@ -33,19 +33,14 @@ class TestMailComposer : public QObject {
         QTest::addColumn<QString>("body");
         QTest::addColumn<QString>("expected");  // empty: cancelled, nothing opened
         const QString to = QStringLiteral("mailto:a@example.com");
-        QTest::newRow("recipient only") << QStringList{} << ""
-                                        << "" << to;
-        QTest::newRow("two copies and a subject")
-            << QStringList{"b@example.com", "c@example.com"} << "Hello there"
-            << "" << to + "?cc=b@example.com,c@example.com&subject=Hello%20there";
-        QTest::newRow("fields needing escapes")
-            << QStringList{} << "Q&A?"
-            << "Line 1\nx=1 & 100%"
+        // clang-format off
+        QTest::newRow("recipient only") << QStringList{} << "" << "" << to;
+        QTest::newRow("two copies and a subject") << QStringList{"b@example.com", "c@example.com"} << "Hello there" << ""
+            << to + "?cc=b@example.com,c@example.com&subject=Hello%20there";
+        QTest::newRow("fields needing escapes") << QStringList{} << "Q&A?" << "Line 1\nx=1 & 100%"
             << to + "?subject=Q%26A%3F&body=Line%201%0Ax%3D1%20%26%20100%25";
-        QTest::newRow("cancelled") << QStringList{} << "Hi"
-                                   << ""
-
-                                   << "";
+        QTest::newRow("cancelled") << QStringList{} << "Hi" << "" << "";
+        // clang-format on
     }
     void sendHandsTheFieldsToTheDesktop() {
         QFETCH(QStringList, cc);

@@ -125,8 +125,6 @@ class TestWebView : public QObject {
         const QString frame = QStringLiteral("<iframe src='%1'></iframe>");
         const int other = WebViewNavigationTypeOther;
         // clang-format off
-        QTest::newRow("qmsg by script") << ad << assign << "qmsg://loadAdURL?url=x" << false << other;
-        QTest::newRow("made-up scheme by script") << ad << assign << "zorbl:thing" << false << other;
         QTest::newRow("refused http by script") << ad << assign << "HTTP/page" << false << other;
         QTest::newRow("qmsg by scripted click") << ad << click << "qmsg://click?u=x" << false << other;
         QTest::newRow("qmsg frame") << frame << "" << "qmsg:///x" << false << other;
