@@ -324,6 +324,8 @@ void PXBObjectPrivate::buildAdUrl() {
     setupBuildAdWebView();
     buildAdWebView_->loadHTMLStringBaseURL(buildAdPage(script, json),
                                            PXBConfiguration::adServerURL());
+    // The first ad need not wait for the banner's page to be made once its URL is known.
+    webView_->preparePage();
 }
 
 void PXBObjectPrivate::setupBuildAdWebView() {

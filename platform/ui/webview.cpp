@@ -37,6 +37,9 @@ constexpr qsizetype kEngineMaxUrlLength = 2 * 1024 * 1024;
 // An engine page holds on to something of every page it has shown (about 10 KB each, inside the
 // engine, freed with the page): after this many views, or HTML strings shown, it is let go.
 constexpr int kPagesPerEnginePage = 20;
+// A page that has not gone blank by then is stuck (a script that never returns keeps its process
+// busy).
+constexpr int kBlankTimeoutMs = 5000;
 constexpr qsizetype kDataUrlOverhead = 64;
 
 WebView::BackendFactory& backendFactory() {
@@ -303,8 +306,6 @@ class SparePage {
     }
 
   private:
-    static constexpr int kBlankTimeoutMs = 5000;
-
     static SparePage& instance() {
         static SparePage spare;
         return spare;
@@ -343,6 +344,11 @@ class EngineBackend : public QObject, public WebViewBackend {
     }
 
     void loadRequest(const UrlRequest& request) override {
+        if (blankPending_) {
+            afterBlank_ = [this, request] { loadRequest(request); };
+            return;
+        }
+        afterBlank_ = nullptr;  // a load that still waits is older than this one
         pendingRequests_.push_back(request);
         if (pendingRequests_.size() > 8) {
             pendingRequests_.pop_front();
@@ -361,6 +367,11 @@ class EngineBackend : public QObject, public WebViewBackend {
     }
 
     void loadHTML(const QString& html, const QUrl& baseUrl) override {
+        if (blankPending_) {
+            afterBlank_ = [this, html, baseUrl] { loadHTML(html, baseUrl); };
+            return;
+        }
+        afterBlank_ = nullptr;
         const QUrl shown = baseUrl.isEmpty() ? QUrl(QStringLiteral("about:blank")) : baseUrl;
         const QByteArray bytes = html.toUtf8();
         pendingHtml_.push_back({bytes, UrlRequest(shown)});
@@ -424,10 +435,28 @@ class EngineBackend : public QObject, public WebViewBackend {
     void goForward() override { page()->triggerAction(QWebEnginePage::Forward); }
     void reload() override { page()->triggerAction(QWebEnginePage::Reload); }
     void stopLoading() override {
+        afterBlank_ = nullptr;
         if (page_ != nullptr) {
             page_->triggerAction(QWebEnginePage::Stop);
         }
     }
+    void preparePage() override {
+        if (page_ != nullptr) {
+            return;
+        }
+        page();
+        if (!forgetBlank_) {
+            // A page starts its process with its first page; this blank one is none of the
+            // view's, as a spare's is not. A load asked for meanwhile waits for its end: one
+            // that overtook it could be reported as the blank page's, or not at all.
+            forgetBlank_ = true;
+            blankAsked_ = true;
+            blankPending_ = true;
+            page_->setUrl(QUrl(QStringLiteral("about:blank")));
+            QTimer::singleShot(kBlankTimeoutMs, this, [this] { blankEnded(); });
+        }
+    }
+
     QString userAgent() const override { return WebView::profile()->httpUserAgent(); }
     qint64 contentProcessId() const override {
         return page_ != nullptr ? page_->renderProcessPid() : 0;
@@ -463,6 +492,10 @@ class EngineBackend : public QObject, public WebViewBackend {
     }
 
     bool acceptNavigation(const QUrl& url, QWebEnginePage::NavigationType type, bool mainFrame) {
+        if (std::exchange(blankAsked_, false) && mainFrame &&
+            url == QUrl(QStringLiteral("about:blank"))) {
+            return true;  // preparePage's, not the delegate's
+        }
         if (!mainFrame) {
             return acceptFrameNavigation(url, type);
         }
@@ -538,6 +571,11 @@ class EngineBackend : public QObject, public WebViewBackend {
     }
 
     void loadingChanged(const QWebEngineLoadingInfo& info) {
+        if (blankPending_ && info.url() == QUrl(QStringLiteral("about:blank")) &&
+            info.status() != QWebEngineLoadingInfo::LoadStartedStatus) {
+            blankEnded();
+            return;
+        }
         // A spare page's own blank loads may still report late, after it became ours: they are
         // none of this view's (a late stop would end the view's first load).
         if (forgetBlank_ && info.url() == QUrl(QStringLiteral("about:blank")) &&
@@ -611,12 +649,16 @@ class EngineBackend : public QObject, public WebViewBackend {
     void renderProcessTerminated(QWebEnginePage::RenderProcessTerminationStatus status,
                                  int exitCode) {
         if (status == QWebEnginePage::NormalTerminationStatus) {
+            blankEnded();
             return;
         }
         logLine(QStringLiteral("<Sorvel> A web view's content process ended (status %1, code %2)")
                     .arg(int(status))
                     .arg(exitCode));
-        if (started_) {
+        // A load waiting for the blank page to end was as good as running.
+        const bool waited = std::exchange(afterBlank_, nullptr) != nullptr;
+        blankEnded();
+        if (started_ || waited) {
             endLoad();
             view_->didFailLoad(
                 Error::withDescription(kWebViewErrorDomain, kWebViewErrorContentProcessEnded,
@@ -625,6 +667,19 @@ class EngineBackend : public QObject, public WebViewBackend {
     }
 
   private:
+    // preparePage's blank page has loaded, failed or timed out: a load that waited goes now,
+    // from the event loop rather than from inside the engine's report.
+    void blankEnded() {
+        if (!std::exchange(blankPending_, false)) {
+            return;
+        }
+        QTimer::singleShot(0, this, [this] {
+            if (auto load = std::exchange(afterBlank_, nullptr)) {
+                load();
+            }
+        });
+    }
+
     EnginePage* page() {
         if (page_ == nullptr) {
             page_ = SparePage::take();
@@ -711,6 +766,9 @@ class EngineBackend : public QObject, public WebViewBackend {
     QUrl currentUrl_;
     bool started_ = false;
     bool forgetBlank_ = false;
+    bool blankAsked_ = false;
+    bool blankPending_ = false;
+    std::function<void()> afterBlank_;
 };
 
 EnginePage::EnginePage(QWebEngineProfile* profile, EngineBackend* backend)

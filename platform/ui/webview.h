@@ -98,6 +98,8 @@ class WebViewBackend {
     virtual qint64 contentProcessId() const { return 0; }
     // The view's settings changed (see WebView's setters).
     virtual void settingsChanged() {}
+    // See WebView::preparePage.
+    virtual void preparePage() {}
     // The view is about to be shown or was resized.
     virtual void viewShown() {}
     virtual void viewResized() {}
@@ -135,6 +137,10 @@ class WebView : public View {
     void goForward();
     void reload();
     void stopLoading();
+    // Makes the page and starts its content process now, for a first load that is coming: that
+    // load then need not wait for them. The delegate hears nothing of it; a view that has a page
+    // already is left as it is.
+    void preparePage() { backend_->preparePage(); }
     // Between webViewDidStartLoad and webViewDidFinishLoad / webViewDidFailLoadWithError.
     bool isLoading() const { return loading_; }
     // The last main-frame request the delegate allowed.

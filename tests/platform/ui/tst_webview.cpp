@@ -311,6 +311,34 @@ class TestWebView : public QObject {
         }
     }
 
+    // A page made ahead of its first load shows that load as a page made for it would, whether
+    // the load comes while the page is still going blank or after.
+    void aPreparedViewShowsItsFirstLoadAsAnyOther_data() {
+        QTest::addColumn<bool>("waitForProcess");
+        QTest::newRow("load at once") << false;
+        QTest::newRow("load once the process runs") << true;
+    }
+    void aPreparedViewShowsItsFirstLoadAsAnyOther() {
+        QFETCH(bool, waitForProcess);
+        const QUrl base = server_.url(QStringLiteral("/"));
+        WebView holder;  // takes the spare page if one waits: the view's own is made afresh
+        holder.preparePage();
+        WebView view;
+        RecordingDelegate delegate(view);
+        view.preparePage();
+        if (waitForProcess) {
+            QTRY_VERIFY_WITH_TIMEOUT(view.contentProcessId() != 0, 10000);
+        }
+        view.loadHTMLStringBaseURL(QStringLiteral("<p>first</p>"), base);
+        QTRY_VERIFY_WITH_TIMEOUT(delegate.ended(), 10000);
+        QCOMPARE(delegate.events, (QStringList{"should:" + base.toString(), "start", "finish"}));
+        QVERIFY(!view.canGoBack());
+        QString text;
+        view.stringByEvaluatingJavaScriptFromString("document.body.textContent",
+                                                    [&](const QString& r) { text = r; });
+        QTRY_COMPARE(text, QStringLiteral("first"));
+    }
+
     // One jar for pages and connections; its lasting cookies reach the next launch (a process of
     // its own over this suite's profile, which loads a page and makes a connection).
     void cookiesAreSharedWithConnectionsAndKeptAcrossLaunches_data() {
