@@ -14,6 +14,7 @@
 #include <QDir>
 #include <QFile>
 #include <QLoggingCategory>
+#include <QTcpServer>
 
 #include <unistd.h>
 #include <cmath>
@@ -42,6 +43,15 @@ QVariantMap faults(std::initializer_list<std::pair<const char*, QVariant>> entri
 bool logHas(const QString& text) {
     return std::any_of(e2e::logLines().begin(), e2e::logLines().end(),
                        [&](const QString& line) { return line.contains(text); });
+}
+
+// A loopback address where nothing listens: a port just given up.
+QUrl closedPort() {
+    QTcpServer probe;
+    probe.listen(QHostAddress::LocalHost);
+    QUrl url(QStringLiteral("http://127.0.0.1/"));
+    url.setPort(probe.serverPort());
+    return url;
 }
 
 int logCount(const QString& text) {
@@ -76,6 +86,7 @@ class TestHostileEndToEnd : public QObject {
     // Whatever the row did, a fresh banner with good answers shows an ad, and a press on the
     // board plays its clip.
     void aGoodAdStillShows() {
+        PXBConfiguration::setScriptHostURL(h.server.url());
         h.server.setPathFaults(kScriptPath, {});
         h.addBanner(kUnit);
         h.load({{QStringLiteral("zf_creative"), QStringLiteral("plain")}});
@@ -114,13 +125,15 @@ class TestHostileEndToEnd : public QObject {
 
     void cleanup() {
         platform::NotificationCenter::defaultCenter().removeObserver(this);
+        PXBConfiguration::setScriptHostURL(h.server.url());
         h.server.setPathFaults(kScriptPath, {});
         h.removeBanner();
     }
 
     void scriptHostFaults_data() {
-        QTest::addColumn<QJsonObject>("scriptFault");  // on the script's path, none cached
-        QTest::addColumn<QString>("reply");            // the script's answer ("" as it should)
+        // Faults on the script's path, none cached; "refused": a script host where nothing listens.
+        QTest::addColumn<QJsonObject>("scriptFault");
+        QTest::addColumn<QString>("reply");  // the script's answer ("" as it should)
         QTest::addColumn<int>("state");
         QTest::addColumn<QString>("event");    // to the banner delegate; "" none
         QTest::addColumn<QString>("logLine");  // waited for when there is no event
@@ -129,6 +142,7 @@ class TestHostileEndToEnd : public QObject {
         // clang-format off
         QTest::newRow("script 404: script failed, network error") << QJsonObject{{"status", 404}} << "" << 2 << "fail 2" << "" << 0;
         QTest::newRow("script 500: script failed, network error") << QJsonObject{{"status", 500}} << "" << 2 << "fail 2" << "" << 0;
+        QTest::newRow("script host refuses the connection: network error") << QJsonObject{{"refused", true}} << "" << 2 << "fail 2" << "" << 0;
         QTest::newRow("script connection dropped: network error") << QJsonObject{{"drop", true}} << "" << 2 << "fail 2" << "" << 0;
         QTest::newRow("script cut off mid-body: network error, nothing kept") << QJsonObject{{"truncate", true}} << "" << 2 << "fail 2" << "" << 0;
         QTest::newRow("script body is HTML: no answer, stays building") << QJsonObject{{"body", "<html><body>Service unavailable</body></html>"}}
@@ -154,9 +168,13 @@ class TestHostileEndToEnd : public QObject {
         QFETCH(QString, event);
         QFETCH(QString, logLine);
         QFETCH(int, adRequests);
+        if (scriptFault.value(QStringLiteral("refused")).toBool()) {
+            PXBConfiguration::setScriptHostURL(closedPort());
+        } else if (!scriptFault.isEmpty()) {
+            h.server.setPathFaults(kScriptPath, scriptFault);
+        }
         if (!scriptFault.isEmpty()) {
             h.forgetScript(false);
-            h.server.setPathFaults(kScriptPath, scriptFault);
         }
         const qint64 mark = h.server.lastLogSeq();
         h.addBanner(kUnit);
@@ -347,7 +365,8 @@ class TestHostileEndToEnd : public QObject {
         QTest::addColumn<QString>("creative");
         QTest::addColumn<QString>("doneKey");  // a parameter of the page's "done" message
         QTest::addColumn<QString>("doneValue");
-        // "" when the page stays and says "done"; else a path the page ends at, or a log line.
+        // "" when the page stays and says "done"; else a path the page ends at, or a log line
+        // (a page that ends somewhere and then says "done" names both).
         QTest::addColumn<QString>("endsWith");
         // clang-format off
         QTest::newRow("alert() does not block") << "alert" << "after" << "alert" << "";
@@ -362,6 +381,7 @@ class TestHostileEndToEnd : public QObject {
         QTest::newRow("canOpenURLs with 10 000 URLs: each answered") << "can-open-flood" << "answered" << "10000" << "";
         QTest::newRow("200 window.open calls: shown in place, nothing else opens") << "window-flood" << "" << "" << "/landing/";
         QTest::newRow("endless script loop: the main thread keeps answering") << "endless-loop" << "loop" << "1" << "";
+        QTest::newRow("a page that navigates itself every 10 ms: followed in place") << "self-nav" << "hops" << "100" << "/preview/self-nav";
         // clang-format on
     }
 
@@ -379,7 +399,8 @@ class TestHostileEndToEnd : public QObject {
             QTRY_COMPARE_WITH_TIMEOUT(h.webView()->request().url().path(), endsWith, kWait);
         } else if (!endsWith.isEmpty()) {
             QTRY_VERIFY_WITH_TIMEOUT(logHas(endsWith), kWait);
-        } else {
+        }
+        if (endsWith.isEmpty() || !doneKey.isEmpty()) {
             QTRY_VERIFY_WITH_TIMEOUT(doneSeen_, kWait);
         }
         if (!doneKey.isEmpty()) {
