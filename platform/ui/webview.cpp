@@ -40,6 +40,10 @@ constexpr int kPagesPerEnginePage = 20;
 // A page that has not gone blank by then is stuck (a script that never returns keeps its process
 // busy).
 constexpr int kBlankTimeoutMs = 5000;
+// A spare goes blank this long after its view let it go. The engine's work for a navigation runs
+// on this thread, and the request that just let the page go has its answer and its ad page on
+// their way here: blanking at once made each of them a few milliseconds slower.
+constexpr int kSpareBlankDelayMs = 100;
 constexpr qsizetype kDataUrlOverhead = 64;
 
 WebView::BackendFactory& backendFactory() {
@@ -149,6 +153,7 @@ class RefererInterceptor;
 
 class EnginePage : public QWebEnginePage {
   public:
+    // A page made without a back-end is a spare's (it has served no view yet).
     EnginePage(QWebEngineProfile* profile, EngineBackend* backend);
     // A page between two views has no back-end: it goes nowhere but to a blank page.
     void setBackend(EngineBackend* backend) { backend_ = backend; }
@@ -227,7 +232,7 @@ class RefererInterceptor : public QWebEngineUrlRequestInterceptor {
 // is most of what a short-lived hidden view costs (the ad client makes one for every request).
 // A spare is handed out only once the blank page has loaded, so a page stuck in a script of its
 // last owner is never reused; the newest page always replaces the one kept, and a page serves a
-// limited number of views.
+// limited number of views, after which a fresh page takes its place.
 class SparePage {
   public:
     static void keep(EnginePage* page) {
@@ -239,7 +244,7 @@ class SparePage {
         spare.drop();
         if (page->views >= kPagesPerEnginePage) {
             delete page;
-            return;
+            page = new EnginePage(WebView::profile(), nullptr);
         }
         static const bool dropAtExit = (qAddPostRoutine([] { instance().drop(); }), true);
         Q_UNUSED(dropAtExit);
@@ -280,10 +285,14 @@ class SparePage {
                     }
                 });
             });
-        page->setUrl(QUrl(QStringLiteral("about:blank")));
+        QTimer::singleShot(kSpareBlankDelayMs, [stillBlanking] {
+            if (stillBlanking()) {
+                instance().page_->setUrl(QUrl(QStringLiteral("about:blank")));
+            }
+        });
         // A page that cannot even go blank is stuck (a script that never returns keeps its
         // process busy): let it go, and its process with it.
-        QTimer::singleShot(kBlankTimeoutMs, [stillBlanking] {
+        QTimer::singleShot(kSpareBlankDelayMs + kBlankTimeoutMs, [stillBlanking] {
             if (stillBlanking()) {
                 logDebug(QStringLiteral("A hidden web view's page never went blank: dropped"));
                 instance().drop();
@@ -292,6 +301,14 @@ class SparePage {
     }
 
     static bool ready() { return instance().ready_ && instance().page_ != nullptr; }
+
+    // A shown view took the spare for good: a fresh page takes its place, so that the next
+    // hidden view does not have to wait for one to be made.
+    static void refill() {
+        if (instance().page_ == nullptr) {
+            keep(new EnginePage(WebView::profile(), nullptr));
+        }
+    }
 
     // The spare, now the caller's, or null when none is ready.
     static EnginePage* take() {
@@ -689,8 +706,6 @@ class EngineBackend : public QObject, public WebViewBackend {
                 forgetBlank_ = true;  // the spare's blank page is no page of this view
             } else {
                 page_ = new EnginePage(WebView::profile(), this);
-                page_->referers = new RefererInterceptor(page_);
-                page_->setUrlRequestInterceptor(page_->referers);
             }
             connect(page_, &QWebEnginePage::newWindowRequested, this,
                     &EngineBackend::newWindowRequested);
@@ -709,6 +724,7 @@ class EngineBackend : public QObject, public WebViewBackend {
         EnginePage* old = std::exchange(page_, nullptr);
         disconnect(old, nullptr, this, nullptr);
         engineView_->setPage(page());
+        SparePage::refill();
         old->deleteLater();
     }
 
@@ -772,7 +788,12 @@ class EngineBackend : public QObject, public WebViewBackend {
 };
 
 EnginePage::EnginePage(QWebEngineProfile* profile, EngineBackend* backend)
-    : QWebEnginePage(profile, backend), backend_(backend) {}
+    : QWebEnginePage(profile, backend),
+      referers(new RefererInterceptor(this)),
+      views(backend != nullptr ? 1 : 0),
+      backend_(backend) {
+    setUrlRequestInterceptor(referers);
+}
 
 bool EnginePage::acceptNavigationRequest(const QUrl& url, NavigationType type, bool isMainFrame) {
     if (backend_ == nullptr) {
