@@ -6,9 +6,13 @@
 #include <QFileInfo>
 #include <QSaveFile>
 #include <QStandardPaths>
+#include <QTemporaryFile>
 
 #include <sys/stat.h>
 #include <sys/time.h>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 
 namespace platform {
 
@@ -46,27 +50,42 @@ bool createDirectory(const QString& path) {
     return !path.isEmpty() && QDir().mkpath(path);
 }
 
-bool writeFileAtomically(const QString& path, const QByteArray& data, Error* error) {
-    QSaveFile file(path);
-    auto fail = [&](const QString& what) {
+bool writeFileAtomically(const QString& path, const QByteArray& data, Error* error,
+                         SyncToDisk sync) {
+    auto fail = [&](const QString& what, const QString& why) {
         if (error != nullptr) {
-            *error = Error(
-                kFileErrorDomain, 512,
-                {{Error::kLocalizedDescriptionKey,
-                  QStringLiteral("%1 \u201c%2\u201d: %3").arg(what, path, file.errorString())},
-                 {QStringLiteral("NSFilePath"), path}});
+            *error = Error(kFileErrorDomain, 512,
+                           {{Error::kLocalizedDescriptionKey,
+                             QStringLiteral("%1 \u201c%2\u201d: %3").arg(what, path, why)},
+                            {QStringLiteral("NSFilePath"), path}});
         }
         return false;
     };
+    if (sync == SyncToDisk::No) {
+        QTemporaryFile file(path + QStringLiteral(".XXXXXX"));
+        if (path.isEmpty() || !file.open()) {
+            return fail(QStringLiteral("Could not open"), file.errorString());
+        }
+        if (file.write(data) != data.size() || !file.flush()) {
+            return fail(QStringLiteral("Could not write"), file.errorString());
+        }
+        if (::rename(QFile::encodeName(file.fileName()).constData(),
+                     QFile::encodeName(path).constData()) != 0) {
+            return fail(QStringLiteral("Could not save"), QString::fromLocal8Bit(strerror(errno)));
+        }
+        file.setAutoRemove(false);
+        return true;
+    }
+    QSaveFile file(path);
     if (path.isEmpty() || !file.open(QIODevice::WriteOnly)) {
-        return fail(QStringLiteral("Could not open"));
+        return fail(QStringLiteral("Could not open"), file.errorString());
     }
     if (file.write(data) != data.size()) {
         file.cancelWriting();
-        return fail(QStringLiteral("Could not write"));
+        return fail(QStringLiteral("Could not write"), file.errorString());
     }
     if (!file.commit()) {
-        return fail(QStringLiteral("Could not save"));
+        return fail(QStringLiteral("Could not save"), file.errorString());
     }
     return true;
 }

@@ -19,9 +19,14 @@ QString documentsDirectory();
 // Creates `path` and every missing parent. True if the directory exists afterwards.
 bool createDirectory(const QString& path);
 
+// Whether a write waits until its data is on the disk: settings must outlive a power cut, a cached
+// copy of something fetched need not (and waiting costs a millisecond or more each time).
+enum class SyncToDisk { Yes, No };
+
 // Writes `data` to `path` through a temporary file and a rename, so readers see either the old
 // contents or the new, never a mix. On failure, returns false and fills `error` if given.
-bool writeFileAtomically(const QString& path, const QByteArray& data, Error* error = nullptr);
+bool writeFileAtomically(const QString& path, const QByteArray& data, Error* error = nullptr,
+                         SyncToDisk sync = SyncToDisk::Yes);
 
 // Reads a whole file; nullopt if it cannot be read.
 std::optional<QByteArray> readFile(const QString& path);

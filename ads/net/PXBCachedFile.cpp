@@ -289,7 +289,8 @@ void PXBCachedFile::connectionDidFinishLoading(UrlConnection&) {
                         QStringLiteral("There is no caches directory to write the file into.")}});
     } else {
         platform::createDirectory(QFileInfo(path).absolutePath());
-        written = platform::writeFileAtomically(path, receivedData_.value_or(QByteArray()), &error);
+        written = platform::writeFileAtomically(path, receivedData_.value_or(QByteArray()), &error,
+                                                platform::SyncToDisk::No);
     }
     if (!written) {
         if (!tellDidFail(error)) {

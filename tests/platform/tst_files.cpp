@@ -2,6 +2,7 @@
 #include "platform/propertylist.h"
 #include "support/testenv.h"
 
+#include <QDir>
 #include <QTest>
 #include <QTimeZone>
 
@@ -10,16 +11,24 @@ using namespace platform;
 class TestFiles : public QObject {
     Q_OBJECT
   private slots:
+    void atomicWriteAndFileTimes_data() {
+        QTest::addColumn<SyncToDisk>("sync");
+        QTest::newRow("synced to disk") << SyncToDisk::Yes;
+        QTest::newRow("not synced (caches)") << SyncToDisk::No;
+    }
     void atomicWriteAndFileTimes() {
+        QFETCH(SyncToDisk, sync);
         testsupport::TempHome home;
         const QString path = home.path() + "/a/b/c/file.bin";
         Error error;
-        QVERIFY(!writeFileAtomically(path, "x", &error));  // no parent directory
+        QVERIFY(!writeFileAtomically(path, "x", &error, sync));  // no parent directory
         QCOMPARE(error.domain(), kFileErrorDomain);
         QVERIFY(createDirectory(home.path() + "/a/b/c"));
-        QVERIFY(writeFileAtomically(path, "first"));
-        QVERIFY(writeFileAtomically(path, "second"));
+        QVERIFY(writeFileAtomically(path, "first", nullptr, sync));
+        QVERIFY(writeFileAtomically(path, "second", nullptr, sync));
         QCOMPARE(readFile(path).value(), QByteArray("second"));
+        // No temporary file is left beside it.
+        QCOMPARE(QDir(home.path() + "/a/b/c").entryList(QDir::Files), QStringList{"file.bin"});
         QVERIFY(setFileTimes(path, 1000000000, 1234567890));
         const auto times = fileTimes(path);
         QVERIFY(times.has_value());
