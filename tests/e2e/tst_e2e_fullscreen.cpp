@@ -324,7 +324,14 @@ class TestFullScreenEndToEnd : public QObject {
         QTRY_COMPARE(platform::Application::sharedApplication()->applicationState(),
                      platform::Application::StateBackground);
         h.window->showNormal();
-        QTRY_VERIFY_WITH_TIMEOUT(h.top() == h.root.get(), kWait);
+        QTRY_VERIFY2_WITH_TIMEOUT(
+            h.top() == h.root.get(),
+            QByteArray("on top: ") +
+                (h.top() != nullptr ? h.top()->metaObject()->className() : "-") +
+                "; application state " +
+                QByteArray::number(platform::Application::sharedApplication()->applicationState()) +
+                "; " + h.trail(),
+            kWait);
         QCOMPARE(screenEvents(),
                  (QStringList{QStringLiteral("willPresent"), QStringLiteral("willDismiss"),
                               QStringLiteral("didDismiss")}));
