@@ -623,7 +623,7 @@ void idleFigure(int runs, double seconds) {
 int main(int argc, char** argv) {
     QCoreApplication application(argc, argv);
     int runs = 5;
-    int refreshes = 7;
+    int refreshes = 15;
     int idleRuns = 1;
     int memoryCycles = 0;
     double idleSeconds = 30;
