@@ -856,6 +856,8 @@ QWebEngineProfile* WebView::profile() {
         shared = new QWebEngineProfile(qApp);  // no storage name: off the record
         shared->settings()->setUnknownUrlSchemePolicy(
             QWebEngineSettings::AllowAllUnknownUrlSchemes);
+        // Nothing shows a page's icon: asking each server for one is a request it never wanted.
+        shared->settings()->setAttribute(QWebEngineSettings::AutoLoadIconsForPage, false);
         auto* handler = new MessageSchemeHandler(shared);
         shared->installUrlSchemeHandler(kMessageUrlScheme.toLatin1(), handler);
         shared->installUrlSchemeHandler(kLegacyMessageUrlScheme.toLatin1(), handler);
