@@ -33,6 +33,8 @@ namespace {
 constexpr qint64 kLongestSoundSeconds = 600;
 // How often the player tops up its output and looks whether the output has played everything.
 constexpr int kPumpMilliseconds = 20;
+// How long an output opened ahead of the next press waits for it.
+constexpr int kReadyOutputMilliseconds = 10000;
 
 std::function<void(int)>& systemSoundPlayer() {
     static std::function<void(int)> player;
@@ -91,6 +93,77 @@ DecodedAudio decodeAudioFileOnce(const QString& path) {
     }
     return decoded;
 }
+
+// A press should not wait for an audio stream to be opened (about a millisecond, most of what a
+// pad's sound takes to be heard): whenever a player has opened its output, another of the same
+// device and format is opened on a later turn, idle, for the next player. One left unused for a
+// while is closed.
+class ReadyOutput {
+  public:
+    // The output ready for `device` and `format`, started and now the caller's; null if none.
+    static QAudioSink* take(const QAudioDevice& device, const QAudioFormat& format,
+                            QIODevice** io) {
+        ReadyOutput& ready = instance();
+        if (ready.sink_ == nullptr || ready.deviceId_ != device.id() || ready.format_ != format ||
+            ready.sink_->state() == QAudio::StoppedState ||
+            ready.sink_->error() != QAudio::NoError) {
+            ready.drop();
+            return nullptr;
+        }
+        *io = ready.io_;
+        ready.expiry_.stop();
+        return std::exchange(ready.sink_, nullptr);
+    }
+
+    // Opens one for `device` and `format` on a later turn, unless one is there by then.
+    static void prepare(const QAudioDevice& device, const QAudioFormat& format) {
+        QTimer::singleShot(0, qApp, [device, format] {
+            ReadyOutput& ready = instance();
+            if (ready.sink_ != nullptr) {
+                return;
+            }
+            auto sink = std::make_unique<QAudioSink>(device, format);
+            QIODevice* io = sink->start();
+            if (io == nullptr) {
+                return;
+            }
+            ready.sink_ = sink.release();
+            ready.io_ = io;
+            ready.deviceId_ = device.id();
+            ready.format_ = format;
+            ready.expiry_.start();
+        });
+    }
+
+  private:
+    ReadyOutput() {
+        expiry_.setSingleShot(true);
+        expiry_.setInterval(kReadyOutputMilliseconds);
+        QObject::connect(&expiry_, &QTimer::timeout, [this] { drop(); });
+        // Closed while the audio engine is still there.
+        qAddPostRoutine([] { instance().drop(); });
+    }
+
+    static ReadyOutput& instance() {
+        static ReadyOutput ready;
+        return ready;
+    }
+
+    void drop() {
+        expiry_.stop();
+        if (QAudioSink* sink = std::exchange(sink_, nullptr)) {
+            io_ = nullptr;
+            sink->stop();
+            delete sink;
+        }
+    }
+
+    QAudioSink* sink_ = nullptr;
+    QIODevice* io_ = nullptr;
+    QByteArray deviceId_;
+    QAudioFormat format_;
+    QTimer expiry_;
+};
 
 }  // namespace
 
@@ -265,9 +338,12 @@ bool AudioPlayer::play() {
         format.setSampleRate(sampleRate_);
         format.setChannelCount(channels_);
         format.setSampleFormat(QAudioFormat::Int16);
-        output_ = new QAudioSink(device, format);
+        output_ = ReadyOutput::take(device, format, &outputDevice_);
+        if (output_ == nullptr) {
+            output_ = new QAudioSink(device, format);
+            outputDevice_ = output_->start();
+        }
         output_->setVolume(volume_);
-        outputDevice_ = output_->start();
         if (outputDevice_ == nullptr) {
             logLine(QStringLiteral("Audio output \"%1\" cannot be opened: %2 is not played")
                         .arg(device.description(), url_.fileName()));
@@ -275,6 +351,7 @@ bool AudioPlayer::play() {
             return false;
         }
         connect(output_, &QAudioSink::stateChanged, this, &AudioPlayer::outputStateChanged);
+        ReadyOutput::prepare(device, format);
         offset_ = 0;
         bytesWritten_ = 0;
         loopsLeft_ = loops_;
