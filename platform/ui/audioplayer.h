@@ -1,8 +1,9 @@
 // Sound playback: players made from files (mp3, m4a, caf, wav and the other formats FFmpeg
 // reads), freely overlapping, and the system sounds. A player decodes its whole file when it is
 // made (a file decoded before, and unchanged since, is not decoded again) and writes the samples
-// to an audio output of its own, so it knows when the last of them has been heard, and a machine
-// without an audio output only costs a log line.
+// to an audio output of its own (opened ahead when a sound of the same format played lately), so it
+// knows when the last of them has been heard, and a machine without an audio output only costs a
+// log line.
 #pragma once
 
 #include "platform/error.h"
