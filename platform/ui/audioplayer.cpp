@@ -94,10 +94,10 @@ DecodedAudio decodeAudioFileOnce(const QString& path) {
     return decoded;
 }
 
-// A press should not wait for an audio stream to be opened (about a millisecond, most of what a
-// pad's sound takes to be heard): whenever a player has opened its output, another of the same
-// device and format is opened on a later turn, idle, for the next player. One left unused for a
-// while is closed.
+// A press should not wait for an audio stream to be opened (about a millisecond, a third of what a
+// press took to be heard): whenever a player has opened its output, another of the same device
+// and format is opened on a later turn, idle, for the next player. One left unused for a while is
+// closed.
 class ReadyOutput {
   public:
     // The output ready for `device` and `format`, started and now the caller's; null if none.
