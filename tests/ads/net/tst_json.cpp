@@ -209,17 +209,22 @@ void TestJson::decimalNumbers() {
 void TestJson::roundTrip_data() {
     QTest::addColumn<QByteArray>("text");
     const QDir dir(qEnvironmentVariable("SORVEL_SOURCE_DIR") + "/../shared/bench-data/json");
-    for (const QString& name : dir.entryList({"*.json"}, QDir::Files, QDir::Name)) {
+    const QStringList names = dir.entryList({"*.json"}, QDir::Files, QDir::Name);
+    for (const QString& name : names) {
         QFile file(dir.filePath(name));
         QVERIFY(file.open(QIODevice::ReadOnly));
         QTest::newRow(qPrintable(name)) << file.readAll();
+    }
+    // The documents live beside the project, not in it: a clone on its own skips this case.
+    if (names.isEmpty()) {
+        QTest::newRow("no documents") << QByteArray();
     }
 }
 
 void TestJson::roundTrip() {
     QFETCH(QByteArray, text);
     if (text.isEmpty()) {
-        QSKIP("document not found");
+        QSKIP("no JSON documents in ../shared/bench-data/json beside the source tree");
     }
     for (const bool readable : {false, true}) {
         PXB_RQJSON json;
