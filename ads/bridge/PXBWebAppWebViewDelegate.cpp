@@ -7,6 +7,7 @@
 #include "ads/present/PXBWebAppViewController.h"
 #include "ads/present/PXBWebView.h"
 #include "platform/runloop.h"
+#include "platform/ui/application.h"
 #include "platform/ui/controls.h"
 
 #include <QSet>
@@ -77,10 +78,22 @@ void PXBWebAppWebViewDelegate::releaseWithWebView(platform::WebView* webView) {
     webAppPrivate_ = nullptr;
     releasing().insert(this);
     QPointer<platform::WebView> web(webView);
+    const platform::Application* app = platform::Application::sharedApplication();
+    if (app == nullptr || app->isTerminating()) {
+        delayedRelease(web);  // no turn of the event loop is left to wait for
+        return;
+    }
     platform::performAfter(this, kReleaseDelaySeconds, [this, web] { delayedRelease(web); });
 }
 
 void PXBWebAppWebViewDelegate::delayedRelease(platform::WebView* webView) {
+    const platform::Application* app = platform::Application::sharedApplication();
+    if (app == nullptr || app->isTerminating()) {
+        // Deleted later would be never: the event loop is over.
+        delete webView;
+        delete this;
+        return;
+    }
     if (webView != nullptr) {
         webView->setDelegate(nullptr);
         webView->loadHTMLStringBaseURL(QString(), QUrl());

@@ -52,6 +52,12 @@ void PXBViewController::init() {
     platform::NotificationCenter::defaultCenter().addObserver(
         this, kSettingsMessage, v,
         [this](const platform::Notification& n) { settingsChanged(n.userInfo); });
+    // A screen still up when the application ends goes with the window it covers, while the
+    // application object is still there for its teardown; holding itself, it would outlive
+    // both.
+    platform::NotificationCenter::defaultCenter().addObserver(
+        this, platform::kApplicationWillTerminateNotification, nullptr,
+        [this](const platform::Notification&) { self_.reset(); });
 }
 
 std::shared_ptr<PXBViewControllerPrivate> PXBViewController::createPrivateData() const {

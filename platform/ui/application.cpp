@@ -15,14 +15,54 @@
 #include <QFile>
 #include <QGuiApplication>
 #include <QScreen>
+#include <QSocketNotifier>
 #include <QStandardPaths>
 #include <QWebEngineUrlScheme>
+
+#include <sys/socket.h>
+#include <unistd.h>
+#include <csignal>
 
 namespace platform {
 
 namespace {
 
 Application* sharedInstance = nullptr;
+
+// The write end of the pipe from the signal handler to the event loop.
+int terminationSignalFd = -1;
+
+extern "C" void onTerminationSignal(int signal) {
+    const char byte = static_cast<char>(signal);
+    [[maybe_unused]] const ssize_t written = ::write(terminationSignalFd, &byte, 1);
+}
+
+// SIGTERM, SIGINT and SIGHUP end the application as closing its window does, through the event
+// loop: the state worth keeping is saved and the ad's screens go with the window.
+void quitOnTerminationSignals(QObject* owner) {
+    int fds[2];
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, fds) != 0) {
+        return;
+    }
+    terminationSignalFd = fds[0];
+    auto* notifier = new QSocketNotifier(fds[1], QSocketNotifier::Read, owner);
+    QObject::connect(notifier, &QSocketNotifier::activated, owner, [notifier] {
+        char byte = 0;
+        if (::read(static_cast<int>(notifier->socket()), &byte, 1) != 1) {
+            return;
+        }
+        logLine(QStringLiteral("Quitting on signal %1").arg(int(byte)));
+        QApplication::closeAllWindows();
+        QCoreApplication::quit();  // whatever was left open
+    });
+    struct sigaction action = {};
+    action.sa_handler = onTerminationSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP}) {
+        ::sigaction(signal, &action, nullptr);
+    }
+}
 
 // Desktop files and caches that map "x-scheme-handler/<scheme>" to an application.
 QStringList mimeAssociationFiles() {
@@ -92,6 +132,7 @@ int applicationMain(int argc, char** argv,
                     const std::function<std::unique_ptr<ApplicationDelegate>()>& makeDelegate) {
     prepareApplication();
     QApplication qtApp(argc, argv);
+    quitOnTerminationSignals(&qtApp);
     std::unique_ptr<ApplicationDelegate> delegate = makeDelegate ? makeDelegate() : nullptr;
     Application* app = Application::sharedApplication();
     app->setDelegate(delegate.get());
@@ -205,6 +246,7 @@ void Application::followWindows() {
 }
 
 void Application::aboutToQuit() {
+    terminating_ = true;
     if (ApplicationDelegate* d = delegate()) {
         d->applicationWillTerminate(this);
     }

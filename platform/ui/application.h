@@ -60,7 +60,8 @@ class ApplicationDelegate : public Referenceable {
 };
 
 // The process entry: prepares, creates the QApplication, the delegate (owned until exit), runs
-// finishLaunching() and the event loop, and returns the loop's exit code.
+// finishLaunching() and the event loop, and returns the loop's exit code. SIGTERM, SIGINT and
+// SIGHUP close the windows and end the loop with 0, as a user closing the window would.
 int applicationMain(int argc, char** argv,
                     const std::function<std::unique_ptr<ApplicationDelegate>()>& makeDelegate);
 
@@ -81,6 +82,9 @@ class Application : public QObject {
     // once per process; later calls do nothing.
     void finishLaunching(const QVariantMap& options = {});
     bool hasFinishedLaunching() const { return finishedLaunching_; }
+    // From kApplicationWillTerminateNotification on: the event loop will not turn again, so
+    // work put off for later never runs.
+    bool isTerminating() const { return terminating_; }
 
     // Active while a phone window (Window) is on screen, shown and not minimised, whether or not
     // it has the focus; background once every such window is minimised or hidden; inactive only
@@ -146,6 +150,7 @@ class Application : public QObject {
     WeakRef<ApplicationDelegate> delegate_;
     State state_ = StateActive;
     bool finishedLaunching_ = false;
+    bool terminating_ = false;
     bool windowCheckQueued_ = false;
     QPointer<Window> keyWindow_;
     std::function<bool(const QUrl&)> opener_;

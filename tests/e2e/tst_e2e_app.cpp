@@ -8,6 +8,8 @@
 #include <QProcess>
 #include <QTemporaryDir>
 
+#include <functional>
+
 class TestAppEndToEnd : public QObject {
     Q_OBJECT
     adserver::AdServer server;
@@ -29,8 +31,13 @@ class TestAppEndToEnd : public QObject {
                 QStringLiteral("30")};
     }
 
-    Launch launchWithProfile(const QString& home, const QStringList& arguments) {
-        const qint64 mark = server.lastLogSeq();
+    // Runs the app with `home` as its profile against `on` (the demo server unless given). With
+    // `until`, the app is sent SIGTERM once `until` holds for its output so far.
+    Launch launchWithProfile(const QString& home, const QStringList& arguments,
+                             adserver::AdServer* on = nullptr,
+                             const std::function<bool(const QString&)>& until = {}) {
+        adserver::AdServer& to = on != nullptr ? *on : server;
+        const qint64 mark = to.lastLogSeq();
         QProcess app;
         QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
         for (const char* name : {"XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_DATA_HOME"}) {
@@ -38,14 +45,21 @@ class TestAppEndToEnd : public QObject {
         }
         app.setProcessEnvironment(env);
         app.setProcessChannelMode(QProcess::MergedChannels);
+        QString output;
+        QObject::connect(&app, &QProcess::readyRead, &app,
+                         [&] { output += QString::fromLocal8Bit(app.readAll()); });
         app.start(QStringLiteral(BRINDLE_BINARY),
-                  QStringList{QStringLiteral("--ad-server"), server.url().toString()} + arguments);
+                  QStringList{QStringLiteral("--ad-server"), to.url().toString()} + arguments);
         // The server answers on this thread's event loop while the app runs.
+        if (until) {
+            [&] { QTRY_VERIFY2_WITH_TIMEOUT(until(output), qPrintable(output), 60000); }();
+            app.terminate();
+        }
         [&] { QTRY_COMPARE_WITH_TIMEOUT(app.state(), QProcess::NotRunning, 60000); }();
         Launch result;
         result.exitCode = app.exitStatus() == QProcess::NormalExit ? app.exitCode() : -1;
-        result.output = QString::fromLocal8Bit(app.readAll());
-        for (const QJsonValue& entry : server.logEntries(mark)) {
+        result.output = output + QString::fromLocal8Bit(app.readAll());
+        for (const QJsonValue& entry : to.logEntries(mark)) {
             const QString path = entry[QStringLiteral("path")].toString();
             if (path == QLatin1String("/zelm/sdk-core-v40.js")) {
                 result.scripts.append(entry.toObject());
@@ -149,6 +163,60 @@ class TestAppEndToEnd : public QObject {
         server.setPathFaults(QStringLiteral("/ad"), {});
         QVERIFY2(run.output.contains("quitting as asked"), qPrintable(run.output));
         QVERIFY2(!run.output.contains("ad shown"), qPrintable(run.output));
+        QCOMPARE(run.exitCode, 0);
+    }
+
+    // Quitting while the ad has something open (a full screen, the composer, a tracking that
+    // never answers) ends the process cleanly: exit code 0, nothing from the sanitizers. SIGTERM
+    // closes the window as the user does; --quit-after leaves the event loop directly.
+    void quitWithSomethingOpen_data() {
+        QTest::addColumn<QString>("creative");  // of quit-inventory.json
+        QTest::addColumn<QString>("open");      // the app's line once it is open
+        QTest::addColumn<QString>("fetched");   // and the server's path it has asked for
+        QTest::addColumn<bool>("signal");       // SIGTERM, else --quit-after
+        // clang-format off
+        QTest::newRow("browser, SIGTERM") << "browser" << "ad opens a full screen" << "/landing/" << true;
+        QTest::newRow("web app, SIGTERM") << "webapp" << "ad opens a full screen" << "/webapp/" << true;
+        QTest::newRow("web app, --quit-after") << "webapp" << "ad opens a full screen" << "/webapp/" << false;
+        QTest::newRow("composer, SIGTERM") << "composer" << "ad shown" << "/t/composer-asked" << true;
+        QTest::newRow("click tracking, SIGTERM") << "tracker" << "ad shown" << "/t/click-asked" << true;
+        QTest::newRow("click tracking, --quit-after") << "tracker" << "ad shown" << "/t/click-asked" << false;
+        // clang-format on
+    }
+
+    void quitWithSomethingOpen() {
+        QFETCH(QString, creative);
+        QFETCH(QString, open);
+        QFETCH(QString, fetched);
+        QFETCH(bool, signal);
+        static adserver::AdServer quitServer;
+        if (!quitServer.isListening()) {
+            QVERIFY(quitServer.start(0, QStringLiteral("127.0.0.1"),
+                                     qEnvironmentVariable("SORVEL_SOURCE_DIR") +
+                                         QStringLiteral("/tests/e2e/quit-inventory.json")));
+        }
+        quitServer.setPathFaults(QStringLiteral("/ad"), QJsonObject{{"creative", creative}});
+        QTemporaryDir home;
+        const qint64 mark = quitServer.lastLogSeq();
+        const auto isOpen = [&](const QString& output) {
+            bool asked = false;
+            for (const QJsonValue& entry : quitServer.logEntries(mark)) {
+                asked = asked || entry[QStringLiteral("path")].toString() == fetched;
+            }
+            return output.contains(open) && asked;
+        };
+        const Launch run =
+            signal ? launchWithProfile(home.path(), {}, &quitServer, isOpen)
+                   : launchWithProfile(home.path(), {QStringLiteral("--quit-after"), "10"},
+                                       &quitServer);
+        QVERIFY2(run.output.contains(open), qPrintable(run.output));
+        if (!signal) {
+            QVERIFY2(run.output.indexOf(open) < run.output.indexOf("quitting as asked"),
+                     qPrintable(run.output));
+        }
+        for (const char* report : {"Sanitizer", "runtime error"}) {
+            QVERIFY2(!run.output.contains(QLatin1String(report)), qPrintable(run.output));
+        }
         QCOMPARE(run.exitCode, 0);
     }
 };
