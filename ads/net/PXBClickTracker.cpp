@@ -73,12 +73,7 @@ void PXBClickTracker::beginBackgroundTask() {
             return;
         }
     }
-    // Each tracker counts once, so that resetting an idle tracker never lowers the count that
-    // another tracker holds.
-    if (!counted_) {
-        counted_ = true;
-        ++activeTrackingCount;
-    }
+    ++activeTrackingCount;
 }
 
 void PXBClickTracker::endBackgroundTask() {
@@ -87,8 +82,9 @@ void PXBClickTracker::endBackgroundTask() {
             app->endBackgroundTask(backgroundTaskID_);
         }
         backgroundTaskID_ = platform::Application::kInvalidBackgroundTask;
-    } else if (counted_) {
-        counted_ = false;
+    } else {
+        // The count is the process's, not this tracker's: every end lowers it, an idle tracker's
+        // reset too, so it errs towards "nothing running" and the opener never waits for long.
         activeTrackingCount = std::max(0, activeTrackingCount - 1);
     }
 }

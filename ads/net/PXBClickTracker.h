@@ -59,5 +59,4 @@ class PXBClickTracker : private PXBCachedFileDelegate {
     std::unique_ptr<PXBCachedFile> tracker_;
     bool hasTracked_ = false;
     int backgroundTaskID_ = 0;
-    bool counted_ = false;
 };
