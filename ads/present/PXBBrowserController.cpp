@@ -120,8 +120,8 @@ void PXBBrowserController::viewWillAppear(bool animated) {
     v->webViewDelegate = std::make_unique<PXBBrowserWebViewDelegate>(this);
     v->webViewDelegate->setViewController(this);
     v->webViewDelegate->setOpeningWebView(openingWebView());
-    // What the page opens outside is the application's leaving too: its delegate hears of it.
-    v->webViewDelegate->opener()->setDelegateManager(delegateManager());
+    // The page's own opener has no delegate manager: leaving the application is announced by
+    // the opener of the ad itself and by the toolbar's desktop-browser button only.
     webView->setDelegate(v->webViewDelegate.get());
 
     if (!v->urlToLoad.isEmpty()) {

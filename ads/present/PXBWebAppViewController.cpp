@@ -92,8 +92,8 @@ void PXBWebAppViewController::viewWillAppear(bool animated) {
     v->webViewDelegate = std::make_unique<PXBWebAppWebViewDelegate>(v);
     v->webViewDelegate->setViewController(this);
     v->webViewDelegate->setOpeningWebView(openingWebView());
-    // What the page opens outside is the application's leaving too: its delegate hears of it.
-    v->webViewDelegate->opener()->setDelegateManager(delegateManager());
+    // The page's own opener has no delegate manager: leaving the application is announced by
+    // the opener of the ad itself only.
     v->webViewDelegate->opener()->setAdController(v->adController);
     web->setDelegate(v->webViewDelegate.get());
 
