@@ -18,6 +18,7 @@
 #include <QWebEnginePage>
 #include <QWebEngineProfile>
 #include <QWebEngineScript>
+#include <QWebEngineScriptCollection>
 #include <QWebEngineSettings>
 #include <QWebEngineUrlRequestInfo>
 #include <QWebEngineUrlRequestInterceptor>
@@ -100,6 +101,24 @@ class MessageSchemeHandler : public QWebEngineUrlSchemeHandler {
         job->fail(QWebEngineUrlRequestJob::RequestDenied);
     }
 };
+
+// The older message form names its message by the URL's host, matched exactly, but the engine
+// hands a navigation over as a QUrl, whose host is lower-cased: "torvin://LAUNCH" would arrive
+// as "torvin://launch". So each page drops such a navigation itself while its URL is still as
+// written (in a script world of its own, out of the page's reach).
+void keepMessageHostsExact(QWebEngineProfile* profile) {
+    QWebEngineScript script;
+    script.setName(QStringLiteral("sorvel-exact-message-hosts"));
+    script.setInjectionPoint(QWebEngineScript::DocumentCreation);
+    script.setWorldId(QWebEngineScript::ApplicationWorld);
+    script.setRunsOnSubFrames(true);
+    script.setSourceCode(
+        QStringLiteral("if (self.navigation) navigation.addEventListener('navigate', function (e) {"
+                       " if (e.cancelable && /^%1:\\/\\/[^\\/?#]*[A-Z]/.test("
+                       "e.destination.url)) e.preventDefault(); });")
+            .arg(kLegacyMessageUrlScheme));
+    profile->scripts()->insert(script);
+}
 
 // The engine takes a host-only cookie (the jar keeps its host, undotted, as domain) without a
 // domain, from an origin of that host.
@@ -862,6 +881,7 @@ QWebEngineProfile* WebView::profile() {
         shared->installUrlSchemeHandler(kMessageUrlScheme.toLatin1(), handler);
         shared->installUrlSchemeHandler(kLegacyMessageUrlScheme.toLatin1(), handler);
         shareCookies(shared->cookieStore(), HttpCookieStorage::sharedStorage());
+        keepMessageHostsExact(shared);
     }
     return shared;
 }

@@ -236,6 +236,8 @@ class TestBannerEndToEnd : public QObject {
         QTest::newRow("log") << QStringList{"qmsg:///log?string=hello%20ad"} << "hello ad" << "" << QList<int>{};
         QTest::newRow("log, older form") << QStringList{"torvin://log?string=old%20form"} << "old form" << ""
             << QList<int>{};
+        QTest::newRow("older form's host in capitals: no message") << QStringList{"torvin://LOG?string=shouted"}
+            << "not: shouted" << "" << QList<int>{};
         QTest::newRow("vibrate") << QStringList{"qmsg:///vibrate"} << "" << "" << QList<int>{4095};
         QTest::newRow("touch") << QStringList{"qmsg:///touch?tx=12&ty=34&td=5"} << "" << ""
             << QList<int>{12, 34, 5};
@@ -296,7 +298,9 @@ class TestBannerEndToEnd : public QObject {
         platform::setSystemSoundPlayer({});
         PXBSignals::installModule(nullptr);
         QCOMPARE(seen, effects);
-        if (!logLine.isEmpty()) {
+        if (logLine.startsWith(QLatin1String("not: "))) {
+            QVERIFY(!e2e::logLines().contains(logLine.mid(5)));
+        } else if (!logLine.isEmpty()) {
             QVERIFY(e2e::logLines().contains(logLine));
         }
         // An evaluation in an opener that does not exist answers nothing.
@@ -354,6 +358,50 @@ class TestBannerEndToEnd : public QObject {
                                       QStringLiteral("/landing/"), kWait);
         }
         qDebug() << press << "navigation" << navigatedAfter << "s after the ad was shown";
+    }
+
+    // The script's request type reaches the ad URL: "plinth" adds seq_num=1, others nothing.
+    void aPlinthRequestCarriesItsSequenceNumber_data() {
+        QTest::addColumn<QString>("unit");
+        QTest::addColumn<QString>("seqNum");  // empty: none
+        QTest::newRow("html") << kUnit << QString();
+        QTest::newRow("plinth") << QStringLiteral("e2e00000000000e") << QStringLiteral("1");
+    }
+
+    void aPlinthRequestCarriesItsSequenceNumber() {
+        QFETCH(QString, unit);
+        QFETCH(QString, seqNum);
+        const qint64 mark = h.server.lastLogSeq();
+        h.addBanner(unit);
+        h.load();
+        QTRY_COMPARE_WITH_TIMEOUT(h.state(), int(kPXBAdStateShown), kWait);
+        const QList<QVariantMap> ads = e2e::queriesTo(h, QStringLiteral("/ad"), mark);
+        QCOMPARE(ads.size(), 1);
+        QCOMPARE(ads.first().value(QStringLiteral("seq_num")).toString(), seqNum);
+    }
+
+    // Runs last: launching finishes once per process. Until then a load in the background goes
+    // ahead; after it, only a load in the foreground does.
+    void aBackgroundLoadWaitsOnlyOnceLaunchingHasFinished() {
+        platform::Application* app = platform::Application::sharedApplication();
+        QVERIFY(!app->hasFinishedLaunching());
+        const qint64 mark = h.server.lastLogSeq();
+        h.addBanner(kUnit);
+        h.window->showMinimized();
+        QTRY_COMPARE(app->applicationState(), platform::Application::StateBackground);
+        h.load();
+        QTRY_COMPARE_WITH_TIMEOUT(h.state(), int(kPXBAdStateShown), kWait);
+
+        app->finishLaunching();
+        h.load();
+        QCOMPARE(h.states, (QList<int>{3, 1, 3, 4, 5, 6}));  // nothing more
+
+        h.window->showNormal();
+        QTRY_COMPARE(app->applicationState(), platform::Application::StateActive);
+        h.load();
+        QTRY_COMPARE_WITH_TIMEOUT(h.states.size(), 10, kWait);
+        QTRY_COMPARE_WITH_TIMEOUT(h.state(), int(kPXBAdStateShown), kWait);
+        QCOMPARE(h.requestsTo(QStringLiteral("/ad"), mark).size(), 2);
     }
 };
 
