@@ -3,6 +3,7 @@
 // the server sees, and what travels with the next request.
 #include "e2eharness.h"
 
+#include "ads/bridge/PXBWebAppWebViewDelegate.h"
 #include "ads/bridge/PXBWebViewDelegate.h"
 #include "ads/present/PXBBrowserController.h"
 #include "ads/present/PXBWebAppViewController.h"
@@ -11,6 +12,8 @@
 #include "platform/ui/controls.h"
 #include "platform/ui/mailcomposer.h"
 
+#include <QDBusConnection>
+#include <QProcess>
 #include <QPushButton>
 
 using e2e::Harness;
@@ -23,6 +26,8 @@ const QString kRefreshingUnit = QStringLiteral("e2e0000000000f3");
 // Toolbar places of the browser's items.
 constexpr int kBackPlace = 0;
 constexpr int kForwardPlace = 2;
+constexpr int kMiddlePlace = 4;  // reload, or the spinner while a page loads
+constexpr int kDesktopPlace = 6;
 constexpr int kDonePlace = 8;
 
 QString percentEncoded(const QString& text) {
@@ -30,9 +35,34 @@ QString percentEncoded(const QString& text) {
 }
 }  // namespace
 
+// The desktop's screen saver, on a session bus of the suite's own: it records who keeps it away.
+class ScreenSaver : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.ScreenSaver")
+  public:
+    QList<uint> inhibitions;  // cookies handed out and not given back yet
+    int calls = 0;
+
+  public slots:
+    Q_SCRIPTABLE uint Inhibit(const QString&, const QString&) {
+        ++calls;
+        inhibitions << ++lastCookie_;
+        return lastCookie_;
+    }
+    Q_SCRIPTABLE void UnInhibit(uint cookie) {
+        ++calls;
+        inhibitions.removeAll(cookie);
+    }
+
+  private:
+    uint lastCookie_ = 0;
+};
+
 class TestFullScreenEndToEnd : public QObject {
     Q_OBJECT
     Harness h;
+    QProcess sessionBus;
+    ScreenSaver screenSaver;
 
     // What the ad's pages heard from the client (the bridge reports each message to /msg).
     QStringList pageMessages(qint64 since) const {
@@ -63,6 +93,15 @@ class TestFullScreenEndToEnd : public QObject {
         h.addBanner(kUnit);
         h.load({{QStringLiteral("zf_creative"), QStringLiteral("messages")},
                 {QStringLiteral("send"), urls}});
+    }
+
+    // An "open" message for a web app showing HTML that loads the bridge and runs `script`.
+    QString webAppWithScript(const QString& script) const {
+        return QStringLiteral("qmsg:///open?a=webapp&html=") +
+               percentEncoded(
+                   QStringLiteral("<html><head><script src='%1zelm/sdk-core-v40.js'></script>"
+                                  "</head><body>app<script>%2</script></body></html>")
+                       .arg(h.server.url().toString(), script));
     }
 
     template <class Screen>
@@ -103,7 +142,25 @@ class TestFullScreenEndToEnd : public QObject {
     }
 
   private slots:
-    void initTestCase() { QVERIFY(h.start(QStringLiteral("inventory.json"))); }
+    void initTestCase() {
+        // Before anything asks for the session bus: the connection, once made, is kept.
+        sessionBus.start(QStringLiteral("dbus-daemon"),
+                         {QStringLiteral("--session"), QStringLiteral("--nofork"),
+                          QStringLiteral("--print-address=1")});
+        if (sessionBus.waitForStarted(5000) && sessionBus.waitForReadyRead(5000)) {
+            qputenv("DBUS_SESSION_BUS_ADDRESS", sessionBus.readLine().trimmed());
+            QDBusConnection bus = QDBusConnection::sessionBus();
+            QVERIFY(bus.registerObject(QStringLiteral("/org/freedesktop/ScreenSaver"), &screenSaver,
+                                       QDBusConnection::ExportScriptableSlots));
+            QVERIFY(bus.registerService(QStringLiteral("org.freedesktop.ScreenSaver")));
+        }
+        QVERIFY(h.start(QStringLiteral("inventory.json")));
+    }
+
+    void cleanupTestCase() {
+        sessionBus.terminate();
+        sessionBus.waitForFinished(5000);
+    }
 
     void cleanup() {
         platform::NotificationCenter::defaultCenter().removeObserver(this);
@@ -115,6 +172,7 @@ class TestFullScreenEndToEnd : public QObject {
         }
         h.server.setPathFaults(QStringLiteral("/t/ctrk"), {});
         h.server.setPathFaults(QStringLiteral("/landing/never.html"), {});
+        h.server.setPathFaults(QStringLiteral("/landing/"), {});
         h.removeBanner();
     }
 
@@ -169,6 +227,23 @@ class TestFullScreenEndToEnd : public QObject {
         QVERIFY(next.value(QStringLiteral("plpl")).toLongLong() > 0);
         // One link to a page; back and forward are not navigations of the user's own.
         QCOMPARE(next.value(QStringLiteral("plpnc")).toString(), QStringLiteral("1"));
+    }
+
+    // The screen saver stays away while a full screen is up, and only then.
+    void aFullScreenKeepsTheScreenSaverAway() {
+        if (!QDBusConnection::sessionBus().isConnected()) {
+            QSKIP("no dbus-daemon to run a session bus");
+        }
+        QVERIFY(showBanner(QStringLiteral("plain")));
+        const int before = screenSaver.calls;
+        QVERIFY(screenSaver.inhibitions.isEmpty());
+        h.click();
+        QTRY_VERIFY_WITH_TIMEOUT(topScreen<PXBBrowserController>() != nullptr, kWait);
+        QCOMPARE(screenSaver.inhibitions.size(), 1);
+        pressToolbar(topScreen<PXBBrowserController>(), kDonePlace);
+        QTRY_VERIFY_WITH_TIMEOUT(h.top() == h.root.get(), kWait);
+        QTRY_VERIFY(screenSaver.inhibitions.isEmpty());
+        QCOMPARE(screenSaver.calls, before + 2);
     }
 
     void aClickOnATrackedAdOpensAWebApp() {
@@ -289,12 +364,10 @@ class TestFullScreenEndToEnd : public QObject {
     }
 
     void aBrowserOverAWebAppRaisesNoEventsOfItsOwn() {
-        const QString page = percentEncoded(
-            QStringLiteral("<html><head><script src='%1zelm/sdk-core-v40.js'></script></head>"
-                           "<body>app<script>ZELM.on('onshow',function(){ZELM.send('open',"
-                           "{a:'browser',u:'%1landing/'});});</script></body></html>")
-                .arg(h.server.url().toString()));
-        showMessagesBanner({QStringLiteral("qmsg:///open?a=webapp&html=") + page});
+        showMessagesBanner({webAppWithScript(
+            QStringLiteral("ZELM.on('onshow',function(){ZELM.send('open',{a:'browser',u:'%1"
+                           "landing/'});});")
+                .arg(h.server.url().toString()))});
         QTRY_VERIFY_WITH_TIMEOUT(topScreen<PXBBrowserController>() != nullptr, kWait);
         auto* browser = topScreen<PXBBrowserController>();
         auto* webApp = qobject_cast<PXBWebAppViewController*>(browser->presentingViewController());
@@ -311,6 +384,106 @@ class TestFullScreenEndToEnd : public QObject {
             (QStringList{QStringLiteral("willPresent"), QStringLiteral("willDismiss"),
                          QStringLiteral("didDismiss")}),
             kWait);
+    }
+
+    // Reload shows the spinner in its place (and disables the desktop button) until the page is
+    // back; the desktop button hands the page to the desktop and tells the application it is
+    // left, while the browser stays.
+    void theBrowsersToolbarReloadsAndHandsThePageToTheDesktop() {
+        QVERIFY(showBanner(QStringLiteral("plain")));
+        h.click();
+        QTRY_VERIFY_WITH_TIMEOUT(topScreen<PXBBrowserController>() != nullptr, kWait);
+        auto* browser = topScreen<PXBBrowserController>();
+        QVERIFY(browserShows(browser, QStringLiteral("/landing/")));
+        platform::Toolbar* bar = browser->toolbar();
+        QTRY_VERIFY(bar->widgetAt(kDesktopPlace)->isEnabled());
+
+        h.server.setPathFaults(QStringLiteral("/landing/"), {{QStringLiteral("delayMs"), 1500}});
+        pressToolbar(browser, kMiddlePlace);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            qobject_cast<platform::ActivityIndicatorView*>(bar->widgetAt(kMiddlePlace)), kWait);
+        QVERIFY(!bar->widgetAt(kDesktopPlace)->isEnabled());
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !qobject_cast<platform::ActivityIndicatorView*>(bar->widgetAt(kMiddlePlace)), kWait);
+        h.server.setPathFaults(QStringLiteral("/landing/"), {});
+        QVERIFY(bar->widgetAt(kDesktopPlace)->isEnabled());
+        QVERIFY(browserShows(browser, QStringLiteral("/landing/")));
+
+        pressToolbar(browser, kDesktopPlace);
+        const QList<QUrl>& opened = platform::Application::sharedApplication()->openedURLs();
+        QTRY_COMPARE_WITH_TIMEOUT(opened.size(), 1, kWait);
+        QCOMPARE(opened.first().path(), QStringLiteral("/landing/"));
+        QCOMPARE(screenEvents(),
+                 (QStringList{QStringLiteral("willPresent"), QStringLiteral("willLeave")}));
+        QVERIFY(h.top() == browser);
+    }
+
+    // A store link whose click tracking never answers is handed over after three waits of 0.3 s,
+    // without the tracking.
+    void aStoreLinkWaitsThreeTimesAtMostForItsTracking() {
+        h.server.setPathFaults(QStringLiteral("/t/ctrk"), {{QStringLiteral("delayMs"), 60000}});
+        QVERIFY(showBanner(QStringLiteral("store")));
+        const qint64 mark = h.server.lastLogSeq();
+        h.click();
+        const QList<QUrl>& opened = platform::Application::sharedApplication()->openedURLs();
+        QTRY_VERIFY_WITH_TIMEOUT(!opened.isEmpty(), kWait);
+        const QDateTime handedOver = QDateTime::currentDateTimeUtc();
+        QCOMPARE(opened.first().scheme(), QStringLiteral("sorvelstore"));
+        QVERIFY(h.requestsTo(QStringLiteral("/t/ctrk"), mark).isEmpty());  // still unanswered
+        // The store URL came as the click's redirect; the hand-over followed three waits later.
+        const QList<QJsonObject> clicks = h.requestsTo(QStringLiteral("/t/click"), mark);
+        QCOMPARE(clicks.size(), 1);
+        const QDateTime redirected = QDateTime::fromString(
+            clicks.first()[QStringLiteral("time")].toString(), Qt::ISODateWithMs);
+        QVERIFY2(redirected.msecsTo(handedOver) >= 850,
+                 qPrintable(QString::number(redirected.msecsTo(handedOver))));
+    }
+
+    // The ad's "X-Zelm-Orientation" is what the screen its click opens allows.
+    void theServersOrientationReachesTheScreen() {
+        QVERIFY(showBanner(QStringLiteral("landscape")));
+        h.click();
+        QTRY_VERIFY_WITH_TIMEOUT(topScreen<PXBBrowserController>() != nullptr, kWait);
+        QCOMPARE(topScreen<PXBBrowserController>()->supportedOrientations(),
+                 int(PXBOrientationLandscape));
+        QVERIFY(!topScreen<PXBBrowserController>()->shouldAutorotateToInterfaceOrientation(1));
+    }
+
+    // A web app's page asks its opener, the banner's page, to evaluate a script and hears the
+    // result.
+    void evalInOpenerAnswersTheWebApp() {
+        const qint64 mark = h.server.lastLogSeq();
+        showMessagesBanner(
+            {webAppWithScript(QStringLiteral("ZELM.on('onshow',function(){ZELM.send('evalInOpener',"
+                                             "{js:'location.pathname'});});"))});
+        QTRY_VERIFY_WITH_TIMEOUT(pageMessages(mark).contains("evalJavaScriptInOpenerResult"),
+                                 kWait);
+        for (const QVariantMap& query : e2e::queriesTo(h, QStringLiteral("/msg"), mark)) {
+            if (query.value(QStringLiteral("name")) == "evalJavaScriptInOpenerResult") {
+                QCOMPARE(query.value(QStringLiteral("data")).toMap(),
+                         (QVariantMap{{QStringLiteral("result"), QStringLiteral("/ad")}}));
+            }
+        }
+    }
+
+    // A closed web app's page stays for the dismissal and goes 2 s later, emptied by then.
+    void aClosedWebAppsPageGoesTwoSecondsLater() {
+        const qint64 mark = h.server.lastLogSeq();
+        showMessagesBanner({webAppWithScript(QString())});
+        QTRY_VERIFY_WITH_TIMEOUT(pageMessages(mark).contains(QStringLiteral("onshow")), kWait);
+        auto* webApp = topScreen<PXBWebAppViewController>();
+        QVERIFY(webApp != nullptr);
+        QPointer<platform::WebView> page = webApp->webView();
+        pressClose(webApp);
+        QElapsedTimer closed;
+        closed.start();
+        QTRY_VERIFY_WITH_TIMEOUT(pageMessages(mark).contains(QStringLiteral("onhide")), kWait);
+        QTRY_VERIFY_WITH_TIMEOUT(h.top() == h.root.get(), kWait);
+        QVERIFY(page != nullptr);
+        QCOMPARE(PXBWebAppWebViewDelegate::pendingReleases(), 1);
+        QTRY_VERIFY_WITH_TIMEOUT(page == nullptr, kWait);
+        QVERIFY2(closed.elapsed() >= 1900, qPrintable(QString::number(closed.elapsed())));
+        QCOMPARE(PXBWebAppWebViewDelegate::pendingReleases(), 0);
     }
 
     void comingBackToABrowserThatNeverLoadedClosesIt() {
