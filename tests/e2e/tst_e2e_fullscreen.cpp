@@ -468,6 +468,8 @@ class TestFullScreenEndToEnd : public QObject {
 
     // A closed web app's page stays for the dismissal and goes 2 s later, emptied by then.
     void aClosedWebAppsPageGoesTwoSecondsLater() {
+        // An earlier case's web app may still be on its way out.
+        QTRY_COMPARE_WITH_TIMEOUT(PXBWebAppWebViewDelegate::pendingReleases(), 0, kWait);
         const qint64 mark = h.server.lastLogSeq();
         showMessagesBanner({webAppWithScript(QString())});
         QTRY_VERIFY_WITH_TIMEOUT(pageMessages(mark).contains(QStringLiteral("onshow")), kWait);
