@@ -602,7 +602,11 @@ HttpResponse AdServer::Private::handle(const HttpRequest& request) {
             return response;
         }
     }
-    return textResponse(404, QStringLiteral("not found\n"));
+    // Path faults hold for any path, known or not: a scenario that stalls a page the server
+    // does not serve must not get an immediate 404 instead.
+    HttpResponse response = textResponse(404, QStringLiteral("not found\n"));
+    applyFaults(response, faultsFor(request, query, {}));
+    return response;
 }
 
 void AdServer::Private::record(const HttpRequest& request, const HttpResponse& response,

@@ -139,6 +139,7 @@ class TestAdServer : public QObject {
             << QStringList{"^X-Zelm-Refresh-Rate: 9$"} << any;
         QTest::newRow("fault: header line without colon") << get(ad + "zf_malformedHeader=true") << 200 << QStringList{"^[^:]+$"} << QByteArray("<p>store");
         QTest::newRow("fault: repeated headers") << get(ad + "zf_repeatedHeader=1") << 200 << QStringList{"2*^X-Zelm-Tracking-Urls: "} << QByteArray("<p>store");
+        QTest::newRow("fault on a path the server does not serve") << get("/landing/never.html?zf_status=503") << 503 << none << any;
         QTest::newRow("fault switches out of range ignored") << get(ad + "zf_status=99&zf_oversizeBytes=-5&zf_delayMs=x") << 200 << none << QByteArray("<p>store</p>");
         QTest::newRow("garbage") << QByteArray("\x01\x02 nonsense\r\n\r\n") << 400 << none << any;
         QTest::newRow("no version") << QByteArray("GET /ad\r\n\r\n") << 400 << none << any;
