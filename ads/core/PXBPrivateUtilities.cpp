@@ -4,9 +4,12 @@
 #include <utility>
 
 namespace {
+// Never destroyed. Its values' destructors use the table, so clearing it from a static
+// destructor corrupts it; and when the process ends through exit() (the web engine does so when
+// it cannot start) the objects still in it must not be torn down after Qt is gone.
 std::unordered_map<const void*, std::shared_ptr<QObject>>& table() {
-    static std::unordered_map<const void*, std::shared_ptr<QObject>> objects;
-    return objects;
+    static auto* objects = new std::unordered_map<const void*, std::shared_ptr<QObject>>();
+    return *objects;
 }
 }  // namespace
 
