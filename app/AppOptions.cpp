@@ -5,7 +5,9 @@
 #include <QCommandLineParser>
 #include <QRegularExpression>
 
+#include <algorithm>
 #include <cmath>
+#include <iterator>
 
 namespace {
 
@@ -33,13 +35,21 @@ struct Parser {
                                QStringLiteral("Show the ad client's debug log.")};
     QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
                             QStringLiteral("Show this help.")};
+    QCommandLineOption version{{QStringLiteral("v"), QStringLiteral("version")},
+                               QStringLiteral("Show the version.")};
 
     Parser() {
         parser.setApplicationDescription(QStringLiteral(
             "A sound board with a banner ad. Keys: 1-9, Q-Y and A-H play the pads, M the music "
-            "track,\nN and B open the extra pages, Backspace goes back, Esc stops every sound."));
+            "track,\nN and B open the extra pages, Backspace goes back, Esc stops every sound.\n\n"
+            "Without --ad-server or --script-host the program starts its own ad server on\n"
+            "127.0.0.1 at a free port and shows that server's ads.\n\n"
+            "Environment:\n"
+            "  SORVEL_AD_SERVER    the ad server's root, when --ad-server is not given\n"
+            "  SORVEL_SCRIPT_HOST  the script host, when --script-host is not given\n\n"
+            "Qt's own options (-platform, -style, -reverse, ...) are accepted too."));
         parser.addOptions(
-            {adServer, scriptHost, screenshot, screenshotDelay, quitAfter, verbose, help});
+            {adServer, scriptHost, screenshot, screenshotDelay, quitAfter, verbose, version, help});
     }
 };
 
@@ -54,8 +64,10 @@ bool readSeconds(const QString& text, const QString& option, double* seconds, QS
     return true;
 }
 
-bool readRoot(const QString& text, const QString& source, QUrl* url, QString* error) {
-    if (text.isEmpty()) {
+// An empty environment variable counts as unset; an empty option is a mistake, not a quiet
+// fallback to the built-in server.
+bool readRoot(const QString& text, const QString& source, bool given, QUrl* url, QString* error) {
+    if (text.isEmpty() && !given) {
         return true;
     }
     *url = PXBConfiguration::rootFromText(text);
@@ -66,11 +78,69 @@ bool readRoot(const QString& text, const QString& source, QUrl* url, QString* er
     return true;
 }
 
+// The options QGuiApplication and QApplication take from the command line themselves: whether
+// each is followed by a value, and whether Qt also reads it as "name=value". One dash or two.
+struct QtOption {
+    const char* name;
+    bool takesValue;
+    bool joined = false;
+};
+constexpr QtOption kQtOptions[] = {
+    {"platform", true},
+    {"platformpluginpath", true},
+    {"platformtheme", true},
+    {"plugin", true},
+    {"qwindowgeometry", true},
+    {"qwindowicon", true},
+    {"qwindowtitle", true},
+    {"reverse", false},
+    {"session", true},
+    {"display", true},
+    {"geometry", true},
+    {"style", true, true},
+    {"stylesheet", true},
+    {"widgetcount", false},
+    {"nograb", false},
+    {"dograb", false},
+    {"sync", false},
+    {"qmljsdebugger", true, true},
+    {"name", true},
+    {"title", true},
+    {"visual", true},
+};
+
+// `arguments` without Qt's own options (and their values).
+QStringList withoutQtOptions(const QStringList& arguments) {
+    QStringList rest;
+    for (qsizetype i = 0; i < arguments.size(); ++i) {
+        const QString& argument = arguments[i];
+        QStringView name(argument);
+        if (i == 0 || !name.startsWith(u'-') || name == u"--") {
+            rest << argument;
+            continue;
+        }
+        name = name.mid(name.startsWith(u"--") ? 2 : 1);
+        const qsizetype equals = name.indexOf(u'=');
+        const bool hasValue = equals >= 0;
+        name = name.left(hasValue ? equals : name.size());
+        const auto* qt =
+            std::find_if(std::begin(kQtOptions), std::end(kQtOptions), [&](const QtOption& o) {
+                return name == QLatin1String(o.name) && (!hasValue || o.joined);
+            });
+        if (qt == std::end(kQtOptions)) {
+            rest << argument;
+        } else if (qt->takesValue && !hasValue) {
+            ++i;  // its value
+        }
+    }
+    return rest;
+}
+
 }  // namespace
 
 std::optional<AppOptions> AppOptions::parse(const QStringList& arguments, QString* error) {
     Parser p;
-    if (!p.parser.parse(arguments)) {
+    if (!p.parser.parse(withoutQtOptions(arguments))) {
         *error = p.parser.errorText();
         return std::nullopt;
     }
@@ -81,6 +151,7 @@ std::optional<AppOptions> AppOptions::parse(const QStringList& arguments, QStrin
     }
     AppOptions options;
     options.help = p.parser.isSet(p.help);
+    options.version = p.parser.isSet(p.version);
     options.verbose = p.parser.isSet(p.verbose);
     options.screenshotPath = p.parser.value(p.screenshot);
     if (p.parser.isSet(p.screenshot) && options.screenshotPath.isEmpty()) {
@@ -98,15 +169,15 @@ std::optional<AppOptions> AppOptions::parse(const QStringList& arguments, QStrin
         return std::nullopt;
     }
     // The command line wins over the environment.
-    const auto pick = [&](const QCommandLineOption& option, const char* variable) {
-        return p.parser.isSet(option)
-                   ? std::pair(p.parser.value(option), QStringLiteral("--") + option.names()[0])
-                   : std::pair(qEnvironmentVariable(variable), QString::fromLatin1(variable));
+    const auto read = [&](const QCommandLineOption& option, const char* variable, QUrl* url) {
+        const bool given = p.parser.isSet(option);
+        return given ? readRoot(p.parser.value(option), QStringLiteral("--") + option.names()[0],
+                                true, url, error)
+                     : readRoot(qEnvironmentVariable(variable), QString::fromLatin1(variable),
+                                false, url, error);
     };
-    const auto [server, serverSource] = pick(p.adServer, "SORVEL_AD_SERVER");
-    const auto [script, scriptSource] = pick(p.scriptHost, "SORVEL_SCRIPT_HOST");
-    if (!readRoot(server, serverSource, &options.adServer, error) ||
-        !readRoot(script, scriptSource, &options.scriptHost, error)) {
+    if (!read(p.adServer, "SORVEL_AD_SERVER", &options.adServer) ||
+        !read(p.scriptHost, "SORVEL_SCRIPT_HOST", &options.scriptHost)) {
         return std::nullopt;
     }
     return options;
@@ -119,4 +190,8 @@ QString AppOptions::helpText() {
     text.replace(QRegularExpression(QStringLiteral("^Usage: \\S+")),
                  QStringLiteral("Usage: brindle-sounds"));
     return text;
+}
+
+QString AppOptions::versionText() {
+    return QStringLiteral("brindle-sounds " BRINDLE_SOUNDS_VERSION "\n");
 }

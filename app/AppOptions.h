@@ -15,11 +15,14 @@ struct AppOptions {
     double quitAfter = -1.0;       // --quit-after: quit after this many seconds (< 0: never)
     bool verbose = false;          // --verbose: the ad client's debug log
     bool help = false;
+    bool version = false;
 
     // Parses `arguments` (the first is the program). On a mistake returns nothing and says why
-    // in `error`.
+    // in `error`, in one line. Qt's own options (-platform, -style, --reverse, ...) are left to
+    // the application object, which reads them from the same command line.
     static std::optional<AppOptions> parse(const QStringList& arguments, QString* error);
     static QString helpText();
+    static QString versionText();
 
     bool startsBuiltInAdServer() const { return adServer.isEmpty() && scriptHost.isEmpty(); }
 };

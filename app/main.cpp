@@ -18,11 +18,15 @@ int main(int argc, char** argv) {
     QString error;
     const std::optional<AppOptions> options = AppOptions::parse(arguments, &error);
     if (!options) {
-        std::fprintf(stderr, "brindle-sounds: %s\n(try --help)\n", qPrintable(error));
+        std::fprintf(stderr, "brindle-sounds: %s (try --help)\n", qPrintable(error));
         return 2;
     }
     if (options->help) {
         std::printf("%s", qPrintable(AppOptions::helpText()));
+        return 0;
+    }
+    if (options->version) {
+        std::printf("%s", qPrintable(AppOptions::versionText()));
         return 0;
     }
     // Without a display the window is drawn off screen, so screenshots still show it.

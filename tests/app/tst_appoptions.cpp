@@ -27,6 +27,10 @@ class TestAppOptions : public QObject {
         QTest::newRow("bad environment") << QStringList{} << "::::" << "!" << "" << false;
         QTest::newRow("stray argument") << QStringList{"extra"} << "" << "!" << "" << false;
         QTest::newRow("unknown option") << QStringList{"--loud"} << "" << "!" << "" << false;
+        QTest::newRow("Qt's own options left to Qt") << QStringList{"-platform", "offscreen", "--reverse", "-style=fusion", "--qwindowtitle", "t", "--ad-server", "a.test"} << "" << "http://a.test/" << "" << false;
+        QTest::newRow("Qt's option in a form Qt does not read") << QStringList{"-platform=offscreen"} << "" << "!" << "" << false;
+        QTest::newRow("empty --ad-server is no address") << QStringList{"--ad-server", ""} << "" << "!" << "" << false;
+        QTest::newRow("empty --script-host is no address") << QStringList{"--script-host="} << "" << "!" << "" << false;
         // clang-format on
     }
     void parse() {
