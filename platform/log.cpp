@@ -20,6 +20,10 @@ void logDebug(const QString& line) {
 }
 
 void setDebugLogging(bool enabled) {
+    // The web engine reports its graphics set-up, some twenty lines, on every start: detail for
+    // the debug log, not for a user's terminal. QT_LOGGING_RULES still overrides this.
+    QLoggingCategory::setFilterRules(enabled ? QString()
+                                             : QStringLiteral("qt.webenginecontext.info=false"));
     const_cast<QLoggingCategory&>(lcSorvelDebug()).setEnabled(QtDebugMsg, enabled);
     const_cast<QLoggingCategory&>(lcSorvelDebug()).setEnabled(QtInfoMsg, enabled);
 }
