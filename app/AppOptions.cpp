@@ -31,6 +31,9 @@ struct Parser {
     QCommandLineOption quitAfter{QStringLiteral("quit-after"),
                                  QStringLiteral("Quit after this many seconds."),
                                  QStringLiteral("SECONDS")};
+    QCommandLineOption pressAd{
+        QStringLiteral("press-ad"),
+        QStringLiteral("Press the banner's middle once the first ad is drawn, as a user would.")};
     QCommandLineOption verbose{QStringLiteral("verbose"),
                                QStringLiteral("Show the ad client's debug log.")};
     QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
@@ -48,8 +51,8 @@ struct Parser {
             "  SORVEL_AD_SERVER    the ad server's root, when --ad-server is not given\n"
             "  SORVEL_SCRIPT_HOST  the script host, when --script-host is not given\n\n"
             "Qt's own options (-platform, -style, -reverse, ...) are accepted too."));
-        parser.addOptions(
-            {adServer, scriptHost, screenshot, screenshotDelay, quitAfter, verbose, version, help});
+        parser.addOptions({adServer, scriptHost, screenshot, screenshotDelay, quitAfter, pressAd,
+                           verbose, version, help});
     }
 };
 
@@ -153,6 +156,7 @@ std::optional<AppOptions> AppOptions::parse(const QStringList& arguments, QStrin
     options.help = p.parser.isSet(p.help);
     options.version = p.parser.isSet(p.version);
     options.verbose = p.parser.isSet(p.verbose);
+    options.pressAd = p.parser.isSet(p.pressAd);
     options.screenshotPath = p.parser.value(p.screenshot);
     if (p.parser.isSet(p.screenshot) && options.screenshotPath.isEmpty()) {
         *error = QStringLiteral("--screenshot wants a file name");

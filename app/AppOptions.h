@@ -14,6 +14,7 @@ struct AppOptions {
     double screenshotDelay = 5.0;  // --screenshot-delay: at the latest after this many seconds
     double quitAfter = -1.0;       // --quit-after: quit after this many seconds (< 0: never)
     bool verbose = false;          // --verbose: the ad client's debug log
+    bool pressAd = false;          // --press-ad: press the banner once its first ad is drawn
     bool help = false;
     bool version = false;
 

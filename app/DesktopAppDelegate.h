@@ -1,6 +1,7 @@
 // The desktop's additions around the phone application: the ad server configuration (or the
-// built-in reference server), a log line for every banner event, the screenshot and timed quit
-// of the command line. The phone's delegate and controller stay as they were.
+// built-in reference server), a log line for every banner event, the screenshot, the press on
+// the ad and the timed quit of the command line. The phone's delegate and controller stay as they
+// were.
 #pragma once
 
 #include "ads/core/PXBBannerViewDelegate.h"
@@ -58,4 +59,5 @@ class DesktopAppDelegate : public Brindle_SoundsAppDelegate {
     adserver::AdServer* adServer_ = nullptr;
     BannerMonitor monitor_;
     bool screenshotTaken_ = false;
+    bool adPressed_ = false;
 };

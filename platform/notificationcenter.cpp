@@ -46,15 +46,25 @@ void NotificationCenter::removeObserver(const void* observer, const QString& nam
 
 void NotificationCenter::postNotification(const QString& name, const void* object,
                                           const QVariantMap& userInfo) {
-    const Notification note{name, object, userInfo};
+    deliver({name, object, userInfo}, false);
+}
+
+void NotificationCenter::postNotificationToObserversOf(const QString& name, const void* object,
+                                                       const QVariantMap& userInfo) {
+    if (object != nullptr) {
+        deliver({name, object, userInfo}, true);
+    }
+}
+
+void NotificationCenter::deliver(const Notification& note, bool onlyNamedSender) {
     // Deliver to a snapshot so handlers can change the registrations freely.
     const auto snapshot = entries_;
     for (const auto& entry : snapshot) {
         if (entry->removed) {
             continue;
         }
-        if ((entry->name.isEmpty() || entry->name == name) &&
-            (entry->object == nullptr || entry->object == object)) {
+        if ((entry->name.isEmpty() || entry->name == note.name) &&
+            (entry->object == note.object || (entry->object == nullptr && !onlyNamedSender))) {
             entry->handler(note);  // the snapshot keeps the entry alive if it removes itself
         }
     }

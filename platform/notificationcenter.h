@@ -42,10 +42,15 @@ class NotificationCenter {
     // including themselves; a registration removed during delivery is not called afterwards.
     void postNotification(const QString& name, const void* object = nullptr,
                           const QVariantMap& userInfo = {});
+    // The same, but only for observers that named `object` as the sender: one that listens to
+    // every sender does not hear it. For notifications whose name their sender chose freely.
+    void postNotificationToObserversOf(const QString& name, const void* object,
+                                       const QVariantMap& userInfo = {});
 
     int observerCount() const;
 
   private:
+    void deliver(const Notification& note, bool onlyNamedSender);
     struct Entry;
     std::vector<std::shared_ptr<Entry>> entries_;
 };

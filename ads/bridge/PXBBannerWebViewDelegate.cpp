@@ -33,7 +33,10 @@ bool PXBBannerWebViewDelegate::isClick(int navigationType) const {
         navigationType == platform::WebViewNavigationTypeReload) {
         return false;
     }
-    return private_->webView() != nullptr && private_->webView()->touched();
+    // Touched since the ad was shown, and pressed a moment ago: a press long before cannot
+    // make the page's later navigation the user's click.
+    return private_->webView() != nullptr && private_->webView()->touched() &&
+           private_->webView()->hasUserActivation();
 }
 
 bool PXBBannerWebViewDelegate::webViewShouldStartLoadWithRequestNavigationType(
@@ -47,7 +50,10 @@ bool PXBBannerWebViewDelegate::webViewShouldStartLoadWithRequestNavigationType(
     opener()->setViewController(viewController());
     opener()->setOpeningWebView(webView);
 
-    if (!isClick(navigationType)) {
+    // A click that leads nowhere the client may open is no click: nothing is counted.
+    const bool leadsNowhere =
+        !PXBOpener::mayOpen(request.url()) && request.url().scheme() != QLatin1String("about");
+    if (!isClick(navigationType) || leadsNowhere) {
         return PXBWebViewDelegate::webViewShouldStartLoadWithRequestNavigationType(webView, request,
                                                                                    navigationType);
     }
@@ -98,7 +104,9 @@ void PXBBannerWebViewDelegate::webViewDidFinishLoad(platform::WebView* webView) 
 void PXBBannerWebViewDelegate::webViewDidFailLoadWithError(platform::WebView* webView,
                                                            const platform::Error& error) {
     PXBWebViewDelegate::webViewDidFailLoadWithError(webView, error);
-    if (private_ == nullptr || private_->state() == kPXBAdStateShown) {
+    // Only the ad's own load fails the ad: a later navigation of a shown ad, or the end of a
+    // load the ad gave up on (timed out), is none of its business.
+    if (private_ == nullptr || private_->state() != kPXBAdStateLoadingHTML) {
         return;
     }
     private_->changeState(kPXBAdStateFailed);

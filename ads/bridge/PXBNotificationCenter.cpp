@@ -27,9 +27,12 @@ void PXBNotificationCenter::delayedPosting(const QVariantMap& posting) {
 }
 
 void PXBNotificationCenter::postNotificationFromURL(const QUrl& url, const void* object) {
+    // A page names its messages freely: one named like an application or screen notification
+    // must not reach those who listen for the real one from any sender. So a message goes only
+    // to those who listen to its page (a missing page: to nobody).
     if (const auto notification = PXBNotification::notificationFromURL(url)) {
-        platform::NotificationCenter::defaultCenter().postNotification(notification->name(), object,
-                                                                       notification->parameters());
+        platform::NotificationCenter::defaultCenter().postNotificationToObserversOf(
+            notification->name(), object, notification->parameters());
     }
 }
 

@@ -1,5 +1,6 @@
 // Carries in-ad messages both ways: message URLs become notifications on the process-wide
-// notification centre, and native messages are sent into an ad page's script.
+// notification centre, for the observers of the page that sent them, and native messages are sent
+// into an ad page's script.
 #pragma once
 
 #include <QObject>
@@ -36,8 +37,9 @@ class PXBNotificationCenter : public QObject {
     // Posts the URL's notification after `delay` seconds, always on a later turn of the main
     // event loop, never during the call. `object` is the sender observers see.
     void postNotificationFromURL(const QUrl& url, const void* object, double delay);
-    // Posts the URL's notification now with the message's parameters as user info; a URL that
-    // is no message is dropped without a word.
+    // Posts the URL's notification now with the message's parameters as user info, to the
+    // observers of `object` only (never to those of every sender); a URL that is no message is
+    // dropped without a word.
     void postNotificationFromURL(const QUrl& url, const void* object);
 
   private:

@@ -40,10 +40,17 @@ bool PXBWebViewDelegate::webViewShouldStartLoadWithRequestNavigationType(
         PXBNetworkUtilities::setUserAgentString(agent);
     }
     opener_->setViewController(viewController());
+    opener_->setAskingWebView(webView);
     const QString urlText = url.toString(QUrl::FullyEncoded);
 
     if (PXBNotification::isNotificationURL(url)) {
-        handleMessage(webView, url);
+        // The bridge is the ad page's own: a frame inside it (another party's, as often as not)
+        // gets no say in what the client does.
+        if (webView->isNavigatingFrame()) {
+            platform::logDebug(QStringLiteral("<Sorvel> A frame's message is refused"));
+        } else {
+            handleMessage(webView, url);
+        }
         return false;
     }
 
@@ -78,7 +85,13 @@ void PXBWebViewDelegate::handleMessage(platform::WebView* webView, const QUrl& u
     const QString u = parameters.value(QStringLiteral("u")).toString();
 
     if (name == QLatin1String("click")) {
-        trackURLString(u, true);
+        // A click the user did not make is never reported.
+        if (webView->hasUserActivation()) {
+            trackURLString(u, true);
+        } else {
+            platform::logDebug(
+                QStringLiteral("<Sorvel> A click message without a press is refused"));
+        }
     } else if (name == QLatin1String("close")) {
         // Only full screens can give up the screen; a banner's controller cannot.
         if (auto* screen = qobject_cast<PXBViewController*>(viewController_.data())) {
@@ -98,7 +111,13 @@ void PXBWebViewDelegate::handleMessage(platform::WebView* webView, const QUrl& u
         const QString urls = parameters.value(QStringLiteral("urls")).toString();
         processCanOpenURLs(urls.split(QLatin1Char(',')), webView);
     } else if (name == QLatin1String("evalInOpener")) {
-        if (openingWebView_ != nullptr) {
+        // The banner's page answers only a page of its own origin: another site's page in a full
+        // screen has no business reading its cookies or storage.
+        if (openingWebView_ != nullptr &&
+            !isSameOrigin(webView->request().url(), openingWebView_->request().url())) {
+            platform::logDebug(
+                QStringLiteral("<Sorvel> evalInOpener from another origin is refused"));
+        } else if (openingWebView_ != nullptr) {
             QVariantMap copy = parameters;
             QPointer<platform::WebView> sender(webView);
             platform::performAfter(
@@ -115,6 +134,17 @@ void PXBWebViewDelegate::webViewDidFinishLoad(platform::WebView* webView) {
     if (!hasLoadedAtLeastOnce_) {
         hasLoadedAtLeastOnce_ = true;
         loadedFirstPage(webView);
+    }
+}
+
+void PXBWebViewDelegate::webViewContentProcessDidEnd(platform::WebView* /*webView*/) {
+    if (auto* screen = qobject_cast<PXBViewController*>(viewController_.data())) {
+        QPointer<PXBViewController> guard(screen);
+        platform::performAfter(this, 0, [guard] {
+            if (guard != nullptr) {
+                guard->relinquishScreen();
+            }
+        });
     }
 }
 
@@ -149,6 +179,16 @@ void PXBWebViewDelegate::notifyWebViewOfOrientationChange(platform::WebView* web
     if (webView != nullptr && !script.isEmpty()) {
         webView->stringByEvaluatingJavaScriptFromString(script);
     }
+}
+
+bool PXBWebViewDelegate::isSameOrigin(const QUrl& a, const QUrl& b) {
+    const auto isWeb = [](const QUrl& url) {
+        return url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https");
+    };
+    return isWeb(a) && !a.host().isEmpty() && a.scheme() == b.scheme() && a.host() == b.host() &&
+           a.port(a.scheme() == QLatin1String("https") ? 443 : 80) ==
+               b.port(b.scheme() == QLatin1String("https") ? 443 : 80) &&
+           isWeb(b);
 }
 
 int PXBWebViewDelegate::intForKey(const QString& key, const QVariantMap& dictionary) {

@@ -34,6 +34,8 @@ class PXBWebViewDelegate : public QObject, public platform::WebViewDelegate {
                                                          const platform::UrlRequest& request,
                                                          int navigationType) override;
     void webViewDidFinishLoad(platform::WebView* webView) override;
+    // A full screen whose page's process is gone closes: a blank screen helps nobody.
+    void webViewContentProcessDidEnd(platform::WebView* webView) override;
     // Called once, at the first finished load.
     virtual void loadedFirstPage(platform::WebView* /*webView*/) {}
 
@@ -51,6 +53,9 @@ class PXBWebViewDelegate : public QObject, public platform::WebViewDelegate {
     static void notifyWebViewOfOrientationChange(platform::WebView* webView, int orientation);
     // The script notifyWebViewOfOrientationChange evaluates, or empty for an unknown orientation.
     static QString orientationScript(int orientation);
+    // Whether two pages' URLs share scheme, host and port (web pages only: no data: or
+    // about: page is anyone's origin).
+    static bool isSameOrigin(const QUrl& a, const QUrl& b);
     // The value's integer value, or -1 when the key is missing.
     static int intForKey(const QString& key, const QVariantMap& dictionary);
 

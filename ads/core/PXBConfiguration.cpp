@@ -7,6 +7,8 @@ struct Roots {
     bool scriptHostSet = false;
     QUrl adServer;
     QUrl scriptHost;
+    QStringList handOverSchemes;
+    double loadTimeoutSeconds = 10;
 };
 
 Roots& roots() {
@@ -80,4 +82,34 @@ QString PXBConfiguration::adServerHost() {
     }
     return root.port() < 0 ? root.host()
                            : QStringLiteral("%1:%2").arg(root.host()).arg(root.port());
+}
+
+QStringList PXBConfiguration::handOverSchemes() {
+    return roots().handOverSchemes;
+}
+
+void PXBConfiguration::setHandOverSchemes(const QStringList& schemes) {
+    roots().handOverSchemes.clear();
+    for (const QString& scheme : schemes) {
+        roots().handOverSchemes.append(scheme.trimmed().toLower());
+    }
+}
+
+bool PXBConfiguration::mayHandOver(const QUrl& url) {
+    // Only what opens visibly in a program the user knows: a web page, a call, a text. Nothing
+    // stands between an ad and the desktop's opener here, which would hand a file:, smb: or
+    // ssh: URL, or a launcher file on a share, to whatever program claims it.
+    static const QStringList safe{QStringLiteral("http"), QStringLiteral("https"),
+                                  QStringLiteral("tel"), QStringLiteral("sms")};
+    const QString scheme = url.scheme().toLower();
+    return url.isValid() && !scheme.isEmpty() &&
+           (safe.contains(scheme) || roots().handOverSchemes.contains(scheme));
+}
+
+double PXBConfiguration::loadTimeoutSeconds() {
+    return roots().loadTimeoutSeconds;
+}
+
+void PXBConfiguration::setLoadTimeoutSeconds(double seconds) {
+    roots().loadTimeoutSeconds = seconds;
 }

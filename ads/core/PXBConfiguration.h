@@ -5,6 +5,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 #include <QUrl>
 
 class PXBConfiguration {
@@ -22,6 +23,19 @@ class PXBConfiguration {
     static QUrl scriptURL();
     // "host" or "host:port" of the ad server, as the reachability check and the request need it.
     static QString adServerHost();
+
+    // Schemes besides "http", "https", "tel" and "sms" that an ad may hand to the desktop after
+    // a press (an application's own store or launcher scheme, say); none by default. Compared
+    // without regard to case.
+    static QStringList handOverSchemes();
+    static void setHandOverSchemes(const QStringList& schemes);
+    // Whether `url` may go to the desktop: one of the schemes above.
+    static bool mayHandOver(const QUrl& url);
+
+    // How long the hidden page and the ad's page may take to load before the request fails as
+    // timed out (10 s).
+    static double loadTimeoutSeconds();
+    static void setLoadTimeoutSeconds(double seconds);
 
     // A root as given on a command line: "host:port" gets "http://", a path is dropped to "/".
     // An unusable text gives an empty URL.

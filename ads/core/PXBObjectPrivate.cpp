@@ -124,6 +124,7 @@ PXBObjectPrivate::~PXBObjectPrivate() {
     }
     trackers_.clear();
     resetReloadTimer();
+    loadTimer_.reset();
 }
 
 platform::ViewController* PXBObjectPrivate::rootViewController() const {
@@ -234,6 +235,14 @@ void PXBObjectPrivate::changeState(qint32 state) {
     }
     platform::logDebug(QStringLiteral("<Sorvel> Ad state %1 -> %2").arg(state_).arg(state));
     state_ = state;
+    // A page that never finishes loading (a stalled server, a busy loop, a stuck renderer) must
+    // not hold the ad: it fails as timed out and the refresh goes on.
+    if (state == kPXBAdStateBuildingURL || state == kPXBAdStateLoadingHTML) {
+        loadTimer_ = platform::Timer::scheduled(PXBConfiguration::loadTimeoutSeconds(), false,
+                                                [this] { loadTimedOut(); });
+    } else {
+        loadTimer_.reset();
+    }
     if (state == kPXBAdStateShown) {
         if (webView_ != nullptr) {
             webView_->setTouched(false);
@@ -246,6 +255,29 @@ void PXBObjectPrivate::changeState(qint32 state) {
 void PXBObjectPrivate::cancelPendingActions() {
     platform::cancelPreviousPerformRequests(this);
     resetReloadTimer();
+}
+
+void PXBObjectPrivate::loadTimedOut() {
+    const bool building = state_ == kPXBAdStateBuildingURL;
+    platform::logDebug(QStringLiteral("<Sorvel> The %1 did not load within %2 s")
+                           .arg(building ? QStringLiteral("page that builds the ad URL")
+                                         : QStringLiteral("ad's page"))
+                           .arg(PXBConfiguration::loadTimeoutSeconds()));
+    // Failed first, so that the view's own report of the stopped load finds nothing to fail.
+    changeState(kPXBAdStateFailed);
+    if (building) {
+        if (buildAdWebView_) {
+            buildAdWebView_->abandonLoad();
+        }
+        resetBuildAdWebView();
+    } else if (webView_ != nullptr) {
+        webView_->abandonLoad();
+    }
+    QPointer<PXBObjectPrivate> self(this);
+    reportError(kPXBErrorTimeout);
+    if (self != nullptr && isAppActive()) {
+        activateReloadTimer();
+    }
 }
 
 void PXBObjectPrivate::reportError(int code) {
@@ -585,6 +617,14 @@ void PXBObjectPrivate::deactivateReloadTimer() {
 }
 
 void PXBObjectPrivate::reloadCurrentRequest() {
+    // A refresh that comes while the last request is still under way (its page loading longer
+    // than the interval) is put off by one interval rather than lost: lost, nothing would ever
+    // schedule the next one.
+    if (isMakingRequest()) {
+        platform::logDebug(QStringLiteral("<Sorvel> The refresh waits for the request under way"));
+        scheduleReloadTimer(reloadSeconds_);
+        return;
+    }
     platform::logDebug(QStringLiteral("<Sorvel> Refreshing the ad"));
     loadPrivateRequest(request_.get(), true);
 }

@@ -142,6 +142,7 @@ class PXBObjectPrivate : public QObject,
     void showAd();
     void failedAdRequestWithError(const platform::Error& error, PXBCachedFile* file);
     void reportError(int code);
+    void loadTimedOut();
 
     void cachedFileDownloadDidEnd(PXBCachedFile* file) override;
     void cachedFileDownloadDidFail(PXBCachedFile* file, const platform::Error& error) override;
@@ -171,6 +172,7 @@ class PXBObjectPrivate : public QObject,
     QList<QUrl> pendingTrackingURLs_;
     QList<QUrl> pendingClickURLs_;
     std::unique_ptr<platform::Timer> reloadTimer_;
+    std::unique_ptr<platform::Timer> loadTimer_;
     double reloadSeconds_ = 0;
     bool hasAutoRefreshed_ = false;
     qint32 supportedOrientations_ = 1;

@@ -1,11 +1,13 @@
 #include "ads/present/PXBOpener.h"
 
+#include "ads/core/PXBConfiguration.h"
 #include "ads/core/PXBObjectPrivate.h"
 #include "ads/net/PXBClickTracker.h"
 #include "ads/net/PXBNetworkUtilities.h"
 #include "ads/present/PXBBrowserController.h"
 #include "ads/present/PXBWebAppViewController.h"
 #include "ads/stats/PXBStatistics.h"
+#include "platform/log.h"
 #include "platform/runloop.h"
 #include "platform/ui/application.h"
 #include "platform/ui/mailcomposer.h"
@@ -21,6 +23,17 @@ constexpr double kWaitSeconds = 0.3;
 
 // Shared by every opener: two quick clicks share the budget of waits.
 int repeatCount = 0;
+
+// The composer on screen, if any: one at a time, so that an ad cannot stack them.
+QPointer<QObject> composerUp;
+
+bool isMail(const QUrl& url) {
+    return url.scheme().compare(QLatin1String("mailto"), Qt::CaseInsensitive) == 0;
+}
+
+void refuse(const QString& what, const QString& why) {
+    platform::logDebug(QStringLiteral("<Sorvel> Refused to open %1: %2").arg(what, why));
+}
 
 // What an attempt to leave the application needs; the waits carry it, not the opener, which may
 // be gone by then (the browser's throw-away opener always is).
@@ -61,6 +74,9 @@ class ComposerCloser : public QObject, public platform::MailComposeViewControlle
     void mailComposeControllerDidFinishWithResult(platform::MailComposeViewController* composer,
                                                   int result,
                                                   const platform::Error& error) override {
+        if (composerUp == composer) {
+            composerUp = nullptr;
+        }
         if (opener_ != nullptr) {
             opener_->mailComposeControllerDidFinishWithResult(composer, result, error);
             return;
@@ -98,6 +114,58 @@ void PXBOpener::setOpeningWebView(platform::WebView* webView) {
     openingWebView_ = webView;
 }
 
+platform::WebView* PXBOpener::askingWebView() const {
+    return static_cast<platform::WebView*>(askingWebView_.data());
+}
+
+void PXBOpener::setAskingWebView(platform::WebView* webView) {
+    askingWebView_ = webView;
+    askedByPage_ = true;
+}
+
+bool PXBOpener::mayOpen(const QUrl& url) {
+    if (isMail(url)) {
+        return url.toString(QUrl::FullyEncoded).size() <= kMaximumMailURLLength;
+    }
+    return PXBConfiguration::mayHandOver(url);
+}
+
+bool PXBOpener::userPressed(const QString& what) {
+    // On the desktop nothing stands between an ad and the user: no single application in front,
+    // no other application opening only visibly. So whatever leaves the banner needs the user's
+    // own press on the page that asks, and one press opens one thing.
+    if (!askedByPage_) {
+        return true;
+    }
+    platform::WebView* asking = askingWebView();
+    if (asking != nullptr && asking->consumeUserActivation()) {
+        return true;
+    }
+    refuse(what, QStringLiteral("no press on the ad"));
+    return false;
+}
+
+bool PXBOpener::mayPresent(const QString& what) {
+    if (viewController() == nullptr) {
+        return false;
+    }
+    // One ad screen at a time: a second one would only stack over the first, and a page could
+    // pile them up faster than the user can close them.
+    if (PXBViewController::screensUp() > 0) {
+        refuse(what, QStringLiteral("an ad screen is up already"));
+        return false;
+    }
+    return userPressed(what);
+}
+
+void PXBOpener::carryPress(platform::WebView* opened) const {
+    // The screen exists because of the press: its first load may still lead to another
+    // application (a store link behind a click tracker) without a press of its own.
+    if (opened != nullptr && askedByPage_) {
+        opened->inheritUserActivation(askingWebView());
+    }
+}
+
 PXBObjectPrivate* PXBOpener::adController() const {
     return static_cast<PXBObjectPrivate*>(adController_.data());
 }
@@ -110,23 +178,44 @@ void PXBOpener::didOpen() {
     fireClickTrackers(adController_);
 }
 
+bool PXBOpener::mayLeaveFor(const QUrl& url) {
+    if (!PXBConfiguration::mayHandOver(url)) {
+        refuse(QStringLiteral("a %1: URL").arg(url.scheme().left(32)),
+               QStringLiteral("not a scheme the desktop may have"));
+        return false;
+    }
+    return userPressed(QStringLiteral("another application"));
+}
+
 void PXBOpener::openApp(const QUrl& url) {
     if (url.isEmpty()) {
         return;
     }
-    attemptToLeave(LeaveContext{delegateManager_, adController_}, url);
+    // Mail is written in the application, never handed over.
+    if (isMail(url)) {
+        openEmailComposer(url);
+        return;
+    }
+    if (mayLeaveFor(url)) {
+        attemptToLeave(LeaveContext{delegateManager_, adController_}, url);
+    }
 }
 
 void PXBOpener::openBrowserToURL(const QUrl& url, int supportedOrientations) {
-    if (viewController() == nullptr || url.isEmpty()) {
+    if (url.isEmpty() || !mayPresent(QStringLiteral("the browser"))) {
         return;
     }
+    presentBrowser(url, supportedOrientations);
+}
+
+void PXBOpener::presentBrowser(const QUrl& url, int supportedOrientations) {
     auto browser = PXBViewController::create<PXBBrowserController>();
     browser->setSupportedOrientations(supportedOrientations);
     browser->setOpeningWebView(openingWebView());
     browser->loadReferringURL(url, referringURL_);
     browser->setDelegateManager(delegateManager_);
     browser->presentFromViewController(viewController());
+    carryPress(browser->webView());
     didOpen();
 }
 
@@ -139,22 +228,28 @@ std::shared_ptr<PXBWebAppViewController> PXBOpener::webAppOrientations(int suppo
 }
 
 void PXBOpener::openWebApp(const QUrl& url, int supportedOrientations) {
-    if (viewController() == nullptr || url.isEmpty()) {
+    if (url.isEmpty() || !mayPresent(QStringLiteral("a web app"))) {
         return;
     }
-    std::shared_ptr<PXBWebAppViewController> webApp = webAppOrientations(supportedOrientations);
-    webApp->load(url);
-    webApp->presentFromViewController(viewController());
-    didOpen();
+    presentWebApp(url, QString(), supportedOrientations);
 }
 
 void PXBOpener::openWebAppWithHTML(const QString& html, int supportedOrientations) {
-    if (viewController() == nullptr || html.isNull()) {
+    if (html.isNull() || !mayPresent(QStringLiteral("a web app"))) {
         return;
     }
+    presentWebApp(QUrl(), html, supportedOrientations);
+}
+
+void PXBOpener::presentWebApp(const QUrl& url, const QString& html, int supportedOrientations) {
     std::shared_ptr<PXBWebAppViewController> webApp = webAppOrientations(supportedOrientations);
-    webApp->loadHTMLBaseURL(html, QUrl());
+    if (url.isEmpty()) {
+        webApp->loadHTMLBaseURL(html, QUrl());
+    } else {
+        webApp->load(url);
+    }
     webApp->presentFromViewController(viewController());
+    carryPress(webApp->webView());
     didOpen();
 }
 
@@ -200,24 +295,24 @@ void PXBOpener::openNotification(const PXBNotification& notification) {
     }
     const QString& action = request->action;
     const int orientation = request->orientation;
-    const QUrl clickURL = request->url.isEmpty()
-                              ? QUrl()
-                              : PXBStatistics::sharedStatistics().urlForClick(request->url);
-    if (action == QLatin1String("browser")) {
-        openBrowserToURL(clickURL, orientation);
-    } else if (action == QLatin1String("webapp")) {
-        if (!clickURL.isEmpty()) {
-            openWebApp(clickURL, orientation);
-        } else if (!request->html.isNull()) {
-            openWebAppWithHTML(request->html, orientation);
+    // Everything is checked before the click is counted: a refused open counts nothing.
+    const auto click = [&request] {
+        return PXBStatistics::sharedStatistics().urlForClick(request->url);
+    };
+    if (action == QLatin1String("browser") || action == QLatin1String("video")) {
+        if (!request->url.isEmpty() && mayPresent(QStringLiteral("the browser"))) {
+            presentBrowser(click(), orientation);
         }
-    } else if (action == QLatin1String("video")) {
-        openBrowserToURL(clickURL, orientation);
-    } else if (action == QLatin1String("call") || action == QLatin1String("app")) {
-        // Calls and applications go where every other action goes: out of the application.
-        openApp(clickURL);
-    } else {
-        openApp(clickURL);
+    } else if (action == QLatin1String("webapp")) {
+        if (mayPresent(QStringLiteral("a web app"))) {
+            presentWebApp(request->url.isEmpty() ? QUrl() : click(), request->html, orientation);
+        }
+    } else if (isMail(request->url)) {
+        openEmailComposer(request->url);
+    } else if (mayLeaveFor(request->url)) {
+        // Calls, applications and every other action go out of the application, to the
+        // desktop, and only with the schemes it may have.
+        attemptToLeave(LeaveContext{delegateManager_, adController_}, click());
     }
 }
 
@@ -234,15 +329,41 @@ PXBOpener::MailFields PXBOpener::mailFieldsFromURL(const QUrl& mailtoURL) {
     };
     MailFields mail;
     mail.recipient = question < 0 ? rest : rest.left(question);
-    mail.cc = list("cc");
-    mail.bcc = list("bcc");
+    // Every recipient is one the user sees and may remove, but not a list longer than anyone
+    // reads before pressing Send.
+    int room = kMaximumMailAddresses - int(!mail.recipient.isEmpty());
+    const auto capped = [&room](QStringList addresses) {
+        if (addresses.size() > room) {
+            platform::logDebug(QStringLiteral("<Sorvel> A mail link names more than %1 "
+                                              "recipients; the rest are dropped")
+                                   .arg(kMaximumMailAddresses));
+            addresses.resize(std::max(room, 0));
+        }
+        room -= int(addresses.size());
+        return addresses;
+    };
+    mail.cc = capped(list("cc"));
+    mail.bcc = capped(list("bcc"));
     mail.subject = fields.value(QStringLiteral("subject")).toString();
     mail.body = fields.value(QStringLiteral("body")).toString();
     return mail;
 }
 
 void PXBOpener::openEmailComposer(const QUrl& mailtoURL) {
+    const QString what = QStringLiteral("the mail composer");
     if (viewController() == nullptr || mailtoURL.isEmpty()) {
+        return;
+    }
+    if (composerUp != nullptr) {
+        refuse(what, QStringLiteral("a composer is up already"));
+        return;
+    }
+    if (mailtoURL.toString(QUrl::FullyEncoded).size() > kMaximumMailURLLength) {
+        refuse(what,
+               QStringLiteral("the mail link is longer than %1 bytes").arg(kMaximumMailURLLength));
+        return;
+    }
+    if (!userPressed(what)) {
         return;
     }
     const MailFields mail = mailFieldsFromURL(mailtoURL);
@@ -255,6 +376,7 @@ void PXBOpener::openEmailComposer(const QUrl& mailtoURL) {
     composer->setMessageBody(mail.body, false);
     composer->setModalTransitionStyle(platform::ModalTransitionStyleCoverVertical);
     viewController()->presentModalViewController(composer, true);
+    composerUp = composer.get();
     didOpen();
 }
 

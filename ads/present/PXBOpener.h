@@ -1,6 +1,8 @@
 // Carries out what an ad asks to open after a click: another application (through the desktop),
 // the in-app browser, a full-screen web app or the mail composer. The web view delegates own one
-// each and set its context before calling it.
+// each and set its context before calling it. It is also where the client's rules for leaving the
+// banner hold: each open needs a fresh press on the ad web view that asked and uses it up, only
+// one ad screen and one composer are up at a time, and the desktop gets only safe schemes.
 #pragma once
 
 #include "ads/bridge/PXBNotification.h"
@@ -46,7 +48,16 @@ class PXBOpener : public QObject {
         QString subject;
         QString body;
     };
+    // A "mailto:" URL longer than this is refused whole: the composer never has to lay out
+    // megabytes of text an ad made up.
+    static constexpr qsizetype kMaximumMailURLLength = 64 * 1024;
+    // Recipients beyond this many (recipient, then "cc", then "bcc") are dropped.
+    static constexpr int kMaximumMailAddresses = 50;
     static MailFields mailFieldsFromURL(const QUrl& mailtoURL);
+
+    // Whether a click on `url` can lead anywhere: the composer for "mailto:", the desktop for the
+    // schemes it may have (see PXBConfiguration::mayHandOver).
+    static bool mayOpen(const QUrl& url);
 
     PXBOpener();
     ~PXBOpener() override;
@@ -65,6 +76,12 @@ class PXBOpener : public QObject {
     // Not retained: the ad web view that asked.
     platform::WebView* openingWebView() const;
     void setOpeningWebView(platform::WebView* webView);
+    // Not retained: the web view whose press each open needs and uses up. Once set, an open
+    // without a fresh press on it (or after it is gone) is refused; an opener never given one
+    // acts for the application's own controls (the browser's toolbar), which only the user
+    // presses.
+    platform::WebView* askingWebView() const;
+    void setAskingWebView(platform::WebView* webView);
     // Not retained: the ad whose pending click trackers fire on every open.
     PXBObjectPrivate* adController() const;
     void setAdController(PXBObjectPrivate* ad);
@@ -90,7 +107,21 @@ class PXBOpener : public QObject {
     void didOpen();
 
   private:
+    // Whether the user's press allows opening `what` now; uses the press up. A refusal is
+    // logged with `what`.
+    bool userPressed(const QString& what);
+    // The same, once it is sure there is somewhere to present a screen and none is up.
+    bool mayPresent(const QString& what);
+    // The same, once it is sure the desktop may have `url`.
+    bool mayLeaveFor(const QUrl& url);
+    void carryPress(platform::WebView* opened) const;
+    void presentBrowser(const QUrl& url, int supportedOrientations);
+    // From `html` when `url` is empty.
+    void presentWebApp(const QUrl& url, const QString& html, int supportedOrientations);
+
     std::shared_ptr<PXBDelegateManager> delegateManager_;
+    QPointer<QObject> askingWebView_;
+    bool askedByPage_ = false;
     QPointer<QObject> viewController_;
     QUrl referringURL_;
     QPointer<QObject> openingWebView_;

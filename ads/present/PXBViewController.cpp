@@ -24,6 +24,8 @@ bool coversStatusBar(const platform::ViewController* controller) {
            controller->modalPresentationStyle() == platform::ModalPresentationStyleFullScreen;
 }
 
+int upCount = 0;
+
 }  // namespace
 
 PXBViewController::PXBViewController() = default;
@@ -57,7 +59,20 @@ void PXBViewController::init() {
     // both.
     platform::NotificationCenter::defaultCenter().addObserver(
         this, platform::kApplicationWillTerminateNotification, nullptr,
-        [this](const platform::Notification&) { self_.reset(); });
+        [this](const platform::Notification&) {
+            upCount -= int(self_ != nullptr);
+            self_.reset();
+        });
+}
+
+int PXBViewController::screensUp() {
+    return upCount;
+}
+
+void PXBViewController::keepUp(std::shared_ptr<PXBViewController> self) {
+    upCount += int(self != nullptr) - int(self_ != nullptr);
+    // Released on the next turn: the caller may be this screen's own button or page.
+    platform::performAfter(qApp, 0, [old = std::exchange(self_, std::move(self))] {});
 }
 
 std::shared_ptr<PXBViewControllerPrivate> PXBViewController::createPrivateData() const {
@@ -108,7 +123,7 @@ void PXBViewController::presentFromViewController(platform::ViewController* pres
         return;
     }
     view()->setUserInteractionEnabled(false);
-    self_ = std::static_pointer_cast<PXBViewController>(shared_from_this());
+    keepUp(std::static_pointer_cast<PXBViewController>(shared_from_this()));
     platform::NotificationCenter::defaultCenter().postNotification(
         PXBViewControllerWillPresentFullScreen, this);
 
@@ -167,8 +182,7 @@ void PXBViewController::relinquishScreen() {
         return;  // not on screen (a second close while the first one runs)
     }
     view()->setUserInteractionEnabled(false);
-    // Released on the next turn: the caller may be this screen's own button or page.
-    platform::performAfter(qApp, 0, [self = std::move(self_)] {});
+    keepUp(nullptr);
 
     platform::ViewController* presenting = presentingViewController();
     if (isFirstPXBViewController()) {

@@ -87,6 +87,8 @@ class PXBViewController : public platform::ViewController {
     Q_INVOKABLE void relinquishScreen();
     // Whether this screen is the bottom of a stack of ad screens.
     bool isFirstPXBViewController() const;
+    // How many ad screens are up (presented and not relinquished yet), of every ad.
+    static int screensUp();
 
     // "any" 1, "portrait" 2, "landscape" 3 (exact, case-sensitive); anything else 0.
     static int orientationFromString(const QString& string);
@@ -104,6 +106,9 @@ class PXBViewController : public platform::ViewController {
     PXBViewControllerPrivate* privateData() const { return private_; }
 
   private:
+    // Holds the screen while it is up, or lets it go (null).
+    void keepUp(std::shared_ptr<PXBViewController> self);
+
     PXBViewControllerPrivate* private_ = nullptr;  // owned by the private-object table
     std::shared_ptr<PXBViewController> self_;      // while the screen is up
     bool presentedOverApplication_ = false;

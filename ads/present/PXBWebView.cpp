@@ -14,10 +14,11 @@ PXBWebView::PXBWebView(const QRect& frame, QWidget* parent) : platform::WebView(
     setOpaque(false);
     setBackgroundColor(Qt::transparent);
     setDataDetectorTypes(platform::DataDetectorTypeNone);
-    // Ad video plays in place and may start without a press. The desktop has no AirPlay
-    // setting, so nothing more is attempted.
+    // Ad video plays in place. It starts only once the user has pressed inside the page: an ad
+    // on the desktop shares the screen with whatever the user is doing, and a full screen that
+    // plays sound on its own would speak over it.
     setAllowsInlineMediaPlayback(true);
-    setMediaPlaybackRequiresUserAction(false);
+    setMediaPlaybackRequiresUserAction(true);
 }
 
 PXBWebView::~PXBWebView() {
@@ -36,9 +37,9 @@ void PXBWebView::setTouched(bool touched) {
 }
 
 void PXBWebView::touchReached(QEvent::Type type) {
-    // Only a press counts as the user's touch; the platform's hook reports nothing else.
+    // Only a press counts as the user's touch (Enter or Space on the focused view is one).
     if (type == QEvent::MouseButtonPress || type == QEvent::MouseButtonDblClick ||
-        type == QEvent::TouchBegin) {
+        type == QEvent::TouchBegin || type == QEvent::KeyPress) {
         setTouched(true);
     }
     platform::WebView::touchReached(type);

@@ -26,7 +26,7 @@ class TouchWatcher : public QObject {
     bool eventFilter(QObject* watched, QEvent* event) override {
         const QEvent::Type type = event->type();
         if (type != QEvent::MouseButtonPress && type != QEvent::TouchBegin &&
-            type != QEvent::MouseButtonDblClick) {
+            type != QEvent::MouseButtonDblClick && !isActivatingKey(event)) {
             return false;
         }
         auto* widget = qobject_cast<QWidget*>(watched);
@@ -62,6 +62,17 @@ class TouchWatcher : public QObject {
 
   private:
     using QObject::QObject;
+
+    // Enter and Space press whatever has the keyboard focus, as a click would.
+    static bool isActivatingKey(const QEvent* event) {
+        if (event->type() != QEvent::KeyPress) {
+            return false;
+        }
+        const auto* key = static_cast<const QKeyEvent*>(event);
+        return !key->isAutoRepeat() && (key->key() == Qt::Key_Return ||
+                                        key->key() == Qt::Key_Enter || key->key() == Qt::Key_Space);
+    }
+
     const QEvent* lastEvent_ = nullptr;
     quint64 lastTimestamp_ = 0;
     QEvent::Type lastType_ = QEvent::None;

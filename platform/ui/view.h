@@ -64,9 +64,10 @@ class View : public QWidget {
     void setClipsToBounds(bool clips) { clipsToBounds_ = clips; }
 
     // Called when a touch or a mouse press reaches this view or one of its subviews (including
-    // widgets Qt creates inside it, such as a web engine's render widget). `type` is the event
-    // type (QEvent::TouchBegin, QEvent::MouseButtonPress, ...). Views without user interaction,
-    // or inside one without it, are not told. The default calls the hook set below.
+    // widgets Qt creates inside it, such as a web engine's render widget), or Enter or Space is
+    // pressed while one of them has the keyboard focus. `type` is the event type
+    // (QEvent::TouchBegin, QEvent::MouseButtonPress, QEvent::KeyPress, ...). Views without user
+    // interaction, or inside one without it, are not told. The default calls the hook set below.
     using TouchHook = std::function<void(QEvent::Type)>;
     void setTouchHook(TouchHook hook);
     virtual void touchReached(QEvent::Type type);

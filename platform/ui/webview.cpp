@@ -26,6 +26,8 @@
 #include <QWebEngineUrlSchemeHandler>
 #include <QWebEngineView>
 
+#include <signal.h>
+
 #include <deque>
 #include <utility>
 
@@ -46,6 +48,8 @@ constexpr int kBlankTimeoutMs = 5000;
 // their way here: blanking at once made each of them a few milliseconds slower.
 constexpr int kSpareBlankDelayMs = 100;
 constexpr qsizetype kDataUrlOverhead = 64;
+// How long a page given up on has to answer a script before its content process is ended.
+constexpr int kUnresponsiveMilliseconds = 1000;
 
 WebView::BackendFactory& backendFactory() {
     static WebView::BackendFactory factory;
@@ -165,6 +169,28 @@ void shareCookies(QWebEngineCookieStore* store, HttpCookieStorage* jar) {
                      [store](const QNetworkCookie& cookie, const QUrl& url) {
                          setEngineCookie(store, cookie, url);
                      });
+}
+
+// A page whose script never yields answers nothing, and its process would take the next page of
+// its site with it (a spare page, or a new view's): that process is ended, and the next load
+// starts a fresh one. A page that answers only waits for the network and is left alone.
+void endIfUnresponsive(QWebEnginePage* page) {
+    const qint64 pid = page->renderProcessPid();
+    if (pid <= 0) {
+        return;
+    }
+    auto answered = std::make_shared<bool>(false);
+    page->runJavaScript(QStringLiteral("0"), QWebEngineScript::ApplicationWorld,
+                        [answered](const QVariant&) { *answered = true; });
+    QTimer::singleShot(kUnresponsiveMilliseconds, qApp,
+                       [answered, pid, guard = QPointer<QWebEnginePage>(page)] {
+                           if (!*answered && guard != nullptr && guard->renderProcessPid() == pid) {
+                               logLine(
+                                   QStringLiteral("<Sorvel> A page's content process does "
+                                                  "not answer; it is ended"));
+                               ::kill(pid_t(pid), SIGKILL);
+                           }
+                       });
 }
 
 class EngineBackend;
@@ -476,6 +502,12 @@ class EngineBackend : public QObject, public WebViewBackend {
             page_->triggerAction(QWebEnginePage::Stop);
         }
     }
+    void abandonLoad() override {
+        stopLoading();
+        if (page_ != nullptr) {
+            endIfUnresponsive(page_);
+        }
+    }
     void preparePage() override {
         if (page_ != nullptr) {
             return;
@@ -694,11 +726,15 @@ class EngineBackend : public QObject, public WebViewBackend {
         // A load waiting for the blank page to end was as good as running.
         const bool waited = std::exchange(afterBlank_, nullptr) != nullptr;
         blankEnded();
+        QPointer<WebView> view(view_);
         if (started_ || waited) {
             endLoad();
             view_->didFailLoad(
                 Error::withDescription(kWebViewErrorDomain, kWebViewErrorContentProcessEnded,
                                        QStringLiteral("the web content process ended")));
+        }
+        if (view != nullptr) {
+            view->contentProcessDidEnd();
         }
     }
 
@@ -826,6 +862,15 @@ void EnginePage::javaScriptAlert(const QUrl& /*securityOrigin*/, const QString& 
 }
 
 bool EnginePage::javaScriptConfirm(const QUrl& /*securityOrigin*/, const QString& msg) {
+    // The engine asks "leave this page?" here for a page's beforeunload handler, in its own
+    // words: the answer is always yes, or a page could refuse every later load of its view and
+    // every close of its screen.
+    if (msg == QCoreApplication::translate("QWebEnginePage",
+                                           "Are you sure you want to leave this page? Changes "
+                                           "that you made may not be saved.")) {
+        logDebug(QStringLiteral("<Sorvel> A page's beforeunload handler is passed over"));
+        return true;
+    }
     logDebug(QStringLiteral("<Sorvel> Page confirmation refused: %1").arg(msg));
     return false;
 }
@@ -848,7 +893,28 @@ WebView::WebView(const QRect& frame, QWidget* parent) : View(frame, parent) {
 
 void WebView::touchReached(QEvent::Type type) {
     lastUserInput_ = monotonicSeconds();
+    activatedAt_ = lastUserInput_;
+    activationUsed_ = false;
     View::touchReached(type);
+}
+
+bool WebView::hasUserActivation() const {
+    return !activationUsed_ && monotonicSeconds() - activatedAt_ < kUserActivationSeconds;
+}
+
+bool WebView::consumeUserActivation() {
+    if (!hasUserActivation()) {
+        return false;
+    }
+    activationUsed_ = true;
+    return true;
+}
+
+void WebView::inheritUserActivation(const WebView* from) {
+    if (from != nullptr) {
+        activatedAt_ = from->activatedAt_;
+        activationUsed_ = false;
+    }
 }
 
 bool WebView::hadRecentUserInput() const {
@@ -928,6 +994,10 @@ void WebView::reload() {
 void WebView::stopLoading() {
     backend_->stopLoading();
 }
+
+void WebView::abandonLoad() {
+    backend_->abandonLoad();
+}
 QString WebView::userAgent() const {
     return backend_->userAgent();
 }
@@ -969,7 +1039,14 @@ bool WebView::shouldStartLoad(UrlRequest request, int navigationType, bool mainF
     }
     QPointer<WebView> self(this);
     if (WebViewDelegate* d = delegate()) {
-        if (!d->webViewShouldStartLoadWithRequestNavigationType(this, request, navigationType)) {
+        navigatingFrame_ = !mainFrame;
+        const bool allowed =
+            d->webViewShouldStartLoadWithRequestNavigationType(this, request, navigationType);
+        if (self == nullptr) {
+            return false;
+        }
+        navigatingFrame_ = false;
+        if (!allowed) {
             return false;
         }
     }
@@ -1000,6 +1077,12 @@ void WebView::didFailLoad(const Error& error) {
     loading_ = false;
     if (WebViewDelegate* d = delegate()) {
         d->webViewDidFailLoadWithError(this, error);
+    }
+}
+
+void WebView::contentProcessDidEnd() {
+    if (WebViewDelegate* d = delegate()) {
+        d->webViewContentProcessDidEnd(this);
     }
 }
 

@@ -73,6 +73,9 @@ class WebViewDelegate : public Referenceable {
     // Failures are the network's (kNetworkErrorDomain), stops and the engine's own errors.
     virtual void webViewDidFinishLoad(WebView*) {}
     virtual void webViewDidFailLoadWithError(WebView*, const Error&) {}
+    // The page's content process ended abnormally (crashed, or the system killed it), whether or
+    // not a load was running: the view is blank until its next load.
+    virtual void webViewContentProcessDidEnd(WebView*) {}
 };
 
 // What loads the pages of a WebView: the web engine, or a stand-in set with setBackendFactory
@@ -93,6 +96,8 @@ class WebViewBackend {
     virtual void goForward() = 0;
     virtual void reload() = 0;
     virtual void stopLoading() = 0;
+    // See WebView::abandonLoad.
+    virtual void abandonLoad() { stopLoading(); }
     virtual QString userAgent() const = 0;
     // The process that runs the page's content, 0 when there is none.
     virtual qint64 contentProcessId() const { return 0; }
@@ -137,6 +142,10 @@ class WebView : public View {
     void goForward();
     void reload();
     void stopLoading();
+    // Stops a load that is taking too long; when the page's content process does not answer
+    // either (a script that never yields), the process is ended a second later and the view is
+    // blank until its next load, which starts a new one.
+    void abandonLoad();
     // Makes the page and starts its content process now, for a first load that is coming: that
     // load then need not wait for them. The delegate hears nothing of it; a view that has a page
     // already is left as it is.
@@ -189,11 +198,26 @@ class WebView : public View {
     void didStartLoad();
     void didFinishLoad();
     void didFailLoad(const Error& error);
+    void contentProcessDidEnd();
 
     // Records user input: the engine reports script navigations as link clicks, so a "link
     // clicked" without a press on this view in the last two seconds is reported as "other".
     void touchReached(QEvent::Type type) override;
     bool hadRecentUserInput() const;
+
+    // The user's activation of this view: a press on it (or Enter or Space while it has the
+    // keyboard focus) less than kUserActivationSeconds ago that nothing has used yet. Whatever a
+    // page does to get out of its view is allowed only with one, and uses it up, so one press
+    // lets a page open one thing at most.
+    static constexpr double kUserActivationSeconds = 5.0;
+    bool hasUserActivation() const;
+    bool consumeUserActivation();
+    // A view opened by a press elsewhere carries that press for its first steps (a redirect to
+    // another application as it loads).
+    void inheritUserActivation(const WebView* from);
+    // While the delegate is asked about a navigation: whether it is a frame's rather than the
+    // page's own.
+    bool isNavigatingFrame() const { return navigatingFrame_; }
 
   protected:
     void showEvent(QShowEvent* event) override;
@@ -211,6 +235,9 @@ class WebView : public View {
     bool allowsInlineMediaPlayback_ = false;
     bool mediaRequiresUserAction_ = true;
     double lastUserInput_ = -1e9;
+    double activatedAt_ = -1e9;
+    bool activationUsed_ = false;
+    bool navigatingFrame_ = false;
 };
 
 }  // namespace platform

@@ -10,6 +10,7 @@
 #include "ads/core/PXBRequest.h"
 #include "ads/present/PXBWebView.h"
 #include "ads/stats/PXBStatisticsCore.h"
+#include "ads/stats/PXBTiming.h"
 #include "adserver/adserver.h"
 #include "platform/ui/application.h"
 #include "platform/ui/viewcontroller.h"
@@ -147,6 +148,19 @@ class Harness {
         auto request = PXBRequest::create();
         request->setAdditionalParameters(extras);
         banner->loadRequest(request.get());
+    }
+
+    // Waits until the ad is shown, painted and old enough for a press to be a click, then
+    // presses it: the user's press that lets a page open something.
+    bool pressShownAd(QPoint point = QPoint(160, 25)) const {
+        if (!QTest::qWaitFor([&] { return state() == kPXBAdStateShown; }, 20000) ||
+            !waitUntilPainted() || !QTest::qWaitFor([&] {
+                return PXBTiming::counter() - ad()->timeLastLoaded() >= 0.15;
+            })) {
+            return false;
+        }
+        click(point);
+        return true;
     }
 
     // The server's log entries for `path` after `since`.

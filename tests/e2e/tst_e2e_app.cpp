@@ -167,8 +167,9 @@ class TestAppEndToEnd : public QObject {
     }
 
     // Quitting while the ad has something open (a full screen, the composer, a tracking that
-    // never answers) ends the process cleanly: exit code 0, nothing from the sanitizers. SIGTERM
-    // closes the window as the user does; --quit-after leaves the event loop directly.
+    // never answers), once pressed, ends the process cleanly: exit code 0, nothing from the
+    // sanitizers. SIGTERM closes the window as the user does; --quit-after leaves the event loop
+    // directly.
     void quitWithSomethingOpen_data() {
         QTest::addColumn<QString>("creative");  // of quit-inventory.json
         QTest::addColumn<QString>("open");      // the app's line once it is open
@@ -205,9 +206,11 @@ class TestAppEndToEnd : public QObject {
             }
             return output.contains(open) && asked;
         };
+        // The ad opens its screen (or asks for its tracking) only once pressed.
+        const QString press = QStringLiteral("--press-ad");
         const Launch run =
-            signal ? launchWithProfile(home.path(), {}, &quitServer, isOpen)
-                   : launchWithProfile(home.path(), {QStringLiteral("--quit-after"), "10"},
+            signal ? launchWithProfile(home.path(), {press}, &quitServer, isOpen)
+                   : launchWithProfile(home.path(), {QStringLiteral("--quit-after"), "10", press},
                                        &quitServer);
         QVERIFY2(run.output.contains(open), qPrintable(run.output));
         if (!signal) {

@@ -174,9 +174,8 @@ class TestBannerEndToEnd : public QObject {
         QTest::addColumn<bool>("pageStays");
         // clang-format off
         QTest::newRow("message URL: acted on, never loaded") << "nav-qmsg" << "" << "custom" << true;
-        QTest::newRow("tel: to another application") << "nav-tel" << "tel:5551234" << "tel:5551234" << true;
-        QTest::newRow("unknown scheme to another application") << "nav-store" << "sorvelstore://app/x"
-            << "sorvelstore://app/x" << true;
+        QTest::newRow("tel: without a press: stays") << "nav-tel" << "" << "tel:5551234" << true;
+        QTest::newRow("unknown scheme without a press: stays") << "nav-store" << "" << "sorvelstore://app/x" << true;
         QTest::newRow("file: refused") << "nav-file" << "" << "file:///etc/hostname" << true;
         QTest::newRow("path \"/\" by the page: loads, no web action") << "nav-root" << "" << "" << false;
         // clang-format on
@@ -196,7 +195,7 @@ class TestBannerEndToEnd : public QObject {
                                const QString a = n.userInfo.value(QStringLiteral("a")).toString();
                                actions << (a.isEmpty() ? n.userInfo.value("u").toString() : a);
                            });
-        center.addObserver(this, QStringLiteral("custom"), nullptr,
+        center.addObserver(this, QStringLiteral("custom"), h.webView(),
                            [&](const platform::Notification& n) { customInfo = n.userInfo; });
         const qint64 mark = h.server.lastLogSeq();
         h.load({{QStringLiteral("zf_creative"), creative}});
@@ -232,27 +231,28 @@ class TestBannerEndToEnd : public QObject {
         QTest::addColumn<QString>("logLine");
         QTest::addColumn<QString>("serverRequest");  // path (and message name) the server sees
         QTest::addColumn<QList<int>>("effects");     // system sounds, or the touch recorded
+        QTest::addColumn<bool>("press");             // the page sends once pressed, not on load
         // clang-format off
-        QTest::newRow("log") << QStringList{"qmsg:///log?string=hello%20ad"} << "hello ad" << "" << QList<int>{};
+        QTest::newRow("log") << QStringList{"qmsg:///log?string=hello%20ad"} << "hello ad" << "" << QList<int>{} << false;
         QTest::newRow("log, older form") << QStringList{"torvin://log?string=old%20form"} << "old form" << ""
-            << QList<int>{};
+            << QList<int>{} << false;
         QTest::newRow("older form's host in capitals: no message") << QStringList{"torvin://LOG?string=shouted"}
-            << "not: shouted" << "" << QList<int>{};
-        QTest::newRow("vibrate") << QStringList{"qmsg:///vibrate"} << "" << "" << QList<int>{4095};
+            << "not: shouted" << "" << QList<int>{} << false;
+        QTest::newRow("vibrate") << QStringList{"qmsg:///vibrate"} << "" << "" << QList<int>{4095} << false;
         QTest::newRow("touch") << QStringList{"qmsg:///touch?tx=12&ty=34&td=5"} << "" << ""
-            << QList<int>{12, 34, 5};
+            << QList<int>{12, 34, 5} << false;
         QTest::newRow("touch with letters") << QStringList{"qmsg:///touch?tx=ab&ty=7px"} << "" << ""
-            << QList<int>{0, 7, -1};
+            << QList<int>{0, 7, -1} << false;
         QTest::newRow("httpTrack") << QStringList{"qmsg:///httpTrack?u={origin}/t/ctrk%3Fk%3Dh"} << ""
-            << "/t/ctrk" << QList<int>{};
-        QTest::newRow("click") << QStringList{"qmsg:///click?u={origin}/t/ctrk%3Fk%3Dc%26ai%3Dx"} << ""
-            << "/t/ctrk" << QList<int>{};
+            << "/t/ctrk" << QList<int>{} << false;
+        QTest::newRow("click after a press") << QStringList{"qmsg:///click?u={origin}/t/ctrk%3Fk%3Dc%26ai%3Dx"} << ""
+            << "/t/ctrk" << QList<int>{} << true;
         QTest::newRow("canOpenURLs answers openableURLs")
             << QStringList{"qmsg:///canOpenURLs?urls=http://a.example/,nosuchscheme://x"} << ""
-            << "/msg openableURLs" << QList<int>{};
+            << "/msg openableURLs" << QList<int>{} << false;
         QTest::newRow("evalInOpener without an opener is dropped")
             << QStringList{"qmsg:///evalInOpener?js=1%2B1", "qmsg:///canOpenURLs?urls=http://a.example/"}
-            << "" << "/msg openableURLs" << QList<int>{};
+            << "" << "/msg openableURLs" << QList<int>{} << false;
         // clang-format on
     }
 
@@ -261,6 +261,7 @@ class TestBannerEndToEnd : public QObject {
         QFETCH(QString, logLine);
         QFETCH(QString, serverRequest);
         QFETCH(QList<int>, effects);
+        QFETCH(bool, press);
         QList<int> seen;
         platform::setSystemSoundPlayer([&](int sound) { seen << sound; });
         PXBSignals::installModule(std::make_unique<TouchRecorder>(&seen));
@@ -271,7 +272,11 @@ class TestBannerEndToEnd : public QObject {
             [&](const platform::Notification& n) { actions << n.userInfo.value("a").toString(); });
         const qint64 mark = h.server.lastLogSeq();
         h.load({{QStringLiteral("zf_creative"), QStringLiteral("messages")},
-                {QStringLiteral("send"), send}});
+                {QStringLiteral("send"), send},
+                {QStringLiteral("onPress"), press}});
+        if (press) {
+            QVERIFY(h.pressShownAd());
+        }
         QTRY_VERIFY_WITH_TIMEOUT(actions.contains(QStringLiteral("done")), kWait);
         platform::NotificationCenter::defaultCenter().removeObserver(this);
         if (!serverRequest.isEmpty()) {

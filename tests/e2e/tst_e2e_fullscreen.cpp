@@ -88,11 +88,14 @@ class TestFullScreenEndToEnd : public QObject {
                });
     }
 
-    // A banner whose page sends the in-ad messages `urls` ({origin}: the server) once loaded.
-    void showMessagesBanner(const QStringList& urls) {
+    // A banner whose page sends the in-ad messages `urls` ({origin}: the server) once pressed,
+    // and the press.
+    bool pressMessagesBanner(const QStringList& urls) {
         h.addBanner(kUnit);
         h.load({{QStringLiteral("zf_creative"), QStringLiteral("messages")},
-                {QStringLiteral("send"), urls}});
+                {QStringLiteral("send"), urls},
+                {QStringLiteral("onPress"), true}});
+        return h.pressShownAd();
     }
 
     // An "open" message for a web app showing HTML that loads the bridge and runs `script`.
@@ -155,6 +158,8 @@ class TestFullScreenEndToEnd : public QObject {
             QVERIFY(bus.registerService(QStringLiteral("org.freedesktop.ScreenSaver")));
         }
         QVERIFY(h.start(QStringLiteral("inventory.json")));
+        // The store links of the inventory: a scheme the integrator lets ads hand over.
+        PXBConfiguration::setHandOverSchemes({QStringLiteral("sorvelstore")});
     }
 
     void cleanupTestCase() {
@@ -296,7 +301,7 @@ class TestFullScreenEndToEnd : public QObject {
             [done](const platform::Notification& n) {
                 *done = *done || n.userInfo.value(QStringLiteral("a")) == QLatin1String("done");
             });
-        showMessagesBanner({QStringLiteral("qmsg:///open?") + params});
+        QVERIFY(pressMessagesBanner({QStringLiteral("qmsg:///open?") + params}));
         QTRY_VERIFY_WITH_TIMEOUT(*done, kWait);
         platform::NotificationCenter::defaultCenter().removeObserver(this);
         if (screen == QLatin1String("none")) {
@@ -363,19 +368,19 @@ class TestFullScreenEndToEnd : public QObject {
         QCOMPARE(screenEvents(), QStringList{QStringLiteral("willPresent")});
     }
 
-    void aBrowserOverAWebAppRaisesNoEventsOfItsOwn() {
-        showMessagesBanner({webAppWithScript(
-            QStringLiteral("ZELM.on('onshow',function(){ZELM.send('open',{a:'browser',u:'%1"
-                           "landing/'});});")
-                .arg(h.server.url().toString()))});
-        QTRY_VERIFY_WITH_TIMEOUT(topScreen<PXBBrowserController>() != nullptr, kWait);
-        auto* browser = topScreen<PXBBrowserController>();
-        auto* webApp = qobject_cast<PXBWebAppViewController*>(browser->presentingViewController());
-        QVERIFY(webApp != nullptr);
-        QVERIFY(!browser->isFirstPXBViewController());
-        QVERIFY(browserShows(browser, QStringLiteral("/landing/")));
-        pressToolbar(browser, kDonePlace);
-        QTRY_VERIFY_WITH_TIMEOUT(h.top() == webApp, kWait);
+    // One ad screen at a time: a press inside a web app that asks for the browser opens nothing
+    // over it, and the application hears of the web app only.
+    void aSecondScreenWaitsUntilTheFirstIsClosed() {
+        QVERIFY(pressMessagesBanner({webAppWithScript(
+            QStringLiteral("document.addEventListener('click',function(){ZELM.send('open',"
+                           "{a:'browser',u:'%1landing/'});ZELM.send('log',{string:'asked'});});")
+                .arg(h.server.url().toString()))}));
+        QTRY_VERIFY_WITH_TIMEOUT(topScreen<PXBWebAppViewController>() != nullptr, kWait);
+        auto* webApp = topScreen<PXBWebAppViewController>();
+        QVERIFY(Harness::waitUntilPainted(webApp->webView()));
+        Harness::pressOn(webApp->webView(), QPoint(160, 200));
+        QTRY_VERIFY_WITH_TIMEOUT(e2e::logLines().contains(QStringLiteral("asked")), kWait);
+        QCOMPARE(h.top(), webApp);
         QCOMPARE(screenEvents(), QStringList{QStringLiteral("willPresent")});
 
         pressClose(webApp);
@@ -449,13 +454,13 @@ class TestFullScreenEndToEnd : public QObject {
         QVERIFY(!topScreen<PXBBrowserController>()->shouldAutorotateToInterfaceOrientation(1));
     }
 
-    // A web app's page asks its opener, the banner's page, to evaluate a script and hears the
-    // result.
+    // A web app's page of the banner's own origin asks its opener, the banner's page, to
+    // evaluate a script and hears the result.
     void evalInOpenerAnswersTheWebApp() {
         const qint64 mark = h.server.lastLogSeq();
-        showMessagesBanner(
-            {webAppWithScript(QStringLiteral("ZELM.on('onshow',function(){ZELM.send('evalInOpener',"
-                                             "{js:'location.pathname'});});"))});
+        QVERIFY(
+            pressMessagesBanner({QStringLiteral("qmsg:///open?a=webapp&u=%1preview/eval-in-opener")
+                                     .arg(percentEncoded(h.server.url().toString()))}));
         QTRY_VERIFY_WITH_TIMEOUT(pageMessages(mark).contains("evalJavaScriptInOpenerResult"),
                                  kWait);
         for (const QVariantMap& query : e2e::queriesTo(h, QStringLiteral("/msg"), mark)) {
@@ -471,7 +476,7 @@ class TestFullScreenEndToEnd : public QObject {
         // An earlier case's web app may still be on its way out.
         QTRY_COMPARE_WITH_TIMEOUT(PXBWebAppWebViewDelegate::pendingReleases(), 0, kWait);
         const qint64 mark = h.server.lastLogSeq();
-        showMessagesBanner({webAppWithScript(QString())});
+        QVERIFY(pressMessagesBanner({webAppWithScript(QString())}));
         QTRY_VERIFY_WITH_TIMEOUT(pageMessages(mark).contains(QStringLiteral("onshow")), kWait);
         auto* webApp = topScreen<PXBWebAppViewController>();
         QVERIFY(webApp != nullptr);
@@ -491,8 +496,8 @@ class TestFullScreenEndToEnd : public QObject {
     void comingBackToABrowserThatNeverLoadedClosesIt() {
         h.server.setPathFaults(QStringLiteral("/landing/never.html"),
                                {{QStringLiteral("delayMs"), 60000}});
-        showMessagesBanner(
-            {QStringLiteral("qmsg:///open?a=browser&u={origin}/landing/never.html")});
+        QVERIFY(pressMessagesBanner(
+            {QStringLiteral("qmsg:///open?a=browser&u={origin}/landing/never.html")}));
         QTRY_VERIFY_WITH_TIMEOUT(topScreen<PXBBrowserController>() != nullptr, kWait);
         QTRY_VERIFY_WITH_TIMEOUT(topScreen<PXBBrowserController>()->webView()->isLoading(), kWait);
         h.window->showMinimized();

@@ -2,18 +2,10 @@
 // steering headers, trackers, ad pages and in-ad messages, each driven through the reference ad
 // server's fault switches. Every row checks what the client does about it, then that a good ad
 // still shows and that the sound board beside it still plays a sound when pressed.
-#include "e2eharness.h"
+#include "hostilesuite.h"
 
-#include "app/Bundle.h"
-#include "app/MainInterface.h"
-#include "app/MainView.h"
-
-#include "platform/notificationcenter.h"
-
-#include <QAbstractButton>
 #include <QDir>
 #include <QFile>
-#include <QLoggingCategory>
 #include <QTcpServer>
 
 #include <unistd.h>
@@ -21,16 +13,14 @@
 #include <csignal>
 #include <limits>
 
+using e2e::fault;
 using e2e::Harness;
+using e2e::kScriptPath;
+using e2e::logHas;
 
 namespace {
-const QString kScriptPath = QStringLiteral("/zelm/sdk-core-v40.js");
-const QString kUnit = QStringLiteral("e2e0000000000a1");
-constexpr int kWait = 20000;
-
-QVariantMap fault(const char* key, const QVariant& value) {
-    return {{QStringLiteral("zf_") + QLatin1String(key), value}};
-}
+const QString& kUnit = e2e::kHostileUnit;
+constexpr int kWait = e2e::kHostileWait;
 
 QVariantMap faults(std::initializer_list<std::pair<const char*, QVariant>> entries) {
     QVariantMap map;
@@ -38,11 +28,6 @@ QVariantMap faults(std::initializer_list<std::pair<const char*, QVariant>> entri
         map.insert(QStringLiteral("zf_") + QLatin1String(key), value);
     }
     return map;
-}
-
-bool logHas(const QString& text) {
-    return std::any_of(e2e::logLines().begin(), e2e::logLines().end(),
-                       [&](const QString& line) { return line.contains(text); });
 }
 
 // A loopback address where nothing listens: a port just given up.
@@ -61,74 +46,13 @@ int logCount(const QString& text) {
 }
 }  // namespace
 
-class TestHostileEndToEnd : public QObject {
+class TestHostileEndToEnd : public QObject, e2e::HostileSuite {
     Q_OBJECT
-    Harness h;
-    QVariantMap doneInfo_;  // the parameters of the page's "done" message
-    bool doneSeen_ = false;
-
-    // Watches for the page's closing "done" message.
-    void watchPage() {
-        doneInfo_.clear();
-        doneSeen_ = false;
-        auto& center = platform::NotificationCenter::defaultCenter();
-        center.removeObserver(this);
-        center.addObserver(this, QStringLiteral("done"), nullptr,
-                           [this](const platform::Notification& n) {
-                               doneInfo_ = n.userInfo;
-                               doneSeen_ = true;
-                           });
-    }
-
-    std::unique_ptr<Bundle> sounds;
-    std::unique_ptr<MainView> board;
-
-    // Whatever the row did, a fresh banner with good answers shows an ad, and a press on the
-    // board plays its clip.
-    void aGoodAdStillShows() {
-        PXBConfiguration::setScriptHostURL(h.server.url());
-        h.server.setPathFaults(kScriptPath, {});
-        h.addBanner(kUnit);
-        h.load({{QStringLiteral("zf_creative"), QStringLiteral("plain")}});
-        QTRY_COMPARE_WITH_TIMEOUT(h.state(), int(kPXBAdStateShown), kWait);
-        QCOMPARE(h.recorder.events, QStringList{QStringLiteral("receive")});
-        // Its impression is reported before the next case looks at the server's log.
-        QTRY_COMPARE_WITH_TIMEOUT(h.ad()->trackerCount(), 0, kWait);
-
-        const size_t playing = board->livePlayers().size();
-        QTest::mouseClick(MainInterface::buttonForAction(board.get(), MainView::sounds()[0].action),
-                          Qt::LeftButton);
-        QCOMPARE(board->livePlayers().size(), playing + 1);
-        QVERIFY(board->livePlayers().back()->isPlaying());
-        board->stopAllSounds();
-    }
 
   private slots:
-    void initTestCase() {
-        // The pages' console lines (the support script says when it answers nothing).
-        QLoggingCategory::setFilterRules(QStringLiteral("js.info=true\njs.debug=true"));
-        QVERIFY(h.start(QStringLiteral("hostile.json")));
-        sounds = std::make_unique<Bundle>(
-            Bundle::locateResourcePath(QCoreApplication::applicationDirPath() + "/../../app"));
-        board.reset(MainInterface::buildMainView(QRect(0, 20, 320, 460)));
-        board->setBundle(sounds.get());
-        board->show();
-        aGoodAdStillShows();  // the script is fetched and cached
-    }
-
-    void cleanupTestCase() {
-        // Players keep themselves alive while they play; none may outlive the application.
-        board->stopAllSounds();
-        board.reset();
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    }
-
-    void cleanup() {
-        platform::NotificationCenter::defaultCenter().removeObserver(this);
-        PXBConfiguration::setScriptHostURL(h.server.url());
-        h.server.setPathFaults(kScriptPath, {});
-        h.removeBanner();
-    }
+    void initTestCase() { start(); }
+    void cleanupTestCase() { stop(); }
+    void cleanup() { reset(this); }
 
     void scriptHostFaults_data() {
         // Faults on the script's path, none cached; "refused": a script host where nothing listens.
@@ -391,7 +315,7 @@ class TestHostileEndToEnd : public QObject {
         QFETCH(QString, doneValue);
         QFETCH(QString, endsWith);
         h.addBanner(kUnit);
-        watchPage();
+        watchPage(this);
         h.load(fault("creative", creative));
         QTRY_COMPARE_WITH_TIMEOUT(h.state(), int(kPXBAdStateShown), kWait);
         const QUrl adPage = h.webView()->request().url();
@@ -401,10 +325,10 @@ class TestHostileEndToEnd : public QObject {
             QTRY_VERIFY_WITH_TIMEOUT(logHas(endsWith), kWait);
         }
         if (endsWith.isEmpty() || !doneKey.isEmpty()) {
-            QTRY_VERIFY_WITH_TIMEOUT(doneSeen_, kWait);
+            QTRY_VERIFY_WITH_TIMEOUT(doneSeen, kWait);
         }
         if (!doneKey.isEmpty()) {
-            QCOMPARE(doneInfo_.value(doneKey).toString(), doneValue);
+            QCOMPARE(doneInfo.value(doneKey).toString(), doneValue);
         }
         if (creative == QLatin1String("endless-loop")) {
             // The page's own thread is stuck for good; ours is not.
@@ -506,10 +430,10 @@ class TestHostileEndToEnd : public QObject {
     void messagesWithBadParameters() {
         QFETCH(QStringList, send);
         h.addBanner(kUnit);
-        watchPage();
+        watchPage(this);
         h.load({{QStringLiteral("zf_creative"), QStringLiteral("messages")},
                 {QStringLiteral("send"), send}});
-        QTRY_VERIFY_WITH_TIMEOUT(doneSeen_, kWait);
+        QTRY_VERIFY_WITH_TIMEOUT(doneSeen, kWait);
         QCOMPARE(h.state(), int(kPXBAdStateShown));
         QVERIFY(platform::Application::sharedApplication()->openedURLs().isEmpty());
         QCOMPARE(h.top(), h.root.get());

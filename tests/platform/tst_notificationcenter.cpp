@@ -12,18 +12,25 @@ class TestNotificationCenter : public QObject {
         QTest::addColumn<bool>("observeObject");
         QTest::addColumn<QString>("postedName");
         QTest::addColumn<bool>("postFromObject");
+        QTest::addColumn<bool>("onlyToObservers");  // postNotificationToObserversOf
         QTest::addColumn<bool>("delivered");
-        QTest::newRow("same name, any object") << "A" << false << "A" << true << true;
-        QTest::newRow("other name") << "A" << false << "B" << true << false;
-        QTest::newRow("any name") << "" << false << "B" << false << true;
-        QTest::newRow("object matches") << "A" << true << "A" << true << true;
-        QTest::newRow("object differs") << "A" << true << "A" << false << false;
+        // clang-format off
+        QTest::newRow("same name, any object") << "A" << false << "A" << true << false << true;
+        QTest::newRow("other name") << "A" << false << "B" << true << false << false;
+        QTest::newRow("any name") << "" << false << "B" << false << false << true;
+        QTest::newRow("object matches") << "A" << true << "A" << true << false << true;
+        QTest::newRow("object differs") << "A" << true << "A" << false << false << false;
+        QTest::newRow("to the sender's observers: one of any sender hears nothing") << "A" << false << "A" << true << true << false;
+        QTest::newRow("to the sender's observers: the sender's own hears it") << "A" << true << "A" << true << true << true;
+        QTest::newRow("to the sender's observers: any name, the sender's own hears it") << "" << true << "B" << true << true << true;
+        // clang-format on
     }
     void matchingByNameAndObject() {
         QFETCH(QString, observedName);
         QFETCH(bool, observeObject);
         QFETCH(QString, postedName);
         QFETCH(bool, postFromObject);
+        QFETCH(bool, onlyToObservers);
         QFETCH(bool, delivered);
         NotificationCenter center;
         int sender = 0;
@@ -31,7 +38,11 @@ class TestNotificationCenter : public QObject {
         int calls = 0;
         center.addObserver(this, observedName, observeObject ? &sender : nullptr,
                            [&](const Notification&) { ++calls; });
-        center.postNotification(postedName, postFromObject ? &sender : &other);
+        if (onlyToObservers) {
+            center.postNotificationToObserversOf(postedName, postFromObject ? &sender : &other);
+        } else {
+            center.postNotification(postedName, postFromObject ? &sender : &other);
+        }
         QCOMPARE(calls, delivered ? 1 : 0);
     }
 
