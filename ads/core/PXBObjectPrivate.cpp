@@ -243,6 +243,12 @@ void PXBObjectPrivate::changeState(qint32 state) {
     } else {
         loadTimer_.reset();
     }
+    if (refreshWaiting_ && !isMakingRequest()) {
+        refreshWaiting_ = false;
+        if (isAppActive()) {
+            activateReloadTimer();
+        }
+    }
     if (state == kPXBAdStateShown) {
         if (webView_ != nullptr) {
             webView_->setTouched(false);
@@ -254,6 +260,7 @@ void PXBObjectPrivate::changeState(qint32 state) {
 
 void PXBObjectPrivate::cancelPendingActions() {
     platform::cancelPreviousPerformRequests(this);
+    refreshWaiting_ = false;
     resetReloadTimer();
 }
 
@@ -613,16 +620,19 @@ void PXBObjectPrivate::activateReloadTimer() {
 }
 
 void PXBObjectPrivate::deactivateReloadTimer() {
+    refreshWaiting_ = false;
     resetReloadTimer();
 }
 
 void PXBObjectPrivate::reloadCurrentRequest() {
     // A refresh that comes while the last request is still under way (its page loading longer
-    // than the interval) is put off by one interval rather than lost: lost, nothing would ever
-    // schedule the next one.
+    // than the interval) waits until that request ends and then one whole interval, so that the
+    // ad it brings stays on screen long enough to be pressed; lost, nothing would ever schedule
+    // the next refresh.
     if (isMakingRequest()) {
         platform::logDebug(QStringLiteral("<Sorvel> The refresh waits for the request under way"));
-        scheduleReloadTimer(reloadSeconds_);
+        resetReloadTimer();
+        refreshWaiting_ = true;
         return;
     }
     platform::logDebug(QStringLiteral("<Sorvel> Refreshing the ad"));

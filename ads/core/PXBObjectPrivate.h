@@ -173,6 +173,7 @@ class PXBObjectPrivate : public QObject,
     QList<QUrl> pendingClickURLs_;
     std::unique_ptr<platform::Timer> reloadTimer_;
     std::unique_ptr<platform::Timer> loadTimer_;
+    bool refreshWaiting_ = false;  // a refresh came while a request was under way
     double reloadSeconds_ = 0;
     bool hasAutoRefreshed_ = false;
     qint32 supportedOrientations_ = 1;

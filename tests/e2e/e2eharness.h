@@ -150,13 +150,17 @@ class Harness {
         banner->loadRequest(request.get());
     }
 
-    // Waits until the ad is shown, painted and old enough for a press to be a click, then
-    // presses it: the user's press that lets a page open something.
+    // Waits until the ad is shown, painted and old enough for a press to be a click.
+    bool waitUntilClickable() const {
+        return QTest::qWaitFor([&] { return state() == kPXBAdStateShown; }, 20000) &&
+               waitUntilPainted() && QTest::qWaitFor([&] {
+                   return PXBTiming::counter() - ad()->timeLastLoaded() >= 0.15;
+               });
+    }
+
+    // The same, then a press on it: the user's press that lets a page open something.
     bool pressShownAd(QPoint point = QPoint(160, 25)) const {
-        if (!QTest::qWaitFor([&] { return state() == kPXBAdStateShown; }, 20000) ||
-            !waitUntilPainted() || !QTest::qWaitFor([&] {
-                return PXBTiming::counter() - ad()->timeLastLoaded() >= 0.15;
-            })) {
+        if (!waitUntilClickable()) {
             return false;
         }
         click(point);
