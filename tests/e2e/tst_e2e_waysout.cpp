@@ -22,6 +22,11 @@ using e2e::logHas;
 namespace {
 const QString& kUnit = e2e::kHostileUnit;
 constexpr int kWait = e2e::kHostileWait;
+
+// Every scheme an ad here tries to hand to the desktop.
+constexpr const char* kDesktopSchemes[] = {"http", "https", "tel",  "sms",  "mailto",
+                                           "file", "smb",   "ssh",  "sftp", "apt",
+                                           "nfs",  "steam", "data", "blob", "sorvelstore"};
 }  // namespace
 
 class TestWaysOutEndToEnd : public QObject, e2e::HostileSuite {
@@ -46,14 +51,12 @@ class TestWaysOutEndToEnd : public QObject, e2e::HostileSuite {
         // The desktop's own opener, with a stand-in for every scheme an ad here tries: whatever
         // way an ad finds to the desktop ends there, and nothing is really opened.
         platform::Application::sharedApplication()->setUrlOpener({});
-        for (const char* scheme : {"http", "https", "tel", "sms", "mailto", "smb", "ssh", "sftp",
-                                   "apt", "steam", "nfs", "data", "blob", "sorvelstore"}) {
+        for (const char* scheme : kDesktopSchemes) {
             QDesktopServices::setUrlHandler(QString::fromLatin1(scheme), this, "handOver");
         }
     }
     void cleanupTestCase() {
-        for (const char* scheme : {"http", "https", "tel", "sms", "mailto", "smb", "ssh", "sftp",
-                                   "apt", "steam", "nfs", "data", "blob", "sorvelstore"}) {
+        for (const char* scheme : kDesktopSchemes) {
             QDesktopServices::unsetUrlHandler(QString::fromLatin1(scheme));
         }
         stop();
