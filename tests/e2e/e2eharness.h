@@ -19,6 +19,7 @@
 #include "support/testenv.h"
 
 #include <QApplication>
+#include <QDeadlineTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -31,6 +32,22 @@
 #include <optional>
 
 namespace e2e {
+
+// Waits until `condition` holds, turning the event loop in short slices with a rest between
+// them, as the QTRY_ macros do. QTest::qWaitFor turns it for the whole timeout in one go: the
+// engine keeps posting work, so the main thread never rests and, on a two-core machine, starves
+// the engine's own processes (a banner then took seven seconds instead of half of one).
+template <class Condition>
+bool waitFor(Condition condition, int timeoutMs) {
+    QDeadlineTimer deadline(timeoutMs);
+    while (!condition()) {
+        if (deadline.hasExpired()) {
+            return false;
+        }
+        QTest::qWait(10);
+    }
+    return true;
+}
 
 // Every line written to the log while a scenario runs (the ad client's "<Sorvel> ..." lines).
 inline QStringList& logLines() {
@@ -152,10 +169,8 @@ class Harness {
 
     // Waits until the ad is shown, painted and old enough for a press to be a click.
     bool waitUntilClickable() const {
-        return QTest::qWaitFor([&] { return state() == kPXBAdStateShown; }, 20000) &&
-               waitUntilPainted() && QTest::qWaitFor([&] {
-                   return PXBTiming::counter() - ad()->timeLastLoaded() >= 0.15;
-               });
+        return waitFor([&] { return state() == kPXBAdStateShown; }, 20000) && waitUntilPainted() &&
+               waitFor([&] { return PXBTiming::counter() - ad()->timeLastLoaded() >= 0.15; }, 5000);
     }
 
     // The same, then a press on it: the user's press that lets a page open something.
@@ -194,7 +209,7 @@ class Harness {
         // Shared with the callback, which may come after we gave up waiting.
         auto painted = std::make_shared<std::optional<bool>>();
         platform::whenPagePainted(view, [painted](bool drawn) { *painted = drawn; });
-        return QTest::qWaitFor([&] { return painted->has_value(); }, 10000) && **painted;
+        return waitFor([&] { return painted->has_value(); }, 10000) && **painted;
     }
 
     // A real press and release at `point` (banner coordinates) on the engine's own widget.
@@ -204,6 +219,19 @@ class Harness {
         QWidget* target = view->childAt(point);
         if (target == nullptr) {
             target = view;
+        }
+        // The press goes straight to the widget, so it is sent only once a mouse could reach
+        // it: a screen still sliding in lets presses through to what lies beneath.
+        const auto reachable = [target] {
+            for (const QWidget* w = target; w != nullptr; w = w->parentWidget()) {
+                if (w->testAttribute(Qt::WA_TransparentForMouseEvents)) {
+                    return false;
+                }
+            }
+            return true;
+        };
+        if (!waitFor(reachable, 5000)) {
+            qWarning() << "pressing a widget that a mouse cannot reach:" << target;
         }
         const QPoint local = target->mapFrom(view, point);
         QTest::mousePress(target, Qt::LeftButton, {}, local);
@@ -215,7 +243,7 @@ class Harness {
         auto answer = std::make_shared<std::optional<QString>>();
         view->stringByEvaluatingJavaScriptFromString(
             script, [answer](const QString& result) { *answer = result; });
-        return QTest::qWaitFor([&] { return answer->has_value(); }, 10000) ? **answer : QString();
+        return waitFor([&] { return answer->has_value(); }, 10000) ? **answer : QString();
     }
 
     // The centre of the first element matching `selector` in the page, in view coordinates

@@ -120,7 +120,7 @@ class TestFullScreenEndToEnd : public QObject {
     }
 
     static bool browserShows(PXBBrowserController* browser, const QString& path) {
-        const bool shown = QTest::qWaitFor(
+        const bool shown = e2e::waitFor(
             [&] {
                 // The request changes when the load is asked for, before it starts: the page
                 // itself tells when it is there.
@@ -188,7 +188,7 @@ class TestFullScreenEndToEnd : public QObject {
             adPage = h.webView()->request().url().toString(QUrl::FullyEncoded);
             mark = h.server.lastLogSeq();
             h.click();
-            if (QTest::qWaitFor([&] { return topScreen<PXBBrowserController>() != nullptr; }, 3000))
+            if (e2e::waitFor([&] { return topScreen<PXBBrowserController>() != nullptr; }, 3000))
                 break;
         }
         QTRY_VERIFY_WITH_TIMEOUT(topScreen<PXBBrowserController>() != nullptr, kWait);
