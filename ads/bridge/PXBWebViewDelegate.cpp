@@ -182,13 +182,13 @@ void PXBWebViewDelegate::notifyWebViewOfOrientationChange(platform::WebView* web
 }
 
 bool PXBWebViewDelegate::isSameOrigin(const QUrl& a, const QUrl& b) {
-    const auto isWeb = [](const QUrl& url) {
-        return url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https");
-    };
-    return isWeb(a) && !a.host().isEmpty() && a.scheme() == b.scheme() && a.host() == b.host() &&
-           a.port(a.scheme() == QLatin1String("https") ? 443 : 80) ==
-               b.port(b.scheme() == QLatin1String("https") ? 443 : 80) &&
-           isWeb(b);
+    const QString scheme = a.scheme();
+    if (scheme != QLatin1String("http") && scheme != QLatin1String("https")) {
+        return false;
+    }
+    const int defaultPort = scheme == QLatin1String("https") ? 443 : 80;
+    return !a.host().isEmpty() && b.scheme() == scheme && a.host() == b.host() &&
+           a.port(defaultPort) == b.port(defaultPort);
 }
 
 int PXBWebViewDelegate::intForKey(const QString& key, const QVariantMap& dictionary) {
