@@ -304,7 +304,8 @@ void PXBOpener::openNotification(const PXBNotification& notification) {
             presentBrowser(click(), orientation);
         }
     } else if (action == QLatin1String("webapp")) {
-        if (mayPresent(QStringLiteral("a web app"))) {
+        if ((!request->url.isEmpty() || !request->html.isNull()) &&
+            mayPresent(QStringLiteral("a web app"))) {
             presentWebApp(request->url.isEmpty() ? QUrl() : click(), request->html, orientation);
         }
     } else if (isMail(request->url)) {
