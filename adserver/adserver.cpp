@@ -5,10 +5,13 @@
 #include "adserver/locationcode.h"
 #include "adserver/requestlog.h"
 
+#include <QCryptographicHash>
 #include <QFile>
 #include <QHash>
 #include <QJsonDocument>
 #include <QLocale>
+#include <QMessageAuthenticationCode>
+#include <QRandomGenerator>
 #include <QRegularExpression>
 
 #include <cctype>
@@ -20,6 +23,7 @@ namespace {
 const QString kScriptPath = QStringLiteral("/zelm/sdk-core-v40.js");
 const QString kAdPath = QStringLiteral("/ad");
 const QString kDemoInventory = QStringLiteral(":/adserver/demo-inventory.json");
+const QByteArray kMisdirected = "this server does not serve that host name\n";
 constexpr char kCompiledLocationKey[] = "5b1e0c7a93d24f86a1c03e9b7d52f418";
 
 // Static pages: path, resource, content type.
@@ -144,6 +148,65 @@ HttpResponse textResponse(int status, const QString& text,
     return response;
 }
 
+// Equal or not, in a time that does not depend on where two digests of one length differ.
+bool sameDigest(const QByteArray& a, const QByteArray& b) {
+    if (a.size() != b.size()) {
+        return false;
+    }
+    unsigned char difference = 0;
+    for (qsizetype i = 0; i < a.size(); ++i) {
+        difference |= static_cast<unsigned char>(a[i] ^ b[i]);
+    }
+    return difference == 0;
+}
+
+QByteArray tokenDigest(const QByteArray& token) {
+    return QCryptographicHash::hash(token, QCryptographicHash::Sha256);
+}
+
+// An address as the host part of a URL: IPv6 in brackets, IPv4-mapped as IPv4.
+QString addressHost(const QHostAddress& address) {
+    bool v4 = false;
+    const quint32 ipv4 = address.toIPv4Address(&v4);
+    if (v4) {
+        return QHostAddress(ipv4).toString();
+    }
+    return QStringLiteral("[%1]").arg(address.toString());
+}
+
+// A host as requests name it and as the server writes it: a lower-case name, or an IP address
+// as addressHost() writes it; empty when it is neither.
+QString canonicalHost(QString host) {
+    static const QRegularExpression namePattern(QStringLiteral("^[A-Za-z0-9.-]+$"));
+    const bool bracketed = host.startsWith(QLatin1Char('[')) && host.endsWith(QLatin1Char(']'));
+    if (bracketed) {
+        host = host.mid(1, host.size() - 2);
+    }
+    QHostAddress address;
+    if (address.setAddress(host) && address.scopeId().isEmpty()) {
+        const bool v6 = address.protocol() == QAbstractSocket::IPv6Protocol;
+        return v6 == bracketed ? addressHost(address) : QString();
+    }
+    return !bracketed && namePattern.match(host).hasMatch() ? host.toLower() : QString();
+}
+
+// "host" or "host:port" split, the host made canonical; port 0 when none is given. Nullopt when
+// malformed.
+std::optional<std::pair<QString, quint16>> splitHostPort(const QString& text) {
+    static const QRegularExpression pattern(
+        QStringLiteral("^([A-Za-z0-9.-]+|\\[[0-9A-Fa-f:.]+\\])(?::([0-9]{1,5}))?$"));
+    const QRegularExpressionMatch match = pattern.match(text);
+    if (!match.hasMatch()) {
+        return std::nullopt;
+    }
+    const QString host = canonicalHost(match.captured(1));
+    const uint port = match.captured(2).isEmpty() ? 0 : match.captured(2).toUInt();
+    if (host.isEmpty() || port > 65535 || (!match.captured(2).isEmpty() && port == 0)) {
+        return std::nullopt;
+    }
+    return std::pair{host, quint16(port)};
+}
+
 HttpResponse jsonResponse(const QJsonValue& value) {
     HttpResponse response;
     response.setHeader("Content-Type", "application/json");
@@ -165,14 +228,25 @@ struct AdServer::Private {
     QHostAddress host;
     ServerLimits limits;
     QHash<QString, QJsonObject> pathFaults;  // set through the API; over the inventory's
-    QHash<QString, qint64> rotation;         // next creative index per ad unit
-    qint64 serial = 0;                       // numbers each served ad
-    QDateTime scriptModified;                // the script's Last-Modified, whole seconds
+    bool requestFaults = false;
+    QByteArray logTokenDigest;                 // empty: no token opens the log
+    QList<std::pair<QString, quint16>> names;  // configured; port 0: the server's own
+    QByteArray hopKey;                         // signs the server's own redirect hops
+    QHash<QString, qint64> rotation;           // next creative index per ad unit
+    qint64 serial = 0;                         // numbers each served ad
+    QDateTime scriptModified;                  // the script's Last-Modified, whole seconds
     QString scriptTemplate;
 
     explicit Private(AdServer* owner) : q(owner) {}
 
+    std::optional<QString> servedName(const HttpRequest& request) const;
     QString origin(const HttpRequest& request) const;
+    bool mayReadLog(const HttpRequest& request, const QHash<QString, QString>& query) const;
+    QString hopMac(const QStringList& parts) const;
+    QString redirectHop(const QString& left, bool loop, const QString& hop, const QString& creative,
+                        const QString& to) const;
+    bool isOwnRedirectHop(const QHash<QString, QString>& query) const;
+    void touchScript();
     QString scriptText(const QString& origin) const;
     Faults faultsFor(const HttpRequest& request, const QHash<QString, QString>& query,
                      const QJsonObject& base) const;
@@ -190,14 +264,104 @@ struct AdServer::Private {
     void record(const HttpRequest& request, const HttpResponse& response, bool abandoned);
 };
 
-QString AdServer::Private::origin(const HttpRequest& request) const {
-    static const QRegularExpression hostPattern(
-        QStringLiteral("^([A-Za-z0-9.-]+|\\[[0-9A-Fa-f:.]+\\])(:[0-9]{1,5})?$"));
-    const QString hostHeader = QString::fromLatin1(request.header("Host"));
-    if (hostPattern.match(hostHeader).hasMatch()) {
-        return QStringLiteral("http://") + hostHeader;
+// The served name (in the server's own spelling) that the request addresses, from its
+// absolute target or its one Host header; a request of HTTP/1.0 may name none. Nullopt when it
+// names a host this server does not serve.
+std::optional<QString> AdServer::Private::servedName(const HttpRequest& request) const {
+    QByteArray named = request.authority;
+    if (named.isEmpty()) {
+        const int count = request.headerCount("Host");
+        if (count == 0 && request.version == "HTTP/1.0") {
+            return q->hostAndPort();
+        }
+        if (count != 1) {
+            return std::nullopt;
+        }
+        named = request.header("Host");
     }
-    return QStringLiteral("http://") + q->hostAndPort();
+    const auto wanted = splitHostPort(QString::fromLatin1(named));
+    if (!wanted) {
+        return std::nullopt;
+    }
+    const quint16 port = q->port();
+    const quint16 wantedPort = wanted->second == 0 ? 80 : wanted->second;
+    QStringList candidates = q->serverNames();
+    // The address the connection arrived on, as when the server listens on every interface.
+    if (!request.local.isNull()) {
+        candidates.append(addressHost(request.local) + QStringLiteral(":%1").arg(port));
+    }
+    for (const QString& candidate : std::as_const(candidates)) {
+        const auto served = splitHostPort(candidate);
+        if (served && served->first == wanted->first && served->second == wantedPort) {
+            return candidate;
+        }
+    }
+    return std::nullopt;
+}
+
+// Absolute URLs name the server as the request did, in the server's own spelling: the Host
+// header's text never reaches a page or a header.
+QString AdServer::Private::origin(const HttpRequest& request) const {
+    return QStringLiteral("http://") + servedName(request).value_or(q->hostAndPort());
+}
+
+bool AdServer::Private::mayReadLog(const HttpRequest& request,
+                                   const QHash<QString, QString>& query) const {
+    if (AdServer::isLoopback(request.peer)) {
+        return true;
+    }
+    if (logTokenDigest.isEmpty()) {
+        return false;
+    }
+    const QByteArray authorization = request.header("Authorization");
+    QByteArray given;
+    if (authorization.left(7).compare("Bearer ", Qt::CaseInsensitive) == 0) {
+        given = authorization.mid(7).trimmed();
+    } else if (query.contains(QStringLiteral("token"))) {
+        given = query.value(QStringLiteral("token")).toUtf8();
+    } else {
+        return false;
+    }
+    return sameDigest(tokenDigest(given), logTokenDigest);
+}
+
+QString AdServer::Private::hopMac(const QStringList& parts) const {
+    return QString::fromLatin1(
+        QMessageAuthenticationCode::hash(parts.join(QLatin1Char('\n')).toUtf8(), hopKey,
+                                         QCryptographicHash::Sha256)
+            .toHex()
+            .left(32));
+}
+
+// A /r address with the server's signature, so that only the hops of a redirect fault the
+// server chose are followed, never a chain or loop a client made up.
+QString AdServer::Private::redirectHop(const QString& left, bool loop, const QString& hop,
+                                       const QString& creative, const QString& to) const {
+    QStringList parts;
+    const QString loopText = loop ? QStringLiteral("1") : QString();
+    const std::pair<const char*, const QString*> fields[] = {
+        {"left", &left}, {"loop", &loopText}, {"hop", &hop}, {"c", &creative}, {"to", &to}};
+    for (const auto& [name, value] : fields) {
+        if (!value->isEmpty()) {
+            parts.append(QLatin1String(name) + QLatin1Char('=') + encoded(*value));
+        }
+    }
+    const QString mac = hopMac({QStringLiteral("r"), left, loopText, hop, creative, to});
+    return QStringLiteral("/r?") + parts.join(QLatin1Char('&')) + QStringLiteral("&sig=") + mac;
+}
+
+bool AdServer::Private::isOwnRedirectHop(const QHash<QString, QString>& query) const {
+    const auto value = [&query](const char* name) { return query.value(QLatin1String(name)); };
+    const QString mac = hopMac(
+        {QStringLiteral("r"), value("left"), value("loop"), value("hop"), value("c"), value("to")});
+    return sameDigest(value("sig").toLatin1(), mac.toLatin1());
+}
+
+void AdServer::Private::touchScript() {
+    // Clients revalidate the script by its date: each change must move it forward.
+    const qint64 now = QDateTime::currentSecsSinceEpoch();
+    const qint64 previous = scriptModified.isValid() ? scriptModified.toSecsSinceEpoch() : 0;
+    scriptModified = QDateTime::fromSecsSinceEpoch(qMax(now, previous + 1), Qt::UTC);
 }
 
 QString AdServer::Private::scriptText(const QString& origin) const {
@@ -213,6 +377,8 @@ QString AdServer::Private::scriptText(const QString& origin) const {
     QString text = scriptTemplate;
     text.replace(QLatin1String("__ZELM_ORIGIN__"), scriptJson(origin));
     text.replace(QLatin1String("__ZELM_UNITS__"), scriptJson(units));
+    text.replace(QLatin1String("__ZELM_REQUEST_FAULTS__"),
+                 requestFaults ? QStringLiteral("true") : QStringLiteral("false"));
     return text;
 }
 
@@ -223,6 +389,9 @@ Faults AdServer::Private::faultsFor(const HttpRequest& request,
     faults.mergeJson(base);
     faults.mergeJson(inventory.pathFaults.value(request.path));
     faults.mergeJson(pathFaults.value(request.path));
+    if (!requestFaults) {
+        return faults;
+    }
     // The client passes the request's additional parameters through as JSON under "extras".
     const QJsonObject extras =
         QJsonDocument::fromJson(query.value(QStringLiteral("extras")).toUtf8()).object();
@@ -244,19 +413,17 @@ void AdServer::Private::applyFaults(HttpResponse& response, const Faults& faults
         response.setHeader("Content-Type", "text/plain; charset=utf-8");
     }
     if (faults.oversizeBytes > response.body.size()) {
-        const bool html = response.header("Content-Type").startsWith("text/html");
-        QByteArray padding(faults.oversizeBytes - response.body.size(), ' ');
-        if (html && padding.size() >= 7) {
-            padding.replace(0, 4, "<!--");
-            padding.replace(padding.size() - 3, 3, "-->");
-        }
-        response.body += padding;
+        // The padding is made up as it is sent.
+        response.filler = faults.oversizeBytes - response.body.size();
+        response.fillerInComment = response.header("Content-Type").startsWith("text/html");
     }
     if (faults.body) {
         response.body = *faults.body;
+        response.filler = 0;
     }
     if (faults.emptyBody) {
         response.body.clear();
+        response.filler = 0;
     }
     if (!faults.location.isEmpty()) {
         response.setHeader("Location", faults.location.toUtf8());
@@ -343,11 +510,16 @@ HttpResponse AdServer::Private::serveAd(const HttpRequest& request,
     }
     const QString here = origin(request);
     const AdUnit* unit = inventory.adUnit(slot);
+    // The last hop of a redirect fault comes back with the server's mark and serves the
+    // creative picked at the first, not the next in rotation.
+    const QString pinned = query.value(QStringLiteral("zf_creative"));
+    const bool redirected = sameDigest(query.value(QStringLiteral("zf_hop")).toLatin1(),
+                                       hopMac({QStringLiteral("hop"), pinned}).toLatin1());
     Faults faults;
     const Creative* creative = nullptr;
     if (unit && !unit->paused && !unit->creatives.isEmpty()) {
         faults = faultsFor(request, query, {});
-        QString id = faults.creative;
+        QString id = redirected ? pinned : faults.creative;
         if (!inventory.creatives.contains(id)) {
             const qint64 index = rotation.value(unit->id);
             rotation.insert(unit->id, index + 1);
@@ -355,6 +527,9 @@ HttpResponse AdServer::Private::serveAd(const HttpRequest& request,
         }
         creative = &inventory.creatives[id];
         faults = faultsFor(request, query, creative->faults);
+        if (redirected) {
+            faults.creative = pinned;
+        }
         if (!faults.creative.isEmpty() && inventory.creatives.contains(faults.creative)) {
             creative = &inventory.creatives[faults.creative];
         }
@@ -365,27 +540,21 @@ HttpResponse AdServer::Private::serveAd(const HttpRequest& request,
     HttpResponse response;
     response.setHeader("Content-Type", "text/html; charset=utf-8");
     response.setHeader("Cache-Control", "no-store");
-    const bool redirected = query.contains(QStringLiteral("zf_hop"));
     if ((faults.redirects > 0 || faults.redirectLoop) && !redirected) {
         // Send the client through /r; the last hop comes back here marked as redirected.
+        const QString id = creative ? creative->id : QString();
         QByteArray back = request.rawQuery;
-        back += QByteArray(back.isEmpty() ? "" : "&") + "zf_hop=1";
+        back += QByteArray(back.isEmpty() ? "" : "&") +
+                "zf_hop=" + hopMac({QStringLiteral("hop"), id}).toLatin1();
         if (creative) {
-            // The last hop serves the creative picked now, not the next in rotation.
-            back += "&zf_creative=" + QUrl::toPercentEncoding(creative->id);
+            back += "&zf_creative=" + QUrl::toPercentEncoding(id);
         }
         // This answer is the first of the hops; /r gives the others, if any.
         const QString target = kAdPath + QStringLiteral("?") + QString::fromLatin1(back);
         QString hop = target;
         if (faults.redirects > 1 || faults.redirectLoop) {
-            hop = QStringLiteral("/r?left=%1").arg(faults.redirects - 1);
-            if (faults.redirectLoop) {
-                hop += QStringLiteral("&loop=1");
-            }
-            if (creative) {
-                hop += QStringLiteral("&c=") + encoded(creative->id);
-            }
-            hop += QStringLiteral("&to=") + encoded(here + target);
+            hop = redirectHop(QString::number(faults.redirects - 1), faults.redirectLoop, {}, id,
+                              here + target);
         }
         response.status = 302;
         response.setHeader("Location", (here + hop).toUtf8());
@@ -452,6 +621,12 @@ HttpResponse AdServer::Private::serveAd(const HttpRequest& request,
 
 HttpResponse AdServer::Private::serveRedirect(const HttpRequest& request,
                                               const QHash<QString, QString>& query) {
+    if (!requestFaults && !isOwnRedirectHop(query)) {
+        // Hops are the server's own; a chain or loop made up by a client is no page of it.
+        HttpResponse response = textResponse(404, QStringLiteral("not found\n"));
+        applyFaults(response, faultsFor(request, query, {}));
+        return response;
+    }
     HttpResponse response;
     response.status = 302;
     const QString here = origin(request);
@@ -462,10 +637,9 @@ HttpResponse AdServer::Private::serveRedirect(const HttpRequest& request,
     if (query.value(QStringLiteral("loop")) == QLatin1String("1")) {
         // Two addresses that send the client to each other for ever.
         const int hop = query.value(QStringLiteral("hop")).toInt() == 0 ? 1 : 0;
-        next = here + QStringLiteral("/r?loop=1&hop=%1").arg(hop);
+        next = here + redirectHop({}, true, QString::number(hop), {}, {});
     } else if (left > 1) {
-        next = here + QStringLiteral("/r?left=%1&c=%2&to=%3")
-                          .arg(QString::number(left - 1), encoded(creative), encoded(to));
+        next = here + redirectHop(QString::number(left - 1), false, {}, creative, to);
     } else {
         // Only ever back to this server's ad endpoint.
         next = to.startsWith(here + kAdPath + QLatin1Char('?')) ? to : here + kAdPath;
@@ -545,6 +719,11 @@ HttpResponse AdServer::Private::serveIndex(const HttpRequest& request) {
 }
 
 HttpResponse AdServer::Private::handle(const HttpRequest& request) {
+    if (!servedName(request)) {
+        // Misdirected, or a page whose own name was made to resolve here: not answered, and
+        // the name it gave is not repeated.
+        return textResponse(400, QString::fromLatin1(kMisdirected));
+    }
     const QHash<QString, QString> query = queryMap(request.rawQuery);
     const QString& path = request.path;
     if (path == kScriptPath) {
@@ -576,10 +755,21 @@ HttpResponse AdServer::Private::handle(const HttpRequest& request) {
         return response;
     }
     if (path == QLatin1String("/log")) {
+        // What clients sent (locations, addresses, headers) is for this machine or for whoever
+        // holds the token.
+        if (!mayReadLog(request, query)) {
+            HttpResponse response = textResponse(
+                403, QStringLiteral("the request log is served on loopback or with its token\n"));
+            response.setHeader("Cache-Control", "no-store");
+            return response;
+        }
         bool ok = false;
         const qint64 since = query.value(QStringLiteral("since")).toLongLong(&ok);
-        return jsonResponse(QJsonObject{{QStringLiteral("last"), double(log.lastSeq())},
-                                        {QStringLiteral("entries"), log.since(ok ? since : 0)}});
+        HttpResponse response =
+            jsonResponse(QJsonObject{{QStringLiteral("last"), double(log.lastSeq())},
+                                     {QStringLiteral("entries"), log.since(ok ? since : 0)}});
+        response.setHeader("X-Content-Type-Options", "nosniff");
+        return response;
     }
     if (path == QLatin1String("/")) {
         return serveIndex(request);
@@ -629,6 +819,10 @@ void AdServer::Private::record(const HttpRequest& request, const HttpResponse& r
             headers.insert(QLatin1String(name), QString::fromUtf8(value));
         }
     }
+    // A name the server does not serve is kept out of everything it sends, the log too.
+    if (!servedName(request)) {
+        headers.remove(QStringLiteral("Host"));
+    }
     QJsonObject entry{
         {QStringLiteral("time"), request.received.toUTC().toString(Qt::ISODateWithMs)},
         {QStringLiteral("method"), QString::fromLatin1(request.method)},
@@ -650,11 +844,16 @@ void AdServer::Private::record(const HttpRequest& request, const HttpResponse& r
     if (abandoned) {
         entry.insert(QStringLiteral("abandoned"), true);
     }
+    if (response.status == 400 && response.body == kMisdirected) {
+        entry.insert(QStringLiteral("misdirected"), true);
+    }
     emit q->requestLogged(log.append(entry));
 }
 
 AdServer::AdServer(QObject* parent) : QObject(parent), d(std::make_unique<Private>(this)) {
     d->locationKey = defaultLocationKey();
+    d->hopKey.resize(32);
+    QRandomGenerator::system()->generate(d->hopKey.begin(), d->hopKey.end());
     d->scriptTemplate = readResource(QStringLiteral(":/adserver/www/sdk-core-v40.js"));
     d->listener.setHandler([this](const HttpRequest& request) { return d->handle(request); });
     d->listener.setCompletion([this](const HttpRequest& request, const HttpResponse& response,
@@ -751,10 +950,7 @@ bool AdServer::loadInventory(const QString& inventoryPath) {
     }
     d->inventory = std::move(*inventory);
     d->rotation.clear();
-    // The script embeds the inventory's units, so it changes with each load.
-    const qint64 now = QDateTime::currentSecsSinceEpoch();
-    const qint64 previous = d->scriptModified.isValid() ? d->scriptModified.toSecsSinceEpoch() : 0;
-    d->scriptModified = QDateTime::fromSecsSinceEpoch(qMax(now, previous + 1), Qt::UTC);
+    d->touchScript();  // the script embeds the inventory's units
     return true;
 }
 
@@ -805,10 +1001,71 @@ void AdServer::setPathFaults(const QString& path, const QJsonObject& faults) {
     }
 }
 
+void AdServer::setRequestFaultsEnabled(bool enabled) {
+    if (d->requestFaults != enabled) {
+        d->requestFaults = enabled;
+        d->touchScript();  // the script reads the switch for its answer too
+    }
+}
+
+bool AdServer::requestFaultsEnabled() const {
+    return d->requestFaults;
+}
+
+void AdServer::setLogToken(const QString& token) {
+    d->logTokenDigest = token.isEmpty() ? QByteArray() : tokenDigest(token.toUtf8());
+}
+
+bool AdServer::isLoopback(const QHostAddress& peer) {
+    bool v4 = false;
+    const quint32 ipv4 = peer.toIPv4Address(&v4);
+    if (v4) {
+        return (ipv4 >> 24) == 127;
+    }
+    return peer.protocol() == QAbstractSocket::IPv6Protocol &&
+           QHostAddress(peer.toIPv6Address()) == QHostAddress::LocalHostIPv6;
+}
+
+void AdServer::setPeerAddressOverride(const QHostAddress& peer) {
+    d->listener.setPeerOverride(peer);
+}
+
+bool AdServer::setServerNames(const QStringList& names) {
+    QList<std::pair<QString, quint16>> parsed;
+    for (const QString& name : names) {
+        const auto split = splitHostPort(name.trimmed());
+        if (!split) {
+            d->error = QStringLiteral("not a host name: %1").arg(name);
+            return false;
+        }
+        parsed.append(*split);
+    }
+    d->names = parsed;
+    return true;
+}
+
+QStringList AdServer::serverNames() const {
+    if (!isListening()) {
+        return {};
+    }
+    const QString port = QStringLiteral(":%1").arg(this->port());
+    QStringList names{hostAndPort(), QStringLiteral("localhost") + port};
+    const QHostAddress& host = d->host;
+    if (host == QHostAddress::Any || host == QHostAddress::AnyIPv6) {
+        names.append(QStringLiteral("[::1]") + port);
+    }
+    for (const auto& [name, namedPort] : std::as_const(d->names)) {
+        names.append(namedPort == 0 ? name + port
+                                    : QStringLiteral("%1:%2").arg(name).arg(namedPort));
+    }
+    names.removeDuplicates();
+    return names;
+}
+
 void AdServer::setLimits(const ServerLimits& limits) {
     d->limits = limits;
     d->listener.setLimits({limits.maxConnections, limits.maxHeaderBytes, limits.maxBodyBytes,
-                           limits.requestTimeoutMs});
+                           limits.requestTimeoutMs, limits.maxOversizeInFlight});
     d->log.setMaxEntries(limits.maxLogEntries);
 }
 

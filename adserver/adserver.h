@@ -23,6 +23,9 @@ struct ServerLimits {
     int maxBodyBytes = 64 * 1024;    // announced Content-Length beyond this: 413
     int requestTimeoutMs = 15000;    // a request not complete by then is closed
     int maxLogEntries = 10000;       // the in-memory log keeps the newest entries
+    // Padding of oversize faults being sent at once, all connections together; an answer that
+    // would go beyond gets 503. Padding is written as the client reads it, never held whole.
+    qint64 maxOversizeInFlight = 32LL * 1024 * 1024;
 };
 
 class AdServer : public QObject {
@@ -71,10 +74,35 @@ class AdServer : public QObject {
     qint64 lastLogSeq() const;
     void clearLog();
 
-    // Fault switches for every request on one path (e.g. the script), merged under any per
-    // request "zf_..." switches; an empty object clears them. Keys as in the inventory's
-    // "faults" (see README).
+    // Fault switches for every request on one path (e.g. the script), merged under a request's
+    // own switches where those are enabled; an empty object clears them. Keys as in the
+    // inventory's "faults" (see README).
     void setPathFaults(const QString& path, const QJsonObject& faults);
+
+    // Whether requests may switch faults on themselves: "zf_..." query parameters, the same keys
+    // in the request's "extras", and the support script's answer named there. Off unless asked
+    // for, as any page that reaches the server could otherwise have it redirect anywhere, echo
+    // markup or send large bodies; the inventory's faults and setPathFaults hold either way.
+    void setRequestFaultsEnabled(bool enabled);
+    bool requestFaultsEnabled() const;
+
+    // The request log over HTTP (/log) goes to peers on loopback, and to others that present
+    // this token as "Authorization: Bearer TOKEN" or "token=TOKEN" in the query; empty (the
+    // default): loopback only.
+    void setLogToken(const QString& token);
+    // Whether a peer at this address reads the log without the token (IPv4-mapped too).
+    static bool isLoopback(const QHostAddress& peer);
+    // For tests: every request is judged as if it came from `peer` (null: the socket's peer).
+    void setPeerAddressOverride(const QHostAddress& peer);
+
+    // Host names served besides the listening address and "localhost", each as "name" (on the
+    // server's port) or "name:port". Requests that name any other host get 400, so a page whose
+    // own name was made to resolve here (DNS rebinding) reads nothing from the server. Returns
+    // false, changing nothing, unless every name is a plain host name or IP address.
+    bool setServerNames(const QStringList& names);
+    // Every "host:port" a request may name while listening, the one of url() first (a
+    // connection may also name the address it arrived on).
+    QStringList serverNames() const;
 
     void setLimits(const ServerLimits& limits);
     ServerLimits limits() const;

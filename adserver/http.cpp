@@ -19,6 +19,12 @@ QByteArray HttpRequest::header(const QByteArray& name) const {
     return {};
 }
 
+int HttpRequest::headerCount(const QByteArray& name) const {
+    return int(std::count_if(headers.begin(), headers.end(), [&name](const auto& entry) {
+        return entry.first.compare(name, Qt::CaseInsensitive) == 0;
+    }));
+}
+
 void HttpResponse::setHeader(const QByteArray& name, const QByteArray& value) {
     for (auto& entry : headers) {
         if (entry.first.compare(name, Qt::CaseInsensitive) == 0) {
@@ -104,7 +110,12 @@ QByteArray httpDate(const QDateTime& time) {
         .toLatin1();
 }
 
-QByteArray serialize(const HttpResponse& response) {
+bool isBodyless(const HttpResponse& response) {
+    return response.status == 204 || response.status == 304 || response.status < 200;
+}
+
+// The status line and the headers, up to the blank line.
+QByteArray serializeHead(const HttpResponse& response) {
     QByteArray out;
     out += "HTTP/1.1 " + QByteArray::number(response.status) + ' ' + reasonPhrase(response.status) +
            "\r\n";
@@ -117,16 +128,38 @@ QByteArray serialize(const HttpResponse& response) {
         hasLength = hasLength || name.compare("Content-Length", Qt::CaseInsensitive) == 0;
         out += name + ": " + value + "\r\n";
     }
-    const bool bodyless = response.status == 204 || response.status == 304 || response.status < 200;
-    if (!hasLength && !bodyless) {
-        out += "Content-Length: " + QByteArray::number(response.body.size()) + "\r\n";
+    if (!hasLength && !isBodyless(response)) {
+        out += "Content-Length: " + QByteArray::number(response.body.size() + response.filler) +
+               "\r\n";
     }
     out += "Date: " + httpDate(QDateTime::currentDateTimeUtc()) + "\r\n";
     out += "Connection: close\r\n\r\n";
-    if (!bodyless && !response.headOnly) {
+    return out;
+}
+
+// For answers without filler.
+QByteArray serialize(const HttpResponse& response) {
+    QByteArray out = serializeHead(response);
+    if (!isBodyless(response) && !response.headOnly) {
         out += response.body;
     }
     return out;
+}
+
+// Bytes [from, from + size) of `total` bytes of filler.
+QByteArray fillerPiece(qint64 from, qint64 size, qint64 total, bool comment) {
+    QByteArray piece(size, ' ');
+    if (comment && total >= 7) {
+        static const char open[] = "<!--";
+        static const char close[] = "-->";
+        for (qint64 i = from; i < 4 && i < from + size; ++i) {
+            piece[i - from] = open[i];
+        }
+        for (qint64 i = std::max(from, total - 3); i < from + size; ++i) {
+            piece[i - from] = close[i - (total - 3)];
+        }
+    }
+    return piece;
 }
 
 HttpResponse plain(int status, const QByteArray& text) {
@@ -146,7 +179,11 @@ class HttpListener::Connection : public QObject {
     Connection(HttpListener* listener, QTcpSocket* socket)
         : QObject(listener), listener_(listener), socket_(socket) {
         socket_->setParent(this);
+        const auto& limits = listener_->limits_;
+        // Whatever a client sends beyond one request stays in the kernel, not in our buffers.
+        socket_->setReadBufferSize(qint64(limits.maxHeaderBytes) + limits.maxBodyBytes + 4);
         connect(socket_, &QTcpSocket::readyRead, this, [this] { onReadyRead(); });
+        connect(socket_, &QTcpSocket::bytesWritten, this, [this] { writeFiller(); });
         connect(socket_, &QTcpSocket::disconnected, this, [this] { deleteLater(); });
         timeout_.setSingleShot(true);
         connect(&timeout_, &QTimer::timeout, this, [this] {
@@ -154,26 +191,41 @@ class HttpListener::Connection : public QObject {
                 fail(408, "request timed out", {});
             }
         });
-        timeout_.start(listener_->limits_.requestTimeoutMs);
+        timeout_.start(limits.requestTimeoutMs);
     }
 
     ~Connection() override {
+        releaseFiller();
         if (pending_ && listener_->completion_) {
             listener_->completion_(request_, pendingResponse_, true);
         }
     }
 
-    void answer(const HttpResponse& response) {
-        if (response.delayMs > 0) {
+    void answer(const HttpResponse& given) {
+        if (given.delayMs > 0) {
             pending_ = true;
-            pendingResponse_ = response;
-            QTimer::singleShot(response.delayMs, this, [this] {
+            pendingResponse_ = given;
+            QTimer::singleShot(given.delayMs, this, [this] {
                 pending_ = false;
                 HttpResponse now = pendingResponse_;
                 now.delayMs = 0;
                 answer(now);
             });
             return;
+        }
+        HttpResponse response = given;
+        const bool sendsBody = !isBodyless(response) && !response.headOnly && !response.drop;
+        if (sendsBody && response.filler > 0) {
+            // Filler costs little memory as it is written, but bandwidth and time all the same:
+            // only so much of it is under way at once.
+            if (listener_->fillerInFlight_ + response.filler >
+                listener_->limits_.maxFillerInFlight) {
+                response = plain(503, "too many large answers under way");
+                response.setHeader("Retry-After", "1");
+            } else {
+                reserved_ = response.filler;
+                listener_->fillerInFlight_ += reserved_;
+            }
         }
         if (listener_->completion_) {
             listener_->completion_(request_, response, response.drop);
@@ -183,19 +235,58 @@ class HttpListener::Connection : public QObject {
             deleteLater();
             return;
         }
-        QByteArray bytes = serialize(response);
+        QByteArray bytes = serializeHead(response);
+        if (sendsBody) {
+            bytes += response.body;
+        }
+        const qint64 filler = sendsBody ? response.filler : 0;
+        qint64 total = bytes.size() + filler;
         if (response.truncate && !response.headOnly) {
             // At least one byte short of what "Content-Length" announced; the close follows.
-            bytes.chop(std::max<qsizetype>(1, response.body.size() - response.body.size() / 2));
+            const qint64 announced = response.body.size() + response.filler;
+            total = std::max<qint64>(0, total - std::max<qint64>(1, announced - announced / 2));
         }
-        write(bytes);
+        if (bytes.size() > total) {
+            bytes.truncate(total);
+        }
+        fillerTotal_ = filler;
+        fillerInComment_ = response.fillerInComment;
+        fillerEnd_ = total - bytes.size();
+        socket_->write(bytes);
+        writeFiller();
+        // A client that stops reading must not keep the connection forever.
+        QTimer::singleShot(60000, this, [this] { socket_->abort(); });
     }
 
   private:
+    // The next pieces of filler while the socket has little left to send; the close once all
+    // of it is handed over.
+    void writeFiller() {
+        constexpr qint64 kPiece = 64 * 1024;
+        if (closing_ || fillerEnd_ < 0) {
+            return;
+        }
+        while (fillerSent_ < fillerEnd_ && socket_->bytesToWrite() < kPiece) {
+            const qint64 size = std::min(kPiece, fillerEnd_ - fillerSent_);
+            const QByteArray piece = fillerPiece(fillerSent_, size, fillerTotal_, fillerInComment_);
+            fillerSent_ += size;
+            socket_->write(piece);
+        }
+        if (fillerSent_ >= fillerEnd_) {
+            releaseFiller();
+            closing_ = true;
+            socket_->disconnectFromHost();
+        }
+    }
+
+    void releaseFiller() {
+        listener_->fillerInFlight_ -= reserved_;
+        reserved_ = 0;
+    }
+
     void write(const QByteArray& bytes) {
         socket_->write(bytes);
         socket_->disconnectFromHost();
-        // A client that stops reading must not keep the connection forever.
         QTimer::singleShot(60000, this, [this] { socket_->abort(); });
     }
 
@@ -262,16 +353,35 @@ class HttpListener::Connection : public QObject {
         }
         const QList<QByteArray> parts = lines.value(0).split(' ');
         request_.received = QDateTime::currentDateTimeUtc();
+        request_.peer =
+            listener_->peerOverride_.isNull() ? socket_->peerAddress() : listener_->peerOverride_;
+        request_.local = socket_->localAddress();
         if (parts.size() != 3 || !isToken(parts[0]) || !parts[2].startsWith("HTTP/1.")) {
             fail(400, "malformed request line", request_);
             return false;
         }
+        if (std::any_of(parts[1].begin(), parts[1].end(),
+                        [](char c) { return uchar(c) <= 32 || uchar(c) == 127; })) {
+            // Parts of the target end up in the Location of redirect hops.
+            fail(400, "malformed request target", request_);
+            return false;
+        }
         request_.method = parts[0];
         request_.target = parts[1];
+        request_.version = parts[2];
         QByteArray target = parts[1];
         if (target.startsWith("http://") || target.startsWith("https://")) {
-            const qsizetype slash = target.indexOf('/', target.indexOf("//") + 2);
-            target = slash < 0 ? QByteArray("/") : target.mid(slash);
+            // The target's host stands instead of the Host header; the handler judges it.
+            const qsizetype from = target.indexOf("//") + 2;
+            qsizetype end = from;
+            while (end < target.size() && !QByteArrayView("/?#").contains(target[end])) {
+                ++end;
+            }
+            request_.authority = target.mid(from, end - from);
+            target = target.mid(end);
+            if (!target.startsWith('/')) {
+                target.prepend('/');
+            }
         }
         if (!target.startsWith('/')) {
             fail(400, "malformed request target", request_);
@@ -328,6 +438,12 @@ class HttpListener::Connection : public QObject {
     HttpRequest request_;
     bool pending_ = false;
     HttpResponse pendingResponse_;
+    bool closing_ = false;
+    qint64 reserved_ = 0;    // this answer's share of the listener's filler in flight
+    qint64 fillerEnd_ = -1;  // filler bytes to send in all; -1 until the answer is written
+    qint64 fillerSent_ = 0;
+    qint64 fillerTotal_ = 0;  // as announced (a truncated answer sends less)
+    bool fillerInComment_ = false;
 };
 
 HttpListener::HttpListener(QObject* parent) : QObject(parent) {

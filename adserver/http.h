@@ -1,6 +1,7 @@
 // A deliberately small HTTP/1.1 server on QTcpServer: one request per connection, bounded
 // header and body sizes, a connection cap and a request time-out. Handlers return a response
-// that may ask for a delay, a dropped connection or raw (even malformed) header lines.
+// that may ask for a delay, a dropped connection, raw (even malformed) header lines or a long
+// run of filler, which is written as the client reads it instead of being held in memory.
 #pragma once
 
 #include <QByteArray>
@@ -18,12 +19,17 @@ namespace adserver {
 
 struct HttpRequest {
     QByteArray method;
-    QByteArray target;    // as sent
-    QString path;         // percent-decoded, without the query
-    QByteArray rawQuery;  // without the "?", still escaped
+    QByteArray target;     // as sent
+    QByteArray version;    // "HTTP/1.1", "HTTP/1.0", ...
+    QByteArray authority;  // the "host[:port]" of an absolute-form target; empty otherwise
+    QString path;          // percent-decoded, without the query
+    QByteArray rawQuery;   // without the "?", still escaped
     QList<QPair<QByteArray, QByteArray>> headers;
     QDateTime received;
+    QHostAddress peer;   // the client's address (or the listener's stand-in for it)
+    QHostAddress local;  // the address the connection arrived on
     QByteArray header(const QByteArray& name) const;
+    int headerCount(const QByteArray& name) const;
 };
 
 struct HttpResponse {
@@ -35,6 +41,10 @@ struct HttpResponse {
     bool drop = false;      // close the connection without an answer
     bool truncate = false;  // close the connection half way through the announced body
     bool headOnly = false;
+    // Blanks sent after `body`, counted in its Content-Length; inside an HTML comment when
+    // `fillerInComment` and there is room for one.
+    qint64 filler = 0;
+    bool fillerInComment = false;
     void setHeader(const QByteArray& name, const QByteArray& value);
     QByteArray header(const QByteArray& name) const;
 };
@@ -53,6 +63,8 @@ class HttpListener : public QObject {
         int maxHeaderBytes = 16 * 1024;
         int maxBodyBytes = 64 * 1024;
         int requestTimeoutMs = 15000;
+        // Filler of all answers under way together; an answer that would go beyond gets 503.
+        qint64 maxFillerInFlight = 32LL * 1024 * 1024;
     };
 
     explicit HttpListener(QObject* parent = nullptr);
@@ -68,6 +80,10 @@ class HttpListener : public QObject {
     void setCompletion(Completion completion) { completion_ = std::move(completion); }
     void setLimits(const Limits& limits) { limits_ = limits; }
     int openConnections() const { return open_; }
+    qint64 fillerInFlight() const { return fillerInFlight_; }
+    // Requests are reported as coming from `peer` instead of the socket's peer (null: the
+    // socket's own), so that tests on loopback can play a client from elsewhere.
+    void setPeerOverride(const QHostAddress& peer) { peerOverride_ = peer; }
 
   private:
     class Connection;
@@ -78,7 +94,9 @@ class HttpListener : public QObject {
     Handler handler_;
     Completion completion_;
     Limits limits_;
+    QHostAddress peerOverride_;
     int open_ = 0;
+    qint64 fillerInFlight_ = 0;
 };
 
 }  // namespace adserver

@@ -11,7 +11,8 @@ namespace adserver {
 
 namespace {
 
-constexpr qint64 kMaxOversize = 64LL * 1024 * 1024;
+// Enough to be too large for any client's ad or script; more would only cost bandwidth.
+constexpr qint64 kMaxOversize = 8LL * 1024 * 1024;
 constexpr qint64 kMaxDelayMs = 120000;
 constexpr qint64 kMaxRedirects = 50;
 constexpr qint64 kMaxExtraTrackingUrls = 1000;

@@ -13,13 +13,14 @@
 namespace adserver {
 
 // Ways to misbehave on purpose, for tests of the client's failure paths. Set per creative, per
-// path or per request ("zf_" + key in the query, or in the request's "extras").
+// path or, where the server allows it, per request ("zf_" + key in the query, or in the
+// request's "extras").
 struct Faults {
     std::optional<int> status;  // answer this status (100-599) instead of the content
     int delayMs = 0;            // wait before answering (at most two minutes)
     int redirects = 0;          // answer with this many 302 hops in all before the ad
     bool redirectLoop = false;  // 302s that never end
-    qint64 oversizeBytes = 0;   // pad the body to this many bytes (at most 64 MiB)
+    qint64 oversizeBytes = 0;   // pad the body to this many bytes (at most 8 MiB)
     bool malformedHeader = false;
     bool repeatedHeader = false;
     bool emptyBody = false;

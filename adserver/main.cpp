@@ -41,7 +41,22 @@ int main(int argc, char** argv) {
         QStringLiteral("HEX"));
     const QCommandLineOption quiet({QStringLiteral("q"), QStringLiteral("quiet")},
                                    QStringLiteral("Do not print each request."));
-    parser.addOptions({port, host, inventory, log, key, quiet});
+    const QCommandLineOption requestFaults(
+        QStringLiteral("allow-request-faults"),
+        QStringLiteral("Let requests switch faults on themselves (\"zf_...\" parameters), for "
+                       "test runs only: any page that reaches the server could then use them."));
+    const QCommandLineOption logToken(
+        QStringLiteral("log-token"),
+        QStringLiteral("Serve /log to peers off loopback that present TOKEN (as \"Authorization: "
+                       "Bearer TOKEN\" or token=TOKEN)."),
+        QStringLiteral("TOKEN"));
+    const QCommandLineOption serverName(
+        QStringLiteral("server-name"),
+        QStringLiteral("Also answer requests for this host name (NAME or NAME:PORT); may be "
+                       "repeated. Other names than the address and localhost get 400."),
+        QStringLiteral("NAME"));
+    parser.addOptions(
+        {port, host, inventory, log, key, quiet, requestFaults, logToken, serverName});
     parser.process(app);
 
     QTextStream err(stderr);
@@ -62,6 +77,12 @@ int main(int argc, char** argv) {
         err << "sorvel-adserver: " << server.errorString() << Qt::endl;
         return 1;
     }
+    if (!server.setServerNames(parser.values(serverName))) {
+        err << "sorvel-adserver: " << server.errorString() << Qt::endl;
+        return 2;
+    }
+    server.setRequestFaultsEnabled(parser.isSet(requestFaults));
+    server.setLogToken(parser.value(logToken));
     if (!server.start(quint16(portNumber), parser.value(host), parser.value(inventory))) {
         err << "sorvel-adserver: " << server.errorString() << Qt::endl;
         return 1;
@@ -75,6 +96,10 @@ int main(int argc, char** argv) {
     out << "Listening on " << server.url().toString() << Qt::endl;
     out << "Support script: " << server.scriptUrl().toString() << Qt::endl;
     out << "Default ad unit: " << server.defaultAdUnitID() << Qt::endl;
+    out << "Host names: " << server.serverNames().join(QStringLiteral(", ")) << Qt::endl;
+    if (server.requestFaultsEnabled()) {
+        out << "Requests may switch faults on (--allow-request-faults)" << Qt::endl;
+    }
 
     // Ctrl-C and SIGTERM end the event loop so the log file is flushed and closed; the handler
     // only sets a flag, which a timer polls.

@@ -7,6 +7,8 @@
 
   var SERVED_FROM = __ZELM_ORIGIN__;
   var UNITS = __ZELM_UNITS__;
+  // Whether a request may name the answer itself ("zf_scriptReply" in its extras).
+  var REQUEST_FAULTS = __ZELM_REQUEST_FAULTS__;
   var AD_PATH = '/ad';
   var SEND_SPACING_MS = 40;
 
@@ -86,7 +88,8 @@
     }
     var slot = params.slotname;
     var unit = Object.prototype.hasOwnProperty.call(UNITS, slot) ? UNITS[slot] : null;
-    var reply = extras(params).zf_scriptReply || (unit && unit.reply) || 'loadAdURL';
+    var asked = REQUEST_FAULTS ? extras(params).zf_scriptReply : null;
+    var reply = asked || (unit && unit.reply) || 'loadAdURL';
     // A malformed identifier goes on to the ad endpoint, which rejects it with 400.
     var wellFormed = /^[0-9a-f]{15}$/.test(slot);
     if (reply === 'loadAdURL' && wellFormed && (!unit || unit.paused)) {

@@ -61,6 +61,28 @@ QString coordinateLocation(double lat, double lng, double accuracy, double times
     return QStringLiteral("e1+") + webSafe(iv + *platform::aes128CbcEncrypt(text, key, iv));
 }
 
+// Whether `pattern` matches exactly one header line; "!pattern": none, "2*pattern": two.
+bool headerLinesMatch(const RawReply& reply, QString pattern) {
+    const int wanted = pattern.startsWith('!') ? 0 : pattern.startsWith("2*") ? 2 : 1;
+    const QRegularExpression expression(pattern.remove(QRegularExpression("^(!|2\\*)")));
+    const auto found = std::count_if(
+        reply.headerLines.begin(), reply.headerLines.end(), [&](const QByteArray& line) {
+            return expression.match(QString::fromLatin1(line)).hasMatch();
+        });
+    return found == wanted;
+}
+
+// "": empty; "*": not empty; "!text": does not contain text; else contains it.
+bool bodyMatches(const QByteArray& body, const QByteArray& expected) {
+    if (expected == "*") {
+        return !body.isEmpty();
+    }
+    if (expected.startsWith('!')) {
+        return !body.contains(expected.mid(1));
+    }
+    return expected.isEmpty() ? body.isEmpty() : body.contains(expected);
+}
+
 }  // namespace
 
 class TestAdServer : public QObject {
@@ -78,6 +100,18 @@ class TestAdServer : public QObject {
         QVERIFY2(server_.start(0, QStringLiteral("127.0.0.1"), QFINDTESTDATA("inventory.json")),
                  qPrintable(server_.errorString()));
         port_ = server_.port();
+        // Most cases steer the server through the request, as the client's tests do.
+        server_.setRequestFaultsEnabled(true);
+    }
+
+    // Whatever a case changed is put back, even when it failed half way.
+    void cleanup() {
+        server_.setRequestFaultsEnabled(true);
+        server_.setPeerAddressOverride(QHostAddress());
+        server_.setLogToken(QString());
+        QVERIFY(server_.setServerNames({}));
+        server_.setPathFaults(QStringLiteral("/ad"), {});
+        server_.setLimits(adserver::ServerLimits());
     }
 
     // What the end-to-end suites do not reach: conditional GET, the steering headers as
@@ -153,7 +187,8 @@ class TestAdServer : public QObject {
         QTest::newRow("post") << QByteArray("POST /log HTTP/1.1\r\nContent-Length: 2\r\n\r\n{}") << 405 << none << any;
         QTest::newRow("broken escapes and pairs") << QByteArray("GET /ad?%ZZ=%&&&=&slotname=%C3%28&uule=e1%2B%%%&uule=a+ HTTP/1.1\r\n\r\n") << 400 << none << any;
         QTest::newRow("bare new lines") << QByteArray("GET /ad?slotname=aaaaaaaaaaaaaa2 HTTP/1.0\n\n") << 200 << none << QByteArray("<p>store");
-        QTest::newRow("absolute form") << QByteArray("GET http://x/landing/ HTTP/1.1\r\n\r\n") << 200 << none << any;
+        QTest::newRow("absolute form") << QByteArray("GET http://127.0.0.1:" + QByteArray::number(port_) + "/landing/ HTTP/1.1\r\n\r\n") << 200 << none << any;
+        QTest::newRow("carriage return in the target") << QByteArray("GET /ad?slotname=aaaaaaaaaaaaaa2&x=\rLocation:x HTTP/1.1\r\n\r\n") << 400 << QStringList{"!^Location:"} << any;
         // clang-format on
     }
     void answers() {
@@ -163,20 +198,303 @@ class TestAdServer : public QObject {
         QFETCH(QByteArray, body);
         const RawReply reply = rawExchange(port_, request);
         QCOMPARE(reply.status, status);
-        for (QString pattern : headers) {
-            const int wanted = pattern.startsWith('!') ? 0 : pattern.startsWith("2*") ? 2 : 1;
-            const QRegularExpression expression(pattern.remove(QRegularExpression("^(!|2\\*)")));
-            const auto found = std::count_if(
-                reply.headerLines.begin(), reply.headerLines.end(), [&](const QByteArray& line) {
-                    return expression.match(QString::fromLatin1(line)).hasMatch();
-                });
-            QVERIFY2(found == wanted, qPrintable(pattern + " in\n" + reply.headerLines.join('\n')));
+        for (const QString& pattern : headers) {
+            QVERIFY2(headerLinesMatch(reply, pattern),
+                     qPrintable(pattern + " in\n" + reply.headerLines.join('\n')));
         }
-        QVERIFY2(body == "*"      ? !reply.body.isEmpty()
-                 : body.isEmpty() ? reply.body.isEmpty()
-                                  : reply.body.contains(body),
-                 reply.body.left(300).constData());
+        QVERIFY2(bodyMatches(reply.body, body), reply.body.left(300).constData());
         QCOMPARE(rawGet(port_, "/ad?slotname=aaaaaaaaaaaaaa2").status, 200);
+    }
+
+    // A request's own fault switches count only where the server allows them; the operator's
+    // (inventory, setPathFaults) hold either way.
+    void requestSwitches_data() {
+        QTest::addColumn<bool>("allowed");
+        QTest::addColumn<QByteArray>("target");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QStringList>("headers");  // as in answers()
+        QTest::addColumn<QByteArray>("body");      // as in answers(); "!x": does not contain x
+        const QByteArray ad = "/ad?slotname=aaaaaaaaaaaaaa2&";
+        const QByteArray markup = "zf_body=" + QUrl::toPercentEncoding("<script>alert(1)</script>");
+        const QByteArray extras = "extras=" + QUrl::toPercentEncoding(R"({"zf_status":"503"})");
+        const QByteArray forgedHop = "/ad?slotname=aaaaaaaaaaaaaa6&zf_hop=1&zf_creative=store";
+        const QStringList none;
+        // clang-format off
+        QTest::newRow("status, not allowed: ignored") << false << ad + "zf_status=500" << 200 << none << QByteArray("<p>store</p>");
+        QTest::newRow("status, allowed") << true << ad + "zf_status=500" << 500 << none << QByteArray("status 500");
+        QTest::newRow("markup body, not allowed: not echoed") << false << ad + markup << 200 << none << QByteArray("!<script>");
+        QTest::newRow("markup body, allowed") << true << ad + markup << 200 << none << QByteArray("<script>alert(1)</script>");
+        QTest::newRow("location, not allowed: no redirect") << false << ad + "zf_status=302&zf_location=http://elsewhere.example/" << 200 << QStringList{"!^Location:"} << QByteArray("<p>store</p>");
+        QTest::newRow("location, allowed") << true << ad + "zf_status=302&zf_location=http://elsewhere.example/" << 302 << QStringList{"^Location: http://elsewhere\\.example/$"} << QByteArray("*");
+        QTest::newRow("in extras, not allowed") << false << ad + extras << 200 << none << QByteArray("<p>store</p>");
+        QTest::newRow("in extras, allowed") << true << ad + extras << 503 << none << QByteArray("*");
+        QTest::newRow("oversize, not allowed") << false << ad + "zf_oversizeBytes=100000" << 200 << QStringList{"^Content-Length: 12$"} << QByteArray("<p>store</p>");
+        QTest::newRow("delay and drop, not allowed") << false << ad + "zf_delayMs=60000&zf_drop=1" << 200 << none << QByteArray("<p>store</p>");
+        // A last redirect hop names its creative, under a mark only the server can make.
+        QTest::newRow("made-up hop mark, not allowed: creative's own fault") << false << forgedHop << 502 << none << QByteArray("status 502");
+        QTest::newRow("made-up hop mark, allowed: creative switched") << true << forgedHop << 200 << none << QByteArray("<p>store</p>");
+        QTest::newRow("made-up redirect loop, not allowed") << false << QByteArray("/r?loop=1") << 404 << QStringList{"!^Location:"} << QByteArray("*");
+        QTest::newRow("made-up redirect loop, allowed") << true << QByteArray("/r?loop=1") << 302 << QStringList{"^Location: http://127\\.0\\.0\\.1:\\d+/r\\?loop=1&hop=1&sig="} << QByteArray();
+        QTest::newRow("operator's fault, not allowed: applied") << false << QByteArray("/ad?slotname=aaaaaaaaaaaaaa6") << 502 << none << QByteArray("*");
+        QTest::newRow("script, not allowed: answers as the unit says") << false << kScript << 200 << none << QByteArray("var REQUEST_FAULTS = false;");
+        QTest::newRow("script, allowed: answers as the request says") << true << kScript << 200 << none << QByteArray("var REQUEST_FAULTS = true;");
+        // clang-format on
+    }
+    void requestSwitches() {
+        QFETCH(bool, allowed);
+        QFETCH(QByteArray, target);
+        QFETCH(int, status);
+        QFETCH(QStringList, headers);
+        QFETCH(QByteArray, body);
+        server_.setRequestFaultsEnabled(allowed);
+        QCOMPARE(server_.requestFaultsEnabled(), allowed);
+        const RawReply reply = rawGet(port_, target);
+        QCOMPARE(reply.status, status);
+        for (const QString& pattern : headers) {
+            QVERIFY2(headerLinesMatch(reply, pattern),
+                     qPrintable(pattern + " in\n" + reply.headerLines.join('\n')));
+        }
+        QVERIFY2(bodyMatches(reply.body, body), reply.body.left(300).constData());
+    }
+
+    // Redirect faults the operator sets run their whole course without request switches: the
+    // hops carry the server's own marks, which a changed hop loses.
+    void operatorRedirects_data() {
+        QTest::addColumn<bool>("requestFaults");
+        QTest::addColumn<QJsonObject>("faults");
+        QTest::addColumn<int>("hops");  // 302s before the ad; -1: still redirecting after 8
+        QTest::newRow("chain") << false << QJsonObject{{"redirects", 3}} << 3;
+        QTest::newRow("chain, request faults on") << true << QJsonObject{{"redirects", 3}} << 3;
+        QTest::newRow("one hop") << false << QJsonObject{{"redirects", 1}} << 1;
+        QTest::newRow("loop") << false << QJsonObject{{"redirectLoop", true}} << -1;
+    }
+    void operatorRedirects() {
+        QFETCH(bool, requestFaults);
+        QFETCH(QJsonObject, faults);
+        QFETCH(int, hops);
+        server_.setRequestFaultsEnabled(requestFaults);
+        server_.setPathFaults(QStringLiteral("/ad"), faults);
+        const QByteArray origin = "http://127.0.0.1:" + QByteArray::number(port_);
+        RawReply reply = rawGet(port_, "/ad?slotname=aaaaaaaaaaaaaa1");
+        // The creative picked first, as the first hop's tracking URL names it.
+        const QRegularExpressionMatch picked =
+            QRegularExpression("[?&]c=(\\w+)")
+                .match(QString::fromLatin1(reply.value("X-Zelm-Tracking-Urls")));
+        QVERIFY(picked.hasMatch());
+        QByteArray lastHop;
+        int seen = 0;
+        while (reply.status == 302 && seen < 8) {
+            const QByteArray location = reply.value("Location");
+            QVERIFY2(location.startsWith(origin + "/"), location.constData());
+            lastHop = location.mid(origin.size());
+            reply = rawGet(port_, lastHop);
+            ++seen;
+        }
+        if (hops < 0) {
+            QCOMPARE(reply.status, 302);
+        } else {
+            QCOMPARE(seen, hops);
+            QCOMPARE(reply.status, 200);
+            QCOMPARE(reply.value("X-Sorvel-Creative"), picked.captured(1).toLatin1());
+        }
+        if (!requestFaults) {
+            // Retraced with one letter of its mark changed, the last hop is refused or redirects
+            // again; it never serves the named creative.
+            const qsizetype mark = std::max(lastHop.indexOf("sig="), lastHop.indexOf("zf_hop="));
+            QVERIFY(mark > 0);
+            QByteArray changed = lastHop;
+            const qsizetype at = changed.indexOf('=', mark) + 1;
+            changed[at] = changed[at] == 'a' ? 'b' : 'a';
+            const RawReply refused = rawGet(port_, changed);
+            QVERIFY2(refused.status == 404 || refused.status == 302,
+                     qPrintable(QString::number(refused.status)));
+        }
+    }
+
+    // The log holds what clients sent: for loopback, or for whoever shows its token.
+    void logAccess_data() {
+        QTest::addColumn<QString>("peer");        // as the server sees it; "": the real one
+        QTest::addColumn<QString>("token");       // configured
+        QTest::addColumn<QByteArray>("headers");  // sent
+        QTest::addColumn<QByteArray>("query");    // sent
+        QTest::addColumn<int>("status");
+        const QString token = QStringLiteral("7f3c-log-\u00e9t\u00e9");
+        const QByteArray bearer = "Authorization: Bearer " + token.toUtf8() + "\r\n";
+        const QString elsewhere = QStringLiteral("192.0.2.7");
+        // clang-format off
+        QTest::newRow("loopback") << "" << "" << QByteArray() << QByteArray() << 200;
+        QTest::newRow("other loopback address") << "127.200.0.9" << "" << QByteArray() << QByteArray() << 200;
+        QTest::newRow("IPv6 loopback") << "::1" << "" << QByteArray() << QByteArray() << 200;
+        QTest::newRow("IPv4-mapped loopback") << "::ffff:127.0.0.1" << "" << QByteArray() << QByteArray() << 200;
+        QTest::newRow("off loopback") << elsewhere << "" << QByteArray() << QByteArray() << 403;
+        QTest::newRow("IPv4-mapped, off loopback") << "::ffff:192.0.2.7" << "" << QByteArray() << QByteArray() << 403;
+        QTest::newRow("IPv6, off loopback") << "2001:db8::1" << "" << QByteArray() << QByteArray() << 403;
+        QTest::newRow("unspecified address") << "0.0.0.0" << "" << QByteArray() << QByteArray() << 403;
+        QTest::newRow("off loopback, token in a header") << elsewhere << token << bearer << QByteArray() << 200;
+        QTest::newRow("off loopback, token in the query") << elsewhere << token << QByteArray() << "&token=" + QUrl::toPercentEncoding(token) << 200;
+        QTest::newRow("off loopback, wrong token") << elsewhere << token << QByteArray(bearer).replace("7f3c", "7f3d") << QByteArray() << 403;
+        QTest::newRow("off loopback, start of the token") << elsewhere << token << QByteArray("Authorization: Bearer 7f3c-log\r\n") << QByteArray() << 403;
+        QTest::newRow("off loopback, token in another scheme") << elsewhere << token << "Authorization: Basic " + token.toUtf8() + "\r\n" << QByteArray() << 403;
+        QTest::newRow("off loopback, empty token, none configured") << elsewhere << "" << QByteArray("Authorization: Bearer \r\n") << QByteArray("&token=") << 403;
+        // clang-format on
+    }
+    void logAccess() {
+        QFETCH(QString, peer);
+        QFETCH(QString, token);
+        QFETCH(QByteArray, headers);
+        QFETCH(QByteArray, query);
+        QFETCH(int, status);
+        QCOMPARE(rawGet(port_, "/t/imp?c=secret-place").status, 200);
+        server_.setLogToken(token);
+        server_.setPeerAddressOverride(QHostAddress(peer));
+        const RawReply reply =
+            rawExchange(port_, getRequest(port_, "/log?since=0" + query, headers));
+        QCOMPARE(reply.status, status);
+        QCOMPARE(reply.body.contains("secret-place"), status == 200);
+        if (status == 200) {
+            QCOMPARE(reply.value("X-Content-Type-Options"), QByteArray("nosniff"));
+        }
+        QCOMPARE(AdServer::isLoopback(QHostAddress(peer.isEmpty() ? "127.0.0.1" : peer)),
+                 status == 200 && token.isEmpty());
+    }
+
+    // Requests name one of the server's own names or get 400; pages name the server as it
+    // spells itself, never as the request did.
+    void hostNames_data() {
+        QTest::addColumn<QByteArray>("request");
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QByteArray>("origin");    // in the script, when served
+        QTest::addColumn<QByteArray>("notShown");  // in no header line nor the body
+        const QByteArray p = QByteArray::number(port_);
+        const auto get = [](const QByteArray& hostLines, const QByteArray& version = "HTTP/1.1") {
+            return "GET " + kScript + " " + version + "\r\n" + hostLines + "\r\n";
+        };
+        const auto host = [&get](const QByteArray& name) { return get("Host: " + name + "\r\n"); };
+        const QByteArray own = "http://127.0.0.1:" + p;
+        // clang-format off
+        QTest::newRow("own address") << host("127.0.0.1:" + p) << 200 << own << QByteArray();
+        QTest::newRow("localhost") << host("localhost:" + p) << 200 << "http://localhost:" + p << QByteArray();
+        QTest::newRow("localhost in capitals: own spelling") << host("LocalHost:" + p) << 200 << "http://localhost:" + p << QByteArray("LocalHost");
+        QTest::newRow("configured name") << host("ads.test:" + p) << 200 << "http://ads.test:" + p << QByteArray();
+        QTest::newRow("configured name with its own port") << host("proxy.test:8443") << 200 << QByteArray("http://proxy.test:8443") << QByteArray();
+        QTest::newRow("configured name, other port") << host("ads.test:1") << 400 << QByteArray() << QByteArray("ads.test");
+        QTest::newRow("configured name, no port") << host("ads.test") << 400 << QByteArray() << QByteArray("ads.test");
+        QTest::newRow("other name") << host("rebound.example:" + p) << 400 << QByteArray() << QByteArray("rebound");
+        QTest::newRow("own address, other port") << host("127.0.0.1:1") << 400 << QByteArray() << QByteArray();
+        QTest::newRow("own address, no port") << host("127.0.0.1") << 400 << QByteArray() << QByteArray();
+        QTest::newRow("own address, port out of range") << host("127.0.0.1:7" + p) << 400 << QByteArray() << QByteArray();
+        QTest::newRow("IPv6 loopback, not listened on") << host("[::1]:" + p) << 400 << QByteArray() << QByteArray("::1");
+        QTest::newRow("markup") << host("<b>x</b>") << 400 << QByteArray() << QByteArray("<b>");
+        QTest::newRow("user info") << host("127.0.0.1:" + p + "@rebound.example") << 400 << QByteArray() << QByteArray("rebound");
+        QTest::newRow("empty") << host("") << 400 << QByteArray() << QByteArray();
+        QTest::newRow("two Host lines") << get("Host: 127.0.0.1:" + p + "\r\nHost: rebound.example\r\n") << 400 << QByteArray() << QByteArray("rebound");
+        QTest::newRow("none, HTTP/1.1") << get("") << 400 << QByteArray() << QByteArray();
+        QTest::newRow("none, HTTP/1.0") << get("", "HTTP/1.0") << 200 << own << QByteArray();
+        QTest::newRow("absolute target, own address") << "GET " + own + kScript + " HTTP/1.1\r\n\r\n" << 200 << own << QByteArray();
+        QTest::newRow("absolute target names another host") << "GET http://rebound.example:" + p + kScript + " HTTP/1.1\r\nHost: 127.0.0.1:" + p + "\r\n\r\n" << 400 << QByteArray() << QByteArray("rebound");
+        // clang-format on
+    }
+    void hostNames() {
+        QFETCH(QByteArray, request);
+        QFETCH(int, status);
+        QFETCH(QByteArray, origin);
+        QFETCH(QByteArray, notShown);
+        QVERIFY(server_.setServerNames(
+            {QStringLiteral("ADS.test"), QStringLiteral("proxy.test:8443")}));
+        const qint64 before = server_.lastLogSeq();
+        const RawReply reply = rawExchange(port_, request);
+        QCOMPARE(reply.status, status);
+        if (!origin.isEmpty()) {
+            QVERIFY2(reply.body.contains("var SERVED_FROM = \"" + origin + "\";"),
+                     reply.body.left(400).constData());
+        }
+        if (!notShown.isEmpty()) {
+            QVERIFY(!reply.body.contains(notShown));
+            QVERIFY(!reply.headerLines.join('\n').contains(notShown));
+        }
+        const QJsonArray logged = server_.logEntries(before);
+        QCOMPARE(logged.size(), 1);
+        QCOMPARE(logged[0]["misdirected"].toBool(), status == 400);
+        if (status == 400 && !notShown.isEmpty()) {
+            QVERIFY(!QJsonDocument(logged[0].toObject()).toJson().contains(notShown));
+        }
+    }
+
+    void serverNamesAreChecked_data() {
+        QTest::addColumn<QStringList>("names");
+        QTest::addColumn<bool>("accepted");
+        QTest::newRow("names and addresses")
+            << QStringList{"ads.test", "[2001:db8::1]:80", "10.0.0.2"} << true;
+        QTest::newRow("scheme") << QStringList{"ads.test", "http://ads.test"} << false;
+        QTest::newRow("path") << QStringList{"ads.test/x"} << false;
+        QTest::newRow("port 0") << QStringList{"ads.test:0"} << false;
+        QTest::newRow("port too large") << QStringList{"ads.test:65536"} << false;
+        QTest::newRow("IPv6 without brackets") << QStringList{"2001:db8::1"} << false;
+        QTest::newRow("empty") << QStringList{""} << false;
+    }
+    void serverNamesAreChecked() {
+        QFETCH(QStringList, names);
+        QFETCH(bool, accepted);
+        QVERIFY(server_.setServerNames({QStringLiteral("kept.test")}));
+        QCOMPARE(server_.setServerNames(names), accepted);
+        const QString p = QStringLiteral(":%1").arg(port_);
+        const QStringList served = server_.serverNames();
+        QCOMPARE(served.mid(0, 2), (QStringList{"127.0.0.1" + p, "localhost" + p}));
+        QCOMPARE(served.contains("kept.test" + p), !accepted);
+    }
+
+    // Padding is capped, counted in Content-Length and sent in full (or half, when truncated).
+    void oversize_data() {
+        QTest::addColumn<QByteArray>("request");
+        QTest::addColumn<qint64>("length");    // announced
+        QTest::addColumn<qint64>("received");  // body bytes
+        QTest::addColumn<QByteArray>("start");
+        QTest::addColumn<QByteArray>("end");
+        const QByteArray ad = "/ad?slotname=aaaaaaaaaaaaaa2&zf_oversizeBytes=";
+        const qint64 cap = 8 * 1024 * 1024;
+        // clang-format off
+        QTest::newRow("capped, HTML in a comment") << getRequest(port_, ad + "67108864") << cap << cap << QByteArray("<p>store</p><!--  ") << QByteArray("  -->");
+        QTest::newRow("just over the body") << getRequest(port_, ad + "19") << qint64(19) << qint64(19) << QByteArray("<p>store</p><!---->") << QByteArray();
+        QTest::newRow("too little for a comment") << getRequest(port_, ad + "18") << qint64(18) << qint64(18) << QByteArray("<p>store</p>      ") << QByteArray();
+        QTest::newRow("not HTML: blanks") << getRequest(port_, "/t/imp?c=x&zf_oversizeBytes=100000") << qint64(100000) << qint64(100000) << QByteArray("GIF89a") << QByteArray("    ");
+        QTest::newRow("truncated half way") << getRequest(port_, ad + "1000000&zf_truncate=1") << qint64(1000000) << qint64(500000) << QByteArray("<p>store</p><!--") << QByteArray("    ");
+        QTest::newRow("body replaces the padding") << getRequest(port_, ad + "1000000&zf_body=x") << qint64(1) << qint64(1) << QByteArray("x") << QByteArray();
+        QTest::newRow("HEAD") << "HEAD" + getRequest(port_, ad + "5000").mid(3) << qint64(5000) << qint64(0) << QByteArray() << QByteArray();
+        // clang-format on
+    }
+    void oversize() {
+        QFETCH(QByteArray, request);
+        QFETCH(qint64, length);
+        QFETCH(qint64, received);
+        QFETCH(QByteArray, start);
+        QFETCH(QByteArray, end);
+        const RawReply reply = rawExchange(port_, request);
+        QCOMPARE(reply.status, 200);
+        QCOMPARE(reply.value("Content-Length").toLongLong(), length);
+        QCOMPARE(reply.body.size(), received);
+        QVERIFY(reply.body.startsWith(start));
+        QVERIFY(reply.body.endsWith(end));
+    }
+
+    // Padding being sent counts against a budget shared by all connections, and is given back
+    // when its connection goes away.
+    void oversizeInFlightIsBounded() {
+        adserver::ServerLimits limits;
+        limits.maxOversizeInFlight = 8 * 1024 * 1024;
+        server_.setLimits(limits);
+        const QByteArray big = "/ad?slotname=aaaaaaaaaaaaaa2&zf_oversizeBytes=8388608";
+        QTcpSocket stalled;  // asks for the whole budget and reads nothing
+        stalled.setReadBufferSize(1024);
+        stalled.connectToHost(QHostAddress::LocalHost, port_);
+        QVERIFY(stalled.waitForConnected(2000));
+        stalled.write(getRequest(port_, big));
+        QTRY_VERIFY(stalled.bytesAvailable() > 0);
+        const RawReply refused = rawGet(port_, "/ad?slotname=aaaaaaaaaaaaaa2&zf_oversizeBytes=100");
+        QCOMPARE(refused.status, 503);
+        QCOMPARE(refused.value("Retry-After"), QByteArray("1"));
+        QCOMPARE(rawGet(port_, "/ad?slotname=aaaaaaaaaaaaaa2").status, 200);  // no padding
+        stalled.abort();
+        QTRY_COMPARE(rawGet(port_, big).body.size(), 8 * 1024 * 1024);
     }
 
     // Every location the log decodes or refuses, read back from the log endpoint.

@@ -50,7 +50,10 @@ class TestAdServerWeb : public QObject {
     adserver::AdServer demo_;
 
   private slots:
-    void initTestCase() { QVERIFY2(demo_.start(), qPrintable(demo_.errorString())); }
+    void initTestCase() {
+        demo_.setRequestFaultsEnabled(true);  // pages pick their creative with "zf_creative"
+        QVERIFY2(demo_.start(), qPrintable(demo_.errorString()));
+    }
 
     // The end-to-end suites show the script's other answers and the client's side of these
     // messages; the unit's request type and the demo pages' own messages are only seen here.

@@ -116,6 +116,7 @@ class Harness {
         const QString path = inventory.isEmpty() ? QString()
                                                  : qEnvironmentVariable("SORVEL_SOURCE_DIR") +
                                                        QStringLiteral("/tests/e2e/") + inventory;
+        server.setRequestFaultsEnabled(true);  // scenarios steer it with "zf_" switches
         if (!server.start(0, QStringLiteral("127.0.0.1"), path)) {
             qWarning() << server.errorString();
             return false;

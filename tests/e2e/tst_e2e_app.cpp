@@ -192,6 +192,7 @@ class TestAppEndToEnd : public QObject {
         QFETCH(bool, signal);
         static adserver::AdServer quitServer;
         if (!quitServer.isListening()) {
+            quitServer.setRequestFaultsEnabled(true);
             QVERIFY(quitServer.start(0, QStringLiteral("127.0.0.1"),
                                      qEnvironmentVariable("SORVEL_SOURCE_DIR") +
                                          QStringLiteral("/tests/e2e/quit-inventory.json")));

@@ -1,10 +1,12 @@
+#include "ads/core/PXBConfiguration.h"
 #include "ads/net/PXBClickTracker.h"
 #include "adserver/adserver.h"
 #include "platform/files.h"
+#include "platform/netaddress.h"
 #include "support/httptestserver.h"
 #include "support/testenv.h"
 
-#include <QFileInfo>
+#include <QHostAddress>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -91,9 +93,44 @@ class TestClickTracker : public QObject {
                                      creative("slow", "/t/ctrk?zf_delayMs=60000")}}};
         const QString path = inventoryDir_.filePath("inventory.json");
         QVERIFY(platform::writeFileAtomically(path, QJsonDocument(inventory).toJson()));
+        server_.setRequestFaultsEnabled(true);
         QVERIFY2(server_.start(0, "127.0.0.1", path), qPrintable(server_.errorString()));
         origin_ = server_.url().toString();
         origin_.chop(1);  // the trailing slash
+        PXBConfiguration::setAdServerURL(server_.url());
+    }
+
+    void cleanup() {
+        PXBConfiguration::setAdServerURL(server_.url());
+        platform::setAddressLocalityForTesting(QHostAddress("127.0.0.2"), std::nullopt);
+    }
+
+    void localNetwork_data() {
+        // 127.0.0.2 stands for an ad server on the internet; 127.0.0.1, where the trackers are
+        // served, stays what it is: the local network.
+        QTest::addColumn<QString>("adServer");
+        QTest::addColumn<QString>("tracker");  // on the reference server at 127.0.0.1
+        QTest::addColumn<bool>("reached");
+        // clang-format off
+        QTest::newRow("ad server on this machine: its trackers here too") << "http://127.0.0.1:9/" << "{origin}/t/ctrk?n=5" << true;
+        QTest::newRow("public ad server: a loopback tracker is refused") << "http://127.0.0.2:9/" << "{origin}/t/ctrk?n=6" << false;
+        QTest::newRow("public ad server: localhost by name is refused") << "http://127.0.0.2:9/" << "http://localhost:{port}/t/ctrk?n=7" << false;
+        // clang-format on
+    }
+    void localNetwork() {
+        QFETCH(QString, adServer);
+        QFETCH(QString, tracker);
+        QFETCH(bool, reached);
+        platform::setAddressLocalityForTesting(QHostAddress("127.0.0.2"), false);
+        PXBConfiguration::setAdServerURL(QUrl(adServer));
+        const qint64 since = server_.lastLogSeq();
+        Recorder recorder;
+        PXBClickTracker clickTracker(&recorder);
+        clickTracker.trackURL(
+            QUrl(expand(tracker).replace("{port}", QString::number(server_.port()))));
+        QTRY_COMPARE(recorder.events.size(), 1);
+        QCOMPARE(recorder.events[0].startsWith("redirect"), reached);
+        QCOMPARE(logSince(since).isEmpty(), !reached);
     }
 
     void outcomes_data() {
@@ -149,9 +186,6 @@ class TestClickTracker : public QObject {
         const qint64 since = server_.lastLogSeq();
         const QUrl first = url("/t/click?c=slow");
         const QUrl second = url("/t/ctrk?n=3");
-        // A file an earlier tracking of the first URL left behind.
-        const QString firstFile = PXBCachedFile(nullptr, first).filePath();
-        QVERIFY(platform::writeFileAtomically(firstFile, "earlier"));
 
         Recorder recorder;
         PXBClickTracker tracker(&recorder);
@@ -159,7 +193,6 @@ class TestClickTracker : public QObject {
         // Redirected to the landing, which answers only after a minute.
         QTRY_COMPARE(tracker.trackingURL(), url("/t/ctrk?zf_delayMs=60000"));
         tracker.trackURL(second);
-        QVERIFY(!QFileInfo::exists(firstFile));
         QVERIFY(PXBClickTracker::activeTrackings());
         QTRY_COMPARE(recorder.events, QStringList{"redirect " + second.toString()});
         QVERIFY(!PXBClickTracker::activeTrackings());
