@@ -91,6 +91,37 @@ bool HttpCookieStorage::setCookiesFromUrl(const QList<QNetworkCookie>& cookieLis
     return added;
 }
 
+void HttpCookieStorage::setLastingHosts(const QStringList& hosts) {
+    QStringList lower;
+    for (const QString& host : hosts) {
+        if (!host.isEmpty()) {
+            lower.append(host.toLower());
+        }
+    }
+    if (lower == lastingHosts_) {
+        return;
+    }
+    lastingHosts_ = lower;
+    save();  // drops from the file what no longer lasts
+}
+
+bool HttpCookieStorage::lasts(const QNetworkCookie& cookie) const {
+    if (cookie.isSessionCookie()) {
+        return false;
+    }
+    if (lastingHosts_.isEmpty()) {
+        return true;
+    }
+    QString domain = cookie.domain().toLower();
+    const bool forSubdomains = domain.startsWith(u'.');
+    if (forSubdomains) {
+        domain.remove(0, 1);
+    }
+    return std::any_of(lastingHosts_.cbegin(), lastingHosts_.cend(), [&](const QString& host) {
+        return host == domain || (forSubdomains && host.endsWith(u'.' + domain));
+    });
+}
+
 void HttpCookieStorage::save() const {
     if (filePath_.isEmpty()) {
         return;
@@ -98,7 +129,7 @@ void HttpCookieStorage::save() const {
     const QDateTime now = QDateTime::currentDateTimeUtc();
     QByteArray data;
     for (const QNetworkCookie& cookie : allCookies()) {
-        if (!cookie.isSessionCookie() && !isExpired(cookie, now)) {
+        if (lasts(cookie) && !isExpired(cookie, now)) {
             data += cookie.toRawForm(QNetworkCookie::Full) + '\n';
         }
     }

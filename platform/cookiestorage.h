@@ -13,6 +13,7 @@
 #include <QNetworkCookie>
 #include <QNetworkCookieJar>
 #include <QString>
+#include <QStringList>
 
 namespace platform {
 
@@ -28,6 +29,12 @@ class HttpCookieStorage : public QNetworkCookieJar {
     explicit HttpCookieStorage(QString filePath, QObject* parent = nullptr);
 
     QString filePath() const { return filePath_; }
+
+    // The hosts whose dated cookies are written and so outlast the process; everyone else's are
+    // kept for this session only, whatever their expiry. Empty (the default): every dated cookie
+    // lasts. A cookie for a parent domain of a listed host counts as that host's.
+    QStringList lastingHosts() const { return lastingHosts_; }
+    void setLastingHosts(const QStringList& hosts);
     QList<QNetworkCookie> cookies() const { return allCookies(); }
 
     // A cookie another store (the web engine) set, replaced or removed; taken in without being
@@ -45,8 +52,10 @@ class HttpCookieStorage : public QNetworkCookieJar {
 
   private:
     void save() const;
+    bool lasts(const QNetworkCookie& cookie) const;
 
     QString filePath_;
+    QStringList lastingHosts_;
 };
 
 }  // namespace platform

@@ -3,6 +3,7 @@
 #include "error.h"
 
 #include <QDateTime>
+#include <QElapsedTimer>
 #include <QRegularExpression>
 #include <QUrl>
 
@@ -26,6 +27,46 @@ void setDebugLogging(bool enabled) {
                                              : QStringLiteral("qt.webenginecontext.info=false"));
     const_cast<QLoggingCategory&>(lcSorvelDebug()).setEnabled(QtDebugMsg, enabled);
     const_cast<QLoggingCategory&>(lcSorvelDebug()).setEnabled(QtInfoMsg, enabled);
+}
+
+QString escapeForLog(const QString& text, qsizetype maximumLength) {
+    QString out;
+    const QString kept = text.left(maximumLength);
+    out.reserve(kept.size());
+    for (const QChar ch : kept) {
+        const char16_t code = ch.unicode();
+        if (code == u'\\') {
+            out += QLatin1String("\\\\");
+        } else if (code < 0x20 || code == 0x7f || (code >= 0x80 && code < 0xa0)) {
+            out += QString::asprintf("\\x%02x", unsigned(code));
+        } else if (ch.category() == QChar::Other_Format || ch.category() == QChar::Separator_Line ||
+                   ch.category() == QChar::Separator_Paragraph) {
+            out += QString::asprintf("\\u%04x", unsigned(code));
+        } else {
+            out += ch;
+        }
+    }
+    if (text.size() > maximumLength) {
+        out += QStringLiteral("... (%1 characters in all)").arg(text.size());
+    }
+    return out;
+}
+
+LogRateLimiter::Verdict LogRateLimiter::take() {
+    static QElapsedTimer clock;
+    if (!clock.isValid()) {
+        clock.start();
+    }
+    const qint64 now = clock.elapsed();
+    if (periodStart_ < 0 || now - periodStart_ >= periodMs_) {
+        periodStart_ = now;
+        taken_ = 0;
+    }
+    ++taken_;
+    if (taken_ <= lines_) {
+        return kWrite;
+    }
+    return taken_ == lines_ + 1 ? kDropFirst : kDrop;
 }
 
 namespace {

@@ -1,8 +1,10 @@
 #include "urlconnection.h"
 
 #include "cookiestorage.h"
+#include "netaddress.h"
 
 #include <QCoreApplication>
+#include <QHostInfo>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
@@ -84,6 +86,15 @@ UrlConnection::UrlConnection(const UrlRequest& request, UrlConnectionDelegate* d
             beginHop(original_, nullptr);
         }
     });
+    if (request.maximumDuration() > 0) {
+        deadline_ = new QTimer(this);
+        deadline_->setSingleShot(true);
+        connect(deadline_, &QTimer::timeout, this, [this] {
+            fail(networkError(kErrorTimedOut, QStringLiteral("The request timed out."),
+                              current_.url()));
+        });
+        deadline_->start(static_cast<int>(request.maximumDuration() * 1000));
+    }
 }
 
 UrlConnection::~UrlConnection() {
@@ -97,6 +108,12 @@ void UrlConnection::cancel() {
 }
 
 void UrlConnection::dropReply() {
+    if (hostLookup_ >= 0) {
+        QHostInfo::abortHostLookup(std::exchange(hostLookup_, -1));
+    }
+    if (deadline_ != nullptr && cancelled_) {
+        deadline_->stop();
+    }
     if (reply_) {
         QNetworkReply* reply = reply_;
         reply_ = nullptr;
@@ -139,6 +156,54 @@ void UrlConnection::send(const UrlRequest& request) {
         fail(networkError(kErrorUnsupportedURL, QStringLiteral("unsupported URL"), url));
         return;
     }
+    if (request.allowsLocalNetwork()) {
+        sendNow(request);
+    } else {
+        sendUnlessLocal(request);
+    }
+}
+
+void UrlConnection::sendUnlessLocal(const UrlRequest& request) {
+    const QUrl& url = request.url();
+    const Error refused = networkError(
+        kErrorLocalNetworkRefused,
+        QStringLiteral("The address is on the local network, which this request may not reach."),
+        url);
+    if (isLocalNetworkHost(url.host())) {
+        fail(refused);
+        return;
+    }
+    if (!QHostAddress(url.host()).isNull()) {
+        sendNow(request);
+        return;
+    }
+    // The name's addresses are checked before the connection is made. The network layer looks
+    // the name up again to connect, from the process's host cache that this look-up filled.
+    hostLookup_ =
+        QHostInfo::lookupHost(url.host(), this, [this, request, refused](const QHostInfo& info) {
+            hostLookup_ = -1;
+            if (cancelled_) {
+                return;
+            }
+            if (info.error() != QHostInfo::NoError || info.addresses().isEmpty()) {
+                fail(networkError(
+                    kErrorCannotFindHost,
+                    QStringLiteral("A server with the specified hostname could not be found."),
+                    request.url()));
+                return;
+            }
+            for (const QHostAddress& address : info.addresses()) {
+                if (isLocalNetworkAddress(address)) {
+                    fail(refused);
+                    return;
+                }
+            }
+            sendNow(request);
+        });
+}
+
+void UrlConnection::sendNow(const UrlRequest& request) {
+    const QUrl& url = request.url();
     QNetworkRequest netRequest(url);
     netRequest.setAttribute(QNetworkRequest::CacheLoadControlAttribute,
                             QNetworkRequest::AlwaysNetwork);

@@ -13,6 +13,7 @@
 #include <optional>
 
 class QNetworkReply;
+class QTimer;
 
 namespace platform {
 
@@ -40,7 +41,8 @@ class UrlConnectionDelegate {
 class UrlConnection : public QObject {
     Q_OBJECT
   public:
-    static constexpr int kMaximumRedirects = 20;
+    // A longer chain is a loop, or a server keeping a connection busy on purpose.
+    static constexpr int kMaximumRedirects = 10;
 
     // Error codes of kNetworkErrorDomain used here.
     enum ErrorCode {
@@ -53,6 +55,8 @@ class UrlConnection : public QObject {
         kErrorCannotConnectToHost = -1004,
         kErrorNetworkConnectionLost = -1005,
         kErrorHTTPTooManyRedirects = -1007,
+        kErrorLocalNetworkRefused = -1030,
+        kErrorDataLengthExceedsMaximum = -1103,
         kErrorSecureConnectionFailed = -1200,
     };
 
@@ -72,6 +76,10 @@ class UrlConnection : public QObject {
   private:
     void beginHop(const UrlRequest& request, const HttpResponse* redirectResponse);
     void send(const UrlRequest& request);
+    // Looks the host up first and fails the hop, before anything connects, when the request may
+    // not reach the local network and the host is on it.
+    void sendUnlessLocal(const UrlRequest& request);
+    void sendNow(const UrlRequest& request);
     void onMetaData();
     void onReadyRead();
     void onFinished();
@@ -85,6 +93,8 @@ class UrlConnection : public QObject {
     UrlRequest original_;
     UrlRequest current_;
     QPointer<QNetworkReply> reply_;
+    int hostLookup_ = -1;
+    QTimer* deadline_ = nullptr;
     int redirects_ = 0;
     bool cancelled_ = false;
     bool responseDelivered_ = false;

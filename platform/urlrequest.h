@@ -1,5 +1,5 @@
-// A URL request (URL, header fields, time-out) and an HTTP response (final URL, status and all
-// header fields), as handed to URL-connection and web-view delegates.
+// A URL request (URL, header fields, time-outs, where it may go) and an HTTP response (final URL,
+// status and all header fields), as handed to URL-connection and web-view delegates.
 #pragma once
 
 #include <QList>
@@ -19,9 +19,18 @@ class UrlRequest {
     const QUrl& url() const { return url_; }
     void setUrl(const QUrl& url) { url_ = url; }
 
-    // Seconds; 0 means no time-out of our own.
+    // Seconds without any data coming in before the load fails; 0 means no time-out of our own.
     double timeoutInterval() const { return timeout_; }
     void setTimeoutInterval(double seconds) { timeout_ = seconds; }
+    // Seconds the whole load may take, every redirect hop included, however steadily data comes
+    // in; 0 means no limit.
+    double maximumDuration() const { return maximumDuration_; }
+    void setMaximumDuration(double seconds) { maximumDuration_ = seconds; }
+
+    // Whether this load may go to an address of the local network (see netaddress.h), checked
+    // for every hop before it connects. Loads named by outside content are refused there.
+    bool allowsLocalNetwork() const { return allowsLocalNetwork_; }
+    void setAllowsLocalNetwork(bool allows) { allowsLocalNetwork_ = allows; }
 
     // Header names compare without regard to case; setting an empty value removes the field.
     QString valueForHTTPHeaderField(const QString& name) const;
@@ -33,6 +42,8 @@ class UrlRequest {
   private:
     QUrl url_;
     double timeout_ = 0;
+    double maximumDuration_ = 0;
+    bool allowsLocalNetwork_ = true;
     QList<QPair<QString, QString>> headers_;
 };
 

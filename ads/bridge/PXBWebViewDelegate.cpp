@@ -100,7 +100,7 @@ void PXBWebViewDelegate::handleMessage(platform::WebView* webView, const QUrl& u
     } else if (name == QLatin1String("httpTrack")) {
         trackURLString(u, false);
     } else if (name == QLatin1String("log")) {
-        platform::logLine(parameters.value(QStringLiteral("string")).toString());
+        logFromPage(parameters.value(QStringLiteral("string")).toString());
     } else if (name == QLatin1String("open")) {
         opener_->openNotification(*message);
     } else if (name == QLatin1String("touch")) {
@@ -230,6 +230,26 @@ void PXBWebViewDelegate::evaluateJavaScriptInOpener(const QVariantMap& parameter
                     QVariantMap{{QStringLiteral("result"), result}}, target);
             }
         });
+}
+
+void PXBWebViewDelegate::logFromPage(const QString& text) {
+    // The page's author writes these lines, not us: they go to the debug log only (shown with
+    // --verbose), marked, escaped, cut short and rationed, so an ad can neither fill the disk
+    // nor pass its text off as the application's.
+    if (!lcSorvelDebug().isDebugEnabled()) {
+        return;
+    }
+    switch (pageLog_.take()) {
+        case platform::LogRateLimiter::kWrite:
+            platform::logDebug(QStringLiteral("<Sorvel> [ad log] ") + platform::escapeForLog(text));
+            break;
+        case platform::LogRateLimiter::kDropFirst:
+            platform::logDebug(QStringLiteral(
+                "<Sorvel> [ad log] too many lines: the page's log is cut off for now"));
+            break;
+        case platform::LogRateLimiter::kDrop:
+            break;
+    }
 }
 
 void PXBWebViewDelegate::processCanOpenURLs(const QStringList& urls, platform::WebView* webView) {

@@ -4,6 +4,7 @@
 // and refused ones.
 #pragma once
 
+#include "platform/log.h"
 #include "platform/ui/webview.h"
 
 #include <QObject>
@@ -68,10 +69,12 @@ class PXBWebViewDelegate : public QObject, public platform::WebViewDelegate {
   private:
     // One in-ad message: acted on, never loaded.
     void handleMessage(platform::WebView* webView, const QUrl& url);
+    void logFromPage(const QString& text);
 
     bool hasLoadedAtLeastOnce_ = false;
     std::unique_ptr<PXBOpener> opener_;
     std::unique_ptr<PXBClickTracker> tracker_;
     QPointer<QObject> viewController_;
     QPointer<platform::WebView> openingWebView_;
+    platform::LogRateLimiter pageLog_{20, 10000};
 };

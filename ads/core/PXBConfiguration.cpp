@@ -1,5 +1,9 @@
 #include "ads/core/PXBConfiguration.h"
 
+#include "platform/netaddress.h"
+
+#include <QHostAddress>
+
 namespace {
 
 struct Roots {
@@ -23,10 +27,17 @@ QUrl PXBConfiguration::rootFromText(const QString& text) {
     if (trimmed.isEmpty()) {
         return {};
     }
-    if (!trimmed.contains(QLatin1String("://"))) {
+    const bool bare = !trimmed.contains(QLatin1String("://"));
+    if (bare) {
         trimmed.prepend(QLatin1String("http://"));
     }
     QUrl url(trimmed, QUrl::StrictMode);
+    // A server named without a scheme is reached privately; plain http only where the traffic
+    // never leaves the machine (the built-in server) or where the address asks for it.
+    if (bare && !QHostAddress(url.host()).isLoopback() &&
+        url.host().compare(QLatin1String("localhost"), Qt::CaseInsensitive) != 0) {
+        url.setScheme(QStringLiteral("https"));
+    }
     if (!url.isValid() || url.host().isEmpty() ||
         (url.scheme() != QLatin1String("http") && url.scheme() != QLatin1String("https"))) {
         return {};
@@ -82,6 +93,10 @@ QString PXBConfiguration::adServerHost() {
     }
     return root.port() < 0 ? root.host()
                            : QStringLiteral("%1:%2").arg(root.host()).arg(root.port());
+}
+
+bool PXBConfiguration::adServerIsOnLocalNetwork() {
+    return platform::isLocalNetworkHost(adServerURL().host());
 }
 
 QStringList PXBConfiguration::handOverSchemes() {

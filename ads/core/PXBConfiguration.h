@@ -23,6 +23,9 @@ class PXBConfiguration {
     static QUrl scriptURL();
     // "host" or "host:port" of the ad server, as the reachability check and the request need it.
     static QString adServerHost();
+    // Whether the ad server's host is on the local network by its name or address (a server on
+    // this machine, say): then trackers may be there too.
+    static bool adServerIsOnLocalNetwork();
 
     // Schemes besides "http", "https", "tel" and "sms" that an ad may hand to the desktop after
     // a press (an application's own store or launcher scheme, say); none by default. Compared
@@ -37,7 +40,7 @@ class PXBConfiguration {
     static double loadTimeoutSeconds();
     static void setLoadTimeoutSeconds(double seconds);
 
-    // A root as given on a command line: "host:port" gets "http://", a path is dropped to "/".
-    // An unusable text gives an empty URL.
+    // A root as given on a command line: "host:port" gets "https://" ("http://" for a loopback
+    // host), a path is dropped to "/". An unusable text gives an empty URL.
     static QUrl rootFromText(const QString& text);
 };

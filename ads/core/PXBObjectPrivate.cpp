@@ -15,6 +15,7 @@
 #include "ads/stats/PXBStatistics.h"
 #include "ads/stats/PXBStatisticsCore.h"
 #include "ads/stats/PXBTiming.h"
+#include "platform/cookiestorage.h"
 #include "platform/log.h"
 #include "platform/notificationcenter.h"
 #include "platform/ui/application.h"
@@ -60,6 +61,12 @@ double leadingDouble(const QString& text) {
     const QRegularExpressionMatch match = number.match(text);
     return match.hasMatch() ? match.captured().trimmed().toDouble() : 0.0;
 }
+
+// What one ad response may bring: a page or script beyond these is no ad but a load error, and
+// trackers beyond the count are dropped rather than each fetched.
+constexpr qint64 kMaximumScriptBytes = 2 * 1024 * 1024;
+constexpr qint64 kMaximumAdBytes = 1024 * 1024;
+constexpr qsizetype kMaximumTrackingURLs = 100;
 
 QVariantMap rectDictionary(const QRect& rect) {
     return {{QStringLiteral("x"), double(rect.x())},
@@ -299,6 +306,13 @@ void PXBObjectPrivate::ensureSupportFiles() {
     if (!buildAdJS_) {
         changeState(kPXBAdStateFetchingScript);
         buildAdJS_ = std::make_unique<PXBCachedFile>(fileDelegate(), jsBuildAdURL());
+        buildAdJS_->setMaximumBodyBytes(kMaximumScriptBytes);
+    }
+    // Cookies that trackers, click URLs and the frames of an ad set for other sites live as long
+    // as the process: only the ad server's own outlast it, so nothing named in an ad response
+    // can follow the user from one launch to the next.
+    if (platform::HttpCookieStorage* jar = platform::HttpCookieStorage::sharedStorage()) {
+        jar->setLastingHosts({PXBConfiguration::adServerURL().host()});
     }
     const QDateTime now = QDateTime::currentDateTimeUtc();
     PXBStatisticsCore store(QStringLiteral("PXBObjectPrivate"));
@@ -438,7 +452,9 @@ void PXBObjectPrivate::unableToServe(const platform::Notification& notification)
 // ---- The ad HTML
 
 void PXBObjectPrivate::loadHTMLFromURL(const QUrl& url) {
-    setAdHTML(std::make_unique<PXBCachedFile>(fileDelegate(), url));
+    auto file = std::make_unique<PXBCachedFile>(fileDelegate(), url);
+    file->setMaximumBodyBytes(kMaximumAdBytes);
+    setAdHTML(std::move(file));
 }
 
 void PXBObjectPrivate::setAdHTML(std::unique_ptr<PXBCachedFile> file) {
@@ -525,15 +541,26 @@ void PXBObjectPrivate::createOrReuseArrayOfURLsFromHeader(QList<QUrl>& array,
         return;
     }
     // Split at every single blank: two blanks in a row give an empty piece, which is skipped.
+    qsizetype dropped = 0;
     for (const QString& piece : header.split(QLatin1Char(' '))) {
         const QString trimmed = piece.trimmed();
         if (trimmed.isEmpty()) {
             continue;
         }
         const QUrl url(trimmed, QUrl::StrictMode);
-        if (url.isValid() && !url.toString().isEmpty()) {
+        if (!url.isValid() || url.toString().isEmpty()) {
+            continue;
+        }
+        if (array.size() >= kMaximumTrackingURLs) {
+            ++dropped;
+        } else {
             array.append(url);
         }
+    }
+    if (dropped > 0) {
+        platform::logDebug(QStringLiteral("<Sorvel> %1 tracking URLs beyond the first %2 dropped")
+                               .arg(dropped)
+                               .arg(kMaximumTrackingURLs));
     }
 }
 

@@ -1,7 +1,7 @@
 #include "ads/device/PXBIdentifierUtilities.h"
 
+#include "ads/core/PXBConfiguration.h"
 #include "ads/net/PXBNumberUtilities.h"
-#include "platform/crypto.h"
 #include "platform/files.h"
 #include "platform/propertylist.h"
 #include "platform/ui/application.h"
@@ -14,6 +14,7 @@
 #include <QFile>
 #include <QGuiApplication>
 #include <QLocale>
+#include <QMessageAuthenticationCode>
 #include <QStringList>
 #include <QSysInfo>
 
@@ -321,10 +322,18 @@ QString PXBIdentifierUtilities::deviceSubmodel() {
 
 QString PXBIdentifierUtilities::deviceIdentifier() {
     if (!deviceIdentifier_) {
+        // The machine's id is not to leave it, nor anything another program could work out
+        // from it alone: the identifier is a hash keyed with the id over this application's
+        // name, so it is stable here and unrelated to what any other application sends.
         const QString unique = environment().uniqueIdentifier();
         deviceIdentifier_ =
             unique.isNull() ? QString()
-                            : QString::fromLatin1(platform::md5(unique.toUtf8()).toHex().toUpper());
+                            : QString::fromLatin1(QMessageAuthenticationCode::hash(
+                                                      environment().bundleIdentifier().toUtf8(),
+                                                      unique.toUtf8(), QCryptographicHash::Sha256)
+                                                      .left(16)
+                                                      .toHex()
+                                                      .toUpper());
     }
     return *deviceIdentifier_;
 }
@@ -355,8 +364,12 @@ QVariantMap PXBIdentifierUtilities::canOpenURLs(const QVariantList& urls) const 
         if (url.metaType().id() != QMetaType::QString) {
             continue;
         }
+        // Asked of any scheme, the answer would list the user's applications to whoever made
+        // the ad: only the schemes an ad may hand over anyway get a real answer.
         const QString text = url.toString();
-        result.insert(text, environment().canOpenURL(QUrl(text)));
+        const QUrl parsed(text);
+        result.insert(text,
+                      PXBConfiguration::mayHandOver(parsed) && environment().canOpenURL(parsed));
     }
     return result;
 }

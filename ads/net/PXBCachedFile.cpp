@@ -149,15 +149,17 @@ void PXBCachedFile::beginFetchWithCacheBuster(bool cacheBuster) {
             QStringLiteral("unique"), QString::asprintf("%.0f", platform::absoluteTimeNow()), url);
     }
     // The platform's connection never uses a protocol cache (this class is the cache) and keeps
-    // cookies; no time-out of our own.
-    UrlRequest request(url);
+    // cookies.
+    UrlRequest request(url, kTimeoutSeconds);
+    request.setMaximumDuration(2 * kTimeoutSeconds);
+    request.setAllowsLocalNetwork(allowsLocalNetwork_);
     const QString userAgent = PXBNetworkUtilities::userAgentString();
     if (!userAgent.isEmpty()) {
         request.setValueForHTTPHeaderField(userAgent, QStringLiteral("User-Agent"));
     }
     // A stored copy that does not read as text is as good as none: asking whether it is still
     // current would keep it for as long as the server's file stays the same.
-    const QString modified = fileModificationDate();
+    const QString modified = keepsBody_ ? fileModificationDate() : QString();
     if (!modified.isNull() && !content().isNull()) {
         request.setValueForHTTPHeaderField(modified, QStringLiteral("If-Modified-Since"));
     }
@@ -250,6 +252,20 @@ std::optional<UrlRequest> PXBCachedFile::connectionWillSendRequest(
 void PXBCachedFile::connectionDidReceiveResponse(UrlConnection&, const HttpResponse& response) {
     httpStatusCode_ = response.statusCode;
     saveHeadersFromResponse(response);
+    if (response.statusCode == 200 && !keepsBody_) {
+        if (tellDidEnd()) {
+            cleanUpConnection();
+        }
+        return;
+    }
+    bool announced = false;
+    const qint64 length =
+        response.valueForHeader(QStringLiteral("Content-Length")).trimmed().toLongLong(&announced);
+    if (response.statusCode == 200 && maximumBodyBytes_ > 0 && announced &&
+        length > maximumBodyBytes_) {
+        failTooLarge();
+        return;
+    }
     if (response.statusCode == 200) {
         QString modified = response.valueForHeader(QStringLiteral("Last-Modified"));
         const qsizetype gmt = modified.indexOf(QLatin1String("GMT"));
@@ -274,9 +290,23 @@ void PXBCachedFile::connectionDidReceiveResponse(UrlConnection&, const HttpRespo
 }
 
 void PXBCachedFile::connectionDidReceiveData(UrlConnection&, const QByteArray& data) {
-    if (receivedData_) {
-        receivedData_->append(data);
+    if (!receivedData_) {
+        return;
     }
+    if (maximumBodyBytes_ > 0 && receivedData_->size() + data.size() > maximumBodyBytes_) {
+        failTooLarge();
+        return;
+    }
+    receivedData_->append(data);
+}
+
+void PXBCachedFile::failTooLarge() {
+    const Error error = platform::networkError(
+        UrlConnection::kErrorDataLengthExceedsMaximum,
+        QStringLiteral("The resource is larger than %1 bytes.").arg(maximumBodyBytes_),
+        httpDestinationURL_);
+    cleanUpConnection();
+    tellDidFail(error);
 }
 
 void PXBCachedFile::connectionDidFinishLoading(UrlConnection&) {

@@ -75,6 +75,21 @@ class PXBCachedFile : private platform::UrlConnectionDelegate {
     QString content();
     bool hasContent();
 
+    // What one fetch may bring. A body longer than maximumBodyBytes (0: no limit) fails the fetch
+    // as soon as it is announced or has arrived that far, and nothing is written.
+    qint64 maximumBodyBytes() const { return maximumBodyBytes_; }
+    void setMaximumBodyBytes(qint64 bytes) { maximumBodyBytes_ = bytes; }
+    // Without a body (a tracker's) the fetch ends with the response's head: its status is all
+    // that counts, no file is written, and no byte of the body is read.
+    bool keepsBody() const { return keepsBody_; }
+    void setKeepsBody(bool keeps) { keepsBody_ = keeps; }
+    // Whether the fetch, and each of its redirects, may go to the local network (the default).
+    bool allowsLocalNetwork() const { return allowsLocalNetwork_; }
+    void setAllowsLocalNetwork(bool allows) { allowsLocalNetwork_ = allows; }
+
+    // Every fetch fails after this long without data, or this long twice over in all.
+    static constexpr double kTimeoutSeconds = 30;
+
     bool isFetching() const { return connection_ != nullptr; }
     // Start a fetch unless one is running.
     void validate();
@@ -107,6 +122,7 @@ class PXBCachedFile : private platform::UrlConnectionDelegate {
                                     const platform::Error& error) override;
 
     void saveHeadersFromResponse(const platform::HttpResponse& response);
+    void failTooLarge();
     void cleanUpConnection();
     // Delegate calls may destroy this object; these return false when it is gone.
     bool tellDidEnd();
@@ -115,6 +131,9 @@ class PXBCachedFile : private platform::UrlConnectionDelegate {
     platform::WeakRef<PXBCachedFileDelegate> delegate_;
     QUrl sourceURL_;
     QString filePath_;
+    qint64 maximumBodyBytes_ = 0;
+    bool keepsBody_ = true;
+    bool allowsLocalNetwork_ = true;
     std::unique_ptr<platform::UrlConnection> connection_;
     std::optional<QByteArray> receivedData_;
     QString receivedModificationDate_;

@@ -1,5 +1,6 @@
 #include "ads/net/PXBClickTracker.h"
 
+#include "ads/core/PXBConfiguration.h"
 #include "ads/core/PXBRequestError.h"
 #include "ads/stats/PXBStatistics.h"
 #include "platform/ui/application.h"
@@ -41,6 +42,11 @@ void PXBClickTracker::trackURL(const QUrl& url) {
     reset();
     beginBackgroundTask();
     tracker_ = std::make_unique<PXBCachedFile>(static_cast<PXBCachedFileDelegate*>(this), url);
+    tracker_->setKeepsBody(false);
+    // The ad response names the URLs, so anything the ad's author likes: the user's router or a
+    // service on this machine included. Only an ad server on the local network itself (someone
+    // developing ads) may send its trackers there.
+    tracker_->setAllowsLocalNetwork(PXBConfiguration::adServerIsOnLocalNetwork());
     tracker_->validate();
 }
 

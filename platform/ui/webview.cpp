@@ -31,6 +31,9 @@
 #include <deque>
 #include <utility>
 
+// Where the engine itself writes pages' consoles, so the same rules show or hide them.
+Q_LOGGING_CATEGORY(lcPageConsole, "js", QtWarningMsg)
+
 namespace platform {
 
 namespace {
@@ -215,9 +218,14 @@ class EnginePage : public QWebEnginePage {
     bool javaScriptConfirm(const QUrl& securityOrigin, const QString& msg) override;
     bool javaScriptPrompt(const QUrl& securityOrigin, const QString& msg,
                           const QString& defaultValue, QString* result) override;
+    // A page's console goes to the log as the engine's own would ("js" category), but escaped,
+    // cut short and rationed: the page's author writes it.
+    void javaScriptConsoleMessage(JavaScriptConsoleMessageLevel level, const QString& message,
+                                  int lineNumber, const QString& sourceID) override;
 
   private:
     EngineBackend* backend_;
+    LogRateLimiter console_{20, 10000};
 };
 
 // Adds the "Referer" a caller gave loadRequest to the engine's request for that page (and only
@@ -855,6 +863,38 @@ bool EnginePage::acceptNavigationRequest(const QUrl& url, NavigationType type, b
         return isMainFrame && url == QUrl(QStringLiteral("about:blank"));
     }
     return backend_->acceptNavigation(url, type, isMainFrame);
+}
+
+void EnginePage::javaScriptConsoleMessage(JavaScriptConsoleMessageLevel level,
+                                          const QString& message, int lineNumber,
+                                          const QString& sourceID) {
+    const QtMsgType type = level == ErrorMessageLevel     ? QtCriticalMsg
+                           : level == WarningMessageLevel ? QtWarningMsg
+                                                          : QtInfoMsg;
+    if (!lcPageConsole().isEnabled(type)) {
+        return;
+    }
+    QString line;
+    switch (console_.take()) {
+        case LogRateLimiter::kWrite:
+            line = QStringLiteral("%1:%2: %3")
+                       .arg(escapeForLog(sourceID, 200))
+                       .arg(lineNumber)
+                       .arg(escapeForLog(message));
+            break;
+        case LogRateLimiter::kDropFirst:
+            line = QStringLiteral("too many console lines: the page's console is cut off for now");
+            break;
+        case LogRateLimiter::kDrop:
+            return;
+    }
+    if (type == QtCriticalMsg) {
+        qCCritical(lcPageConsole).noquote() << line;
+    } else if (type == QtWarningMsg) {
+        qCWarning(lcPageConsole).noquote() << line;
+    } else {
+        qCInfo(lcPageConsole).noquote() << line;
+    }
 }
 
 void EnginePage::javaScriptAlert(const QUrl& /*securityOrigin*/, const QString& msg) {

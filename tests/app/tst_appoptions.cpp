@@ -21,13 +21,15 @@ class TestAppOptions : public QObject {
         QTest::newRow("host and port") << QStringList{"--ad-server", "127.0.0.1:8080"} << "" << "http://127.0.0.1:8080/" << "" << false;
         QTest::newRow("full URL, path dropped") << QStringList{"--ad-server=http://ads.example:81/x?y=1"} << "" << "http://ads.example:81/" << "" << false;
         QTest::newRow("environment") << QStringList{} << "localhost:9" << "http://localhost:9/" << "" << false;
-        QTest::newRow("command line beats environment") << QStringList{"--ad-server", "a.test"} << "b.test" << "http://a.test/" << "" << false;
+        QTest::newRow("bare IPv6 loopback stays on http") << QStringList{"--ad-server", "[::1]:9"} << "" << "http://[::1]:9/" << "" << false;
+        QTest::newRow("plain http when the address says so") << QStringList{"--ad-server", "http://a.test"} << "" << "http://a.test/" << "" << false;
+        QTest::newRow("command line beats environment; a bare name goes over https") << QStringList{"--ad-server", "a.test"} << "b.test" << "https://a.test/" << "" << false;
         QTest::newRow("script host alone") << QStringList{"--script-host", "https://js.test"} << "" << "" << "https://js.test/" << false;
         QTest::newRow("not http") << QStringList{"--ad-server", "ftp://x"} << "" << "!" << "" << false;
         QTest::newRow("bad environment") << QStringList{} << "::::" << "!" << "" << false;
         QTest::newRow("stray argument") << QStringList{"extra"} << "" << "!" << "" << false;
         QTest::newRow("unknown option") << QStringList{"--loud"} << "" << "!" << "" << false;
-        QTest::newRow("Qt's own options left to Qt") << QStringList{"-platform", "offscreen", "--reverse", "-style=fusion", "--qwindowtitle", "t", "--ad-server", "a.test"} << "" << "http://a.test/" << "" << false;
+        QTest::newRow("Qt's own options left to Qt") << QStringList{"-platform", "offscreen", "--reverse", "-style=fusion", "--qwindowtitle", "t", "--ad-server", "a.test"} << "" << "https://a.test/" << "" << false;
         QTest::newRow("Qt's option in a form Qt does not read") << QStringList{"-platform=offscreen"} << "" << "!" << "" << false;
         QTest::newRow("empty --ad-server is no address") << QStringList{"--ad-server", ""} << "" << "!" << "" << false;
         QTest::newRow("empty --script-host is no address") << QStringList{"--script-host="} << "" << "!" << "" << false;

@@ -1,3 +1,4 @@
+#include "ads/core/PXBConfiguration.h"
 #include "ads/device/PXBIdentifierUtilities.h"
 #include "platform/propertylist.h"
 #include "support/testenv.h"
@@ -126,15 +127,49 @@ class TestPXBIdentifierUtilities : public QObject {
 
     void identifier() {
         PXBIdentifierUtilities utilities;
-        // MD5 of "abc" (RFC 1321), in upper case.
-        QCOMPARE(utilities.deviceIdentifier(), u"900150983CD24FB0D6963F7D28E17F72"_s);
+        // HMAC-SHA256 keyed with the machine id "abc" over the application's identifier, its
+        // first 16 bytes in upper-case hex (as `openssl dgst -sha256 -hmac abc` gives it); never
+        // the machine id's plain MD5 (900150983CD24FB0D6963F7D28E17F72), which anyone can work
+        // out.
+        QCOMPARE(utilities.deviceIdentifier(), u"412D97F6804AB07CB7642898A6CF8D43"_s);
         env_.uniqueIdentifier = [] { return u"changed"_s; };
         apply();
-        QCOMPARE(utilities.deviceIdentifier(), u"900150983CD24FB0D6963F7D28E17F72"_s);
+        QCOMPARE(utilities.deviceIdentifier(), u"412D97F6804AB07CB7642898A6CF8D43"_s);
+        env_.uniqueIdentifier = [] { return u"abc"_s; };
+        env_.bundleIdentifier = [] { return u"com.example.Other"_s; };
+        apply();
+        QCOMPARE(PXBIdentifierUtilities().deviceIdentifier(),
+                 u"044FAAB50696B819DA85161A3D343D1C"_s);
 
         env_.uniqueIdentifier = [] { return QString(); };
         apply();
         QVERIFY(!PXBIdentifierUtilities().parameters().contains(kPXBParameterDeviceID));
+    }
+
+    // Even where the desktop has a program for it, a scheme an ad may not hand over is
+    // answered "no": the answers would otherwise list the user's applications.
+    void canOpenOnlyWhatMayBeHandedOver_data() {
+        QTest::addColumn<QString>("url");
+        QTest::addColumn<QStringList>("handOverSchemes");
+        QTest::addColumn<bool>("answer");
+        // clang-format off
+        QTest::newRow("web page") << "https://a.example/" << QStringList{} << true;
+        QTest::newRow("call") << "tel:555" << QStringList{} << true;
+        QTest::newRow("another application's scheme") << "chatapp://open" << QStringList{} << false;
+        QTest::newRow("a file") << "file:///etc/passwd" << QStringList{} << false;
+        QTest::newRow("a scheme the application lets through") << "chatapp://open" << QStringList{"chatapp"} << true;
+        // clang-format on
+    }
+    void canOpenOnlyWhatMayBeHandedOver() {
+        QFETCH(QString, url);
+        QFETCH(QStringList, handOverSchemes);
+        QFETCH(bool, answer);
+        env_.canOpenURL = [](const QUrl&) { return true; };
+        apply();
+        PXBConfiguration::setHandOverSchemes(handOverSchemes);
+        const QVariantMap answers = PXBIdentifierUtilities().canOpenURLs({url});
+        PXBConfiguration::setHandOverSchemes({});
+        QCOMPARE(answers.value(url).toBool(), answer);
     }
 
     void deviceFacts() {
