@@ -1,6 +1,7 @@
 #include "urlconnection.h"
 
 #include "cookiestorage.h"
+#include "log.h"
 #include "netaddress.h"
 
 #include <QCoreApplication>
@@ -165,12 +166,8 @@ void UrlConnection::send(const UrlRequest& request) {
 
 void UrlConnection::sendUnlessLocal(const UrlRequest& request) {
     const QUrl& url = request.url();
-    const Error refused = networkError(
-        kErrorLocalNetworkRefused,
-        QStringLiteral("The address is on the local network, which this request may not reach."),
-        url);
     if (isLocalNetworkHost(url.host())) {
-        fail(refused);
+        refuseLocal(url);
         return;
     }
     if (!QHostAddress(url.host()).isNull()) {
@@ -179,27 +176,34 @@ void UrlConnection::sendUnlessLocal(const UrlRequest& request) {
     }
     // The name's addresses are checked before the connection is made. The network layer looks
     // the name up again to connect, from the process's host cache that this look-up filled.
-    hostLookup_ =
-        QHostInfo::lookupHost(url.host(), this, [this, request, refused](const QHostInfo& info) {
-            hostLookup_ = -1;
-            if (cancelled_) {
-                return;
-            }
-            if (info.error() != QHostInfo::NoError || info.addresses().isEmpty()) {
-                fail(networkError(
-                    kErrorCannotFindHost,
-                    QStringLiteral("A server with the specified hostname could not be found."),
-                    request.url()));
-                return;
-            }
-            for (const QHostAddress& address : info.addresses()) {
-                if (isLocalNetworkAddress(address)) {
-                    fail(refused);
-                    return;
-                }
-            }
-            sendNow(request);
-        });
+    hostLookup_ = QHostInfo::lookupHost(url.host(), this, [this, request](const QHostInfo& info) {
+        hostLookup_ = -1;
+        if (cancelled_) {
+            return;
+        }
+        if (info.error() != QHostInfo::NoError || info.addresses().isEmpty()) {
+            fail(networkError(
+                kErrorCannotFindHost,
+                QStringLiteral("A server with the specified hostname could not be found."),
+                request.url()));
+            return;
+        }
+        const QList<QHostAddress> addresses = info.addresses();
+        if (std::any_of(addresses.cbegin(), addresses.cend(), &isLocalNetworkAddress)) {
+            refuseLocal(request.url());
+            return;
+        }
+        sendNow(request);
+    });
+}
+
+void UrlConnection::refuseLocal(const QUrl& url) {
+    logDebug(QStringLiteral("<Sorvel> Not fetched, the local network is out of bounds: %1")
+                 .arg(url.toString(QUrl::FullyEncoded)));
+    fail(networkError(
+        kErrorLocalNetworkRefused,
+        QStringLiteral("The address is on the local network, which this request may not reach."),
+        url));
 }
 
 void UrlConnection::sendNow(const UrlRequest& request) {
@@ -219,6 +223,9 @@ void UrlConnection::sendNow(const UrlRequest& request) {
     responseDelivered_ = false;
     redirecting_ = false;
     reply_ = sharedManager().get(netRequest);
+    // Data waits in the socket, not in memory, until the delegate has taken what came before:
+    // a server that sends faster than we read cannot make the process hold more than this.
+    reply_->setReadBufferSize(kReadBufferBytes);
     connect(reply_, &QNetworkReply::metaDataChanged, this, &UrlConnection::onMetaData);
     connect(reply_, &QNetworkReply::readyRead, this, &UrlConnection::onReadyRead);
     connect(reply_, &QNetworkReply::finished, this, &UrlConnection::onFinished);

@@ -41,6 +41,8 @@ class UrlConnectionDelegate {
 class UrlConnection : public QObject {
     Q_OBJECT
   public:
+    // What one connection holds of a body the delegate has not taken yet.
+    static constexpr qint64 kReadBufferBytes = 256 * 1024;
     // A longer chain is a loop, or a server keeping a connection busy on purpose.
     static constexpr int kMaximumRedirects = 10;
 
@@ -79,6 +81,7 @@ class UrlConnection : public QObject {
     // Looks the host up first and fails the hop, before anything connects, when the request may
     // not reach the local network and the host is on it.
     void sendUnlessLocal(const UrlRequest& request);
+    void refuseLocal(const QUrl& url);
     void sendNow(const UrlRequest& request);
     void onMetaData();
     void onReadyRead();
