@@ -15,7 +15,7 @@ namespace {
 constexpr qint64 kMaxOversize = 8LL * 1024 * 1024;
 constexpr qint64 kMaxDelayMs = 120000;
 constexpr qint64 kMaxRedirects = 50;
-constexpr qint64 kMaxExtraTrackingUrls = 1000;
+constexpr qint64 kMaxExtraTrackingUrls = 5000;
 constexpr qint64 kMaxInventoryBytes = 16LL * 1024 * 1024;
 
 const QStringList& scriptReplies() {

@@ -13,13 +13,16 @@
 //   idle CPU                   utime + stime of the process and its web engine children over
 //                              --idle-seconds with an ad shown and no refresh due
 //
+//   tracker memory             PSS growth of the app and its helpers over 50 ads whose 20
+//                              trackers each answer 8 MiB; baseline: the same with ordinary
+//                              trackers
 //   memory growth              (only with --memory-cycles N) growth of the PSS of the process,
 //                              and of its helpers, over N refreshes every 0.2 s after 50 first
 //                              (sampled every 100 in the notes); baseline: the bare view
 //                              reloading as often
 //
 // Usage: bench_adpath [--runs N] [--refreshes N] [--idle-runs N] [--idle-seconds S]
-//                     [--memory-cycles N] [--only launch|refresh|idle|memory]
+//                     [--memory-cycles N] [--only launch|refresh|idle|trackers|memory]
 #include "bench/figure.h"
 
 #include <QCoreApplication>
@@ -618,6 +621,58 @@ void idleFigure(int runs, double seconds) {
     bench::print(f);
 }
 
+// The PSS of the app and its helpers over 50 ads every 0.2 s whose 20 impression trackers each
+// answer with an 8 MiB body (the most the reference server sends), against the same 50 ads with
+// ordinary trackers. A client that kept tracker bodies would grow by 8 GB here.
+void trackerMemoryFigure() {
+    constexpr int kAds = 50;
+    const auto growthOver = [](const QString& inventory, const char* who) {
+        std::vector<double> growth;
+        Server server(inventory);
+        QTemporaryDir home;
+        if (!server.start()) {
+            return growth;
+        }
+        Child app(QStringLiteral(BENCH_APP), {QStringLiteral("--ad-server"), server.root()},
+                  profileEnvironment(home.path()));
+        if (!app.start() || !shown(app.waitFor(kAdShown))) {
+            note(QStringLiteral("trackers: %1 showed no ad:\n%2")
+                     .arg(QLatin1String(who), app.tail(15)));
+            return growth;
+        }
+        const MemorySample first = sampleMemory(app.pid());
+        int ads = 1;
+        while (ads < kAds && shown(app.waitFor(kAdShown))) {
+            ++ads;
+        }
+        const MemorySample last = sampleMemory(app.pid());
+        note(QStringLiteral("trackers: %1, %2 ads, process+helpers MB %3+%4 -> %5+%6")
+                 .arg(QLatin1String(who))
+                 .arg(ads)
+                 .arg(first.process, 0, 'f', 1)
+                 .arg(first.helpers, 0, 'f', 1)
+                 .arg(last.process, 0, 'f', 1)
+                 .arg(last.helpers, 0, 'f', 1));
+        if (ads == kAds) {
+            growth.push_back(last.process + last.helpers - first.process - first.helpers);
+        }
+        return growth;
+    };
+    const std::vector<double> heavy = growthOver(QStringLiteral("trackers.json"), "8 MiB trackers");
+    const std::vector<double> plain = growthOver(QStringLiteral("memory.json"), "plain trackers");
+    bench::Figure f;
+    f.name = QStringLiteral("memory growth over %1 ads with 20 trackers of 8 MiB each (MB PSS)")
+                 .arg(kAds)
+                 .toStdString();
+    f.median = bench::median(heavy);
+    f.baseline = bench::median(plain);
+    f.ratio = f.baseline != 0 ? f.median / f.baseline : 0.0;
+    f.target = "<= 50 MB";
+    f.pass = !heavy.empty() && f.median <= 50.0;
+    f.runs = static_cast<int>(heavy.size());
+    bench::print(f);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -645,10 +700,10 @@ int main(int argc, char** argv) {
         } else if (arg == QLatin1String("--only") && hasValue) {
             only = args[++i];
         } else {
-            std::fprintf(
-                stderr,
-                "usage: bench_adpath [--runs N] [--refreshes N] [--idle-runs N] "
-                "[--idle-seconds S] [--memory-cycles N] [--only launch|refresh|idle|memory]\n");
+            std::fprintf(stderr,
+                         "usage: bench_adpath [--runs N] [--refreshes N] [--idle-runs N] "
+                         "[--idle-seconds S] [--memory-cycles N] [--only "
+                         "launch|refresh|idle|trackers|memory]\n");
             return 2;
         }
     }
@@ -660,6 +715,9 @@ int main(int argc, char** argv) {
     }
     if (only.isEmpty() || only == QLatin1String("idle")) {
         idleFigure(idleRuns, idleSeconds);
+    }
+    if (only.isEmpty() || only == QLatin1String("trackers")) {
+        trackerMemoryFigure();
     }
     if (memoryCycles > 0 && (only.isEmpty() || only == QLatin1String("memory"))) {
         memoryFigure(memoryCycles);

@@ -8,6 +8,7 @@
 #include "ads/signals/PXBSignals.h"
 #include "ads/stats/PXBStatisticsCore.h"
 #include "ads/stats/PXBTiming.h"
+#include "platform/log.h"
 #include "platform/notificationcenter.h"
 #include "platform/ui/audioplayer.h"
 
@@ -233,11 +234,12 @@ class TestBannerEndToEnd : public QObject {
         QTest::addColumn<QList<int>>("effects");     // system sounds, or the touch recorded
         QTest::addColumn<bool>("press");             // the page sends once pressed, not on load
         // clang-format off
-        QTest::newRow("log") << QStringList{"qmsg:///log?string=hello%20ad"} << "hello ad" << "" << QList<int>{} << false;
-        QTest::newRow("log, older form") << QStringList{"torvin://log?string=old%20form"} << "old form" << ""
+        QTest::newRow("log: with --verbose, marked as the ad's") << QStringList{"qmsg:///log?string=hello%20ad"} << "<Sorvel> [ad log] hello ad" << "" << QList<int>{} << false;
+        QTest::newRow("log without --verbose: not written") << QStringList{"qmsg:///log?string=quiet%20ad"} << "quiet: <Sorvel> [ad log] quiet ad" << "" << QList<int>{} << false;
+        QTest::newRow("log, older form") << QStringList{"torvin://log?string=old%20form"} << "<Sorvel> [ad log] old form" << ""
             << QList<int>{} << false;
         QTest::newRow("older form's host in capitals: no message") << QStringList{"torvin://LOG?string=shouted"}
-            << "not: shouted" << "" << QList<int>{} << false;
+            << "not: <Sorvel> [ad log] shouted" << "" << QList<int>{} << false;
         QTest::newRow("vibrate") << QStringList{"qmsg:///vibrate"} << "" << "" << QList<int>{4095} << false;
         QTest::newRow("touch") << QStringList{"qmsg:///touch?tx=12&ty=34&td=5"} << "" << ""
             << QList<int>{12, 34, 5} << false;
@@ -262,6 +264,8 @@ class TestBannerEndToEnd : public QObject {
         QFETCH(QString, serverRequest);
         QFETCH(QList<int>, effects);
         QFETCH(bool, press);
+        // As --verbose does; "quiet: " rows run without it.
+        platform::setDebugLogging(!logLine.startsWith(QLatin1String("quiet: ")));
         QList<int> seen;
         platform::setSystemSoundPlayer([&](int sound) { seen << sound; });
         PXBSignals::installModule(std::make_unique<TouchRecorder>(&seen));
@@ -303,8 +307,10 @@ class TestBannerEndToEnd : public QObject {
         platform::setSystemSoundPlayer({});
         PXBSignals::installModule(nullptr);
         QCOMPARE(seen, effects);
-        if (logLine.startsWith(QLatin1String("not: "))) {
-            QVERIFY(!e2e::logLines().contains(logLine.mid(5)));
+        platform::setDebugLogging(false);
+        if (logLine.startsWith(QLatin1String("not: ")) ||
+            logLine.startsWith(QLatin1String("quiet: "))) {
+            QVERIFY(!e2e::logLines().contains(logLine.mid(logLine.indexOf(u' ') + 1)));
         } else if (!logLine.isEmpty()) {
             QVERIFY(e2e::logLines().contains(logLine));
         }

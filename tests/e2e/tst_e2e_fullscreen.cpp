@@ -8,6 +8,7 @@
 #include "ads/present/PXBBrowserController.h"
 #include "ads/present/PXBWebAppViewController.h"
 #include "ads/stats/PXBStatistics.h"
+#include "platform/log.h"
 #include "platform/notificationcenter.h"
 #include "platform/ui/controls.h"
 #include "platform/ui/mailcomposer.h"
@@ -375,6 +376,7 @@ class TestFullScreenEndToEnd : public QObject {
     // One ad screen at a time: a press inside a web app that asks for the browser opens nothing
     // over it, and the application hears of the web app only.
     void aSecondScreenWaitsUntilTheFirstIsClosed() {
+        platform::setDebugLogging(true);  // the page's "log" line says its press was handled
         QVERIFY(pressMessagesBanner({webAppWithScript(
             QStringLiteral("document.addEventListener('click',function(){ZELM.send('open',"
                            "{a:'browser',u:'%1landing/'});ZELM.send('log',{string:'asked'});});")
@@ -383,7 +385,9 @@ class TestFullScreenEndToEnd : public QObject {
         auto* webApp = topScreen<PXBWebAppViewController>();
         QVERIFY(Harness::waitUntilPainted(webApp->webView()));
         Harness::pressOn(webApp->webView(), QPoint(160, 200));
-        QTRY_VERIFY_WITH_TIMEOUT(e2e::logLines().contains(QStringLiteral("asked")), kWait);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            e2e::logLines().contains(QStringLiteral("<Sorvel> [ad log] asked")), kWait);
+        platform::setDebugLogging(false);
         QCOMPARE(h.top(), webApp);
         QCOMPARE(screenEvents(), QStringList{QStringLiteral("willPresent")});
 
