@@ -3,6 +3,7 @@
 #include "platform/clock.h"
 #include "platform/cookiestorage.h"
 #include "platform/log.h"
+#include "platform/netaddress.h"
 #include "platform/ui/application.h"
 
 #include <QApplication>
@@ -248,6 +249,14 @@ class RefererInterceptor : public QWebEngineUrlRequestInterceptor {
 
     // On the main thread (Qt 6 calls page interceptors there).
     void interceptRequest(QWebEngineUrlRequestInfo& info) override {
+        if (reachesIntoLocalNetwork(info.firstPartyUrl(), info.requestUrl())) {
+            logDebug(QStringLiteral("<Sorvel> Not loaded, the local network is out of bounds for "
+                                    "a page from %1: %2")
+                         .arg(info.firstPartyUrl().host(),
+                              info.requestUrl().toString(QUrl::FullyEncoded)));
+            info.block(true);
+            return;
+        }
         if (info.resourceType() != QWebEngineUrlRequestInfo::ResourceTypeMainFrame) {
             return;
         }
@@ -259,6 +268,17 @@ class RefererInterceptor : public QWebEngineUrlRequestInterceptor {
             }
             pending_.erase(it);
         }
+    }
+
+    // A page from the internet does not reach into the user's own network: the router, a
+    // printer, a service on this machine. Pages from there may (a development server, the
+    // built-in ad server). Names are not looked up here, the engine does that on its own; an
+    // address or "localhost" is how such a page would name them.
+    static bool reachesIntoLocalNetwork(const QUrl& from, const QUrl& to) {
+        static const QStringList network{QStringLiteral("http"), QStringLiteral("https"),
+                                         QStringLiteral("ws"), QStringLiteral("wss")};
+        return network.contains(to.scheme()) && isLocalNetworkHost(to.host()) &&
+               !from.host().isEmpty() && !isLocalNetworkHost(from.host());
     }
 
     static QByteArray allowedPart(const QUrl& referer, const QUrl& target, const QByteArray& full) {

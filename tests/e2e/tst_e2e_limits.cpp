@@ -123,6 +123,12 @@ class TestLimitsEndToEnd : public QObject, e2e::HostileSuite {
         const qint64 mark = h.server.lastLogSeq();
         pageSends("httpTrack?u=" + encoded(h.server.url().resolved(QUrl("/t/imp?public=1"))));
         QTRY_COMPARE_WITH_TIMEOUT(h.requestsTo(QStringLiteral("/t/imp"), mark).size(), 1, kWait);
+        // Nor does the page itself reach there.
+        e2e::Harness::evaluate(
+            h.webView(),
+            QStringLiteral("new Image().src='%1'; 1").arg(local.url("/printer").toString()));
+        QTRY_VERIFY_WITH_TIMEOUT(e2e::logHas(QStringLiteral("out of bounds for a page from")),
+                                 kWait);
         QCOMPARE(local.connections, 0);
         aGoodAdStillShows();
     }
