@@ -9,6 +9,8 @@
 #include "platform/ui/webviewpaint.h"
 
 #include <QCoreApplication>
+#include <QGuiApplication>
+#include <QIcon>
 #include <QMouseEvent>
 #include <QPixmap>
 #include <QTimer>
@@ -115,6 +117,13 @@ void DesktopAppDelegate::configureAdClient() {
 
 bool DesktopAppDelegate::applicationDidFinishLaunchingWithOptions(
     platform::Application* application, const QVariantMap& options) {
+    // The dock and the window manager match the window to the menu entry by this name (on
+    // Wayland it is the application id); the icon is the entry's, from the theme once
+    // installed, else the copy built into the program.
+    QGuiApplication::setDesktopFileName(QStringLiteral("brindle-sounds"));
+    QIcon icon(QStringLiteral(":/brindle-sounds/brindle-sounds-256.png"));
+    icon.addFile(QStringLiteral(":/brindle-sounds/brindle-sounds-48.png"));
+    QGuiApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("brindle-sounds"), icon));
     configureAdClient();
     say(QStringLiteral("sounds from %1").arg(Bundle::mainBundle().resourcePath()));
     const bool launched =
