@@ -4,6 +4,7 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QJsonDocument>
+#include <QRegularExpression>
 #include <QTextStream>
 #include <QTimer>
 
@@ -16,16 +17,22 @@ volatile std::sig_atomic_t stopRequested = 0;
 int main(int argc, char** argv) {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("sorvel-adserver"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(SORVEL_ADSERVER_VERSION));
 
     QCommandLineParser parser;
     parser.setApplicationDescription(
         QStringLiteral("Reference ad server for the Sorvel ad client: support script, ads, "
                        "tracking, landing pages and a request log."));
-    parser.addHelpOption();
-    const QCommandLineOption port({QStringLiteral("p"), QStringLiteral("port")},
-                                  QStringLiteral("Port to listen on (0: any free port)."),
-                                  QStringLiteral("N"), QStringLiteral("8080"));
-    const QCommandLineOption host(QStringLiteral("host"), QStringLiteral("Address to listen on."),
+    const QCommandLineOption help({QStringLiteral("h"), QStringLiteral("help")},
+                                  QStringLiteral("Show this help."));
+    const QCommandLineOption version({QStringLiteral("v"), QStringLiteral("version")},
+                                     QStringLiteral("Show the version."));
+    const QCommandLineOption port(
+        {QStringLiteral("p"), QStringLiteral("port")},
+        QStringLiteral("Port to listen on, 0 for any free one (default: 8080)."),
+        QStringLiteral("N"), QStringLiteral("8080"));
+    const QCommandLineOption host(QStringLiteral("host"),
+                                  QStringLiteral("Address to listen on (default: 127.0.0.1)."),
                                   QStringLiteral("IP"), QStringLiteral("127.0.0.1"));
     const QCommandLineOption inventory(
         QStringLiteral("inventory"),
@@ -55,12 +62,32 @@ int main(int argc, char** argv) {
         QStringLiteral("Also answer requests for this host name (NAME or NAME:PORT); may be "
                        "repeated. Other names than the address and localhost get 400."),
         QStringLiteral("NAME"));
-    parser.addOptions(
-        {port, host, inventory, log, key, quiet, requestFaults, logToken, serverName});
-    parser.process(app);
+    parser.addOptions({port, host, inventory, log, key, quiet, requestFaults, logToken, serverName,
+                       version, help});
 
     QTextStream err(stderr);
     QTextStream out(stdout);
+    if (!parser.parse(QCoreApplication::arguments())) {
+        err << "sorvel-adserver: " << parser.errorText() << " (try --help)" << Qt::endl;
+        return 2;
+    }
+    if (parser.isSet(help)) {
+        // The usage line names the program, not the path it was started by.
+        QString text = parser.helpText();
+        text.replace(QRegularExpression(QStringLiteral("^Usage: \\S+")),
+                     QStringLiteral("Usage: sorvel-adserver"));
+        out << text;
+        return 0;
+    }
+    if (parser.isSet(version)) {
+        out << "sorvel-adserver " << QCoreApplication::applicationVersion() << Qt::endl;
+        return 0;
+    }
+    if (!parser.positionalArguments().isEmpty()) {
+        err << "sorvel-adserver: unexpected argument \"" << parser.positionalArguments().first()
+            << "\" (try --help)" << Qt::endl;
+        return 2;
+    }
     bool portOk = false;
     const uint portNumber = parser.value(port).toUInt(&portOk);
     if (!portOk || portNumber > 65535) {

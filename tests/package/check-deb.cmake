@@ -1,5 +1,6 @@
 # Run by ctest as `cmake -DCPACK=... -DCPACK_CONFIG=... -DSCRATCH=... -P check-deb.cmake`: builds
-# the Debian package, checks its dependencies and files, unpacks it into a scratch root and runs
+# the two Debian packages, checks their dependencies and files, runs the checks distributions
+# apply (lintian, desktop-file-validate, appstreamcli), unpacks them into a scratch root and runs
 # the unpacked sound board off screen until it has written its screenshot.
 
 function(run)
@@ -22,40 +23,78 @@ file(REMOVE_RECURSE "${SCRATCH}")
 file(MAKE_DIRECTORY "${SCRATCH}")
 
 run("${CPACK}" --config "${CPACK_CONFIG}" -G DEB -B "${SCRATCH}/cpack")
-file(GLOB packages "${SCRATCH}/cpack/brindle-sounds_*.deb")
-list(LENGTH packages count)
-if(NOT count EQUAL 1)
-    message(FATAL_ERROR "expected one package in ${SCRATCH}/cpack, found: ${packages}")
-endif()
-
-# Runtime libraries only: a -dev package would drag the whole tool chain onto a user's machine.
-run(dpkg-deb --field "${packages}" Depends)
-string(STRIP "${output}" depends)
-message(STATUS "Depends: ${depends}")
-if(depends MATCHES "-dev[ ,(]|-dev$")
-    message(FATAL_ERROR "the package depends on a development package: ${depends}")
-endif()
+set(root "${SCRATCH}/root")
+foreach(package brindle-sounds sorvel-adserver)
+    file(GLOB found "${SCRATCH}/cpack/${package}_*.deb")
+    list(LENGTH found count)
+    if(NOT count EQUAL 1)
+        message(FATAL_ERROR "expected one ${package} package in ${SCRATCH}/cpack, found: ${found}")
+    endif()
+    set(deb_${package} "${found}")
+    # Runtime libraries only: a -dev package would drag the tool chain onto a user's machine.
+    run(dpkg-deb --field "${found}" Depends)
+    string(STRIP "${output}" depends_${package})
+    message(STATUS "${package} depends on: ${depends_${package}}")
+    if(depends_${package} MATCHES "-dev[ ,(]|-dev$")
+        message(FATAL_ERROR "${package} depends on a development package")
+    endif()
+    run(dpkg-deb -x "${found}" "${root}")
+endforeach()
 foreach(library libqt6webenginewidgets6 libqt6multimedia6 libavformat)
-    if(NOT depends MATCHES "${library}")
-        message(FATAL_ERROR "the package does not depend on ${library}: ${depends}")
+    if(NOT depends_brindle-sounds MATCHES "${library}")
+        message(FATAL_ERROR "brindle-sounds does not depend on ${library}")
     endif()
 endforeach()
+# The developer's server is not the user's: it has a package of its own.
+run(dpkg-deb --contents "${deb_brindle-sounds}")
+if(output MATCHES "sorvel-adserver")
+    message(FATAL_ERROR "brindle-sounds carries the ad server's files:\n${output}")
+endif()
 
-set(root "${SCRATCH}/root")
-run(dpkg-deb -x "${packages}" "${root}")
 foreach(file
         bin/brindle-sounds
         bin/sorvel-adserver
         share/brindle-sounds/buttonEffect.caf
-        share/brindle-sounds/adserver/demo-inventory.json
+        share/sorvel-adserver/demo-inventory.json
         share/applications/brindle-sounds.desktop
+        share/metainfo/brindle-sounds.metainfo.xml
         share/icons/hicolor/scalable/apps/brindle-sounds.svg
         share/icons/hicolor/48x48/apps/brindle-sounds.png
-        share/icons/hicolor/256x256/apps/brindle-sounds.png)
+        share/icons/hicolor/256x256/apps/brindle-sounds.png
+        share/man/man1/brindle-sounds.1.gz
+        share/man/man1/sorvel-adserver.1.gz
+        share/doc/brindle-sounds/copyright
+        share/doc/sorvel-adserver/changelog.gz)
     if(NOT EXISTS "${root}/usr/${file}")
-        message(FATAL_ERROR "the package lacks /usr/${file}")
+        message(FATAL_ERROR "the packages lack /usr/${file}")
     endif()
 endforeach()
+
+# The checks distributions apply. Any finding fails: a justified exception belongs in the
+# package's lintian overrides, with its reason.
+foreach(tool desktop-file-validate appstreamcli lintian)
+    find_program(found_${tool} ${tool})
+    if(NOT found_${tool})
+        message(FATAL_ERROR "${tool} is not installed (scripts/setup installs it)")
+    endif()
+endforeach()
+run(desktop-file-validate "${root}/usr/share/applications/brindle-sounds.desktop")
+if(NOT output STREQUAL "")
+    message(FATAL_ERROR "desktop-file-validate:\n${output}")
+endif()
+run(appstreamcli validate --no-net --pedantic
+    "${root}/usr/share/metainfo/brindle-sounds.metainfo.xml")
+if(output MATCHES "(^|\n)[EW]: ")
+    message(FATAL_ERROR "appstreamcli:\n${output}")
+endif()
+# Root runs lintian only when told that it may.
+execute_process(COMMAND lintian --pedantic --allow-root --no-tag-display-limit
+                        "${deb_brindle-sounds}" "${deb_sorvel-adserver}"
+                RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE out)
+message(STATUS "lintian:\n${out}")
+if(NOT code EQUAL 0 OR out MATCHES "(^|\n)[EWIP]: ")
+    message(FATAL_ERROR "lintian found something (${code})")
+endif()
 
 run("${root}/usr/bin/sorvel-adserver" --help)
 
