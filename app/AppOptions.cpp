@@ -34,6 +34,10 @@ struct Parser {
     QCommandLineOption pressAd{
         QStringLiteral("press-ad"),
         QStringLiteral("Press the banner's middle once the first ad is drawn, as a user would.")};
+    QCommandLineOption newInstance{
+        QStringLiteral("new-instance"),
+        QStringLiteral("Start another window even if one runs for this profile (by default a "
+                       "second start brings that one to the front).")};
     QCommandLineOption verbose{QStringLiteral("verbose"),
                                QStringLiteral("Show the ad client's debug log.")};
     QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
@@ -52,7 +56,7 @@ struct Parser {
             "  SORVEL_SCRIPT_HOST  the script host, when --script-host is not given\n\n"
             "Qt's own options (-platform, -style, -reverse, ...) are accepted too."));
         parser.addOptions({adServer, scriptHost, screenshot, screenshotDelay, quitAfter, pressAd,
-                           verbose, version, help});
+                           newInstance, verbose, version, help});
     }
 };
 
@@ -157,6 +161,8 @@ std::optional<AppOptions> AppOptions::parse(const QStringList& arguments, QStrin
     options.version = p.parser.isSet(p.version);
     options.verbose = p.parser.isSet(p.verbose);
     options.pressAd = p.parser.isSet(p.pressAd);
+    // A screenshot run is a one-off that must write its file, whatever else runs.
+    options.newInstance = p.parser.isSet(p.newInstance) || p.parser.isSet(p.screenshot);
     options.screenshotPath = p.parser.value(p.screenshot);
     if (p.parser.isSet(p.screenshot) && options.screenshotPath.isEmpty()) {
         *error = QStringLiteral("--screenshot wants a file name");

@@ -15,6 +15,7 @@ struct AppOptions {
     double quitAfter = -1.0;       // --quit-after: quit after this many seconds (< 0: never)
     bool verbose = false;          // --verbose: the ad client's debug log
     bool pressAd = false;          // --press-ad: press the banner once its first ad is drawn
+    bool newInstance = false;      // --new-instance: run beside a running one of the profile
     bool help = false;
     bool version = false;
 

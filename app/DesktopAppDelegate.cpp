@@ -124,6 +124,20 @@ bool DesktopAppDelegate::applicationDidFinishLaunchingWithOptions(
     QIcon icon(QStringLiteral(":/brindle-sounds/brindle-sounds-256.png"));
     icon.addFile(QStringLiteral(":/brindle-sounds/brindle-sounds-48.png"));
     QGuiApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("brindle-sounds"), icon));
+    if (!options_.newInstance) {
+        QObject::connect(&instance_, &SingleInstance::showRequested, &instance_, [this] {
+            say(QStringLiteral("another start brought the window to the front"));
+            if (window() != nullptr) {
+                window()->showNormal();
+                window()->raise();
+                window()->activateWindow();
+            }
+        });
+        if (!instance_.listen()) {
+            say(QStringLiteral("cannot take later starts' requests: %1")
+                    .arg(SingleInstance::socketName()));
+        }
+    }
     configureAdClient();
     say(QStringLiteral("sounds from %1").arg(Bundle::mainBundle().resourcePath()));
     const bool launched =

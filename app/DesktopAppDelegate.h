@@ -1,12 +1,13 @@
 // The desktop's additions around the phone application: the ad server configuration (or the
-// built-in reference server), a log line for every banner event, the screenshot, the press on
-// the ad and the timed quit of the command line. The phone's delegate and controller stay as they
-// were.
+// built-in reference server), one window per profile, a log line for every banner event, the
+// screenshot, the press on the ad and the timed quit of the command line. The phone's delegate and
+// controller stay as they were.
 #pragma once
 
 #include "ads/core/PXBBannerViewDelegate.h"
 #include "app/AppOptions.h"
 #include "app/Brindle_SoundsAppDelegate.h"
+#include "app/SingleInstance.h"
 
 #include <QObject>
 #include <QPointer>
@@ -58,6 +59,7 @@ class DesktopAppDelegate : public Brindle_SoundsAppDelegate {
     std::unique_ptr<QObject> adServerOwner_;
     adserver::AdServer* adServer_ = nullptr;
     BannerMonitor monitor_;
+    SingleInstance instance_;
     bool screenshotTaken_ = false;
     bool adPressed_ = false;
 };

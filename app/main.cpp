@@ -3,8 +3,10 @@
 #include "app/Bundle.h"
 #include "app/DesktopAppDelegate.h"
 #include "app/MainInterface.h"
+#include "app/SingleInstance.h"
 #include "platform/ui/application.h"
 
+#include <QCoreApplication>
 #include <QStringList>
 
 #include <cstdio>
@@ -28,6 +30,15 @@ int main(int argc, char** argv) {
     if (options->version) {
         std::printf("%s", qPrintable(AppOptions::versionText()));
         return 0;
+    }
+    if (!options->newInstance) {
+        QCoreApplication probe(argc, argv);
+        if (SingleInstance::askRunningInstanceToShow()) {
+            std::printf(
+                "brindle-sounds: already running for this profile; brought its window to "
+                "the front (--new-instance starts another)\n");
+            return 0;
+        }
     }
     // Without a display the window is drawn off screen, so screenshots still show it.
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&

@@ -82,10 +82,10 @@ class View : public QWidget {
     static void watchTouches();
     void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
-
-  private:
+    // Autoresizes the subviews to the current size at once, where Qt would wait for the show.
     void catchUpLayout();
 
+  private:
     int autoresizingMask_ = ViewAutoresizingNone;
     bool autoresizesSubviews_ = true;
     bool userInteractionEnabled_ = true;

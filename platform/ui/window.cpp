@@ -62,9 +62,10 @@ Window::Window() : View(nullptr) {
     setBackgroundColor(Qt::black);
     statusBar_ = new StatusBarStrip(this);
     Application* app = Application::sharedApplication();
-    const QSize size = Screen::sizeForOrientation(app->statusBarOrientation());
-    setFixedSize(size);
-    setFrame(QRect(QPoint(0, 0), size));
+    // Sized, never placed: the window manager puts a new window where its title bar shows and
+    // a second one does not hide the first.
+    setFixedSize(Screen::sizeForOrientation(app->statusBarOrientation()));
+    catchUpLayout();
     connect(app, &Application::statusBarChanged, this, &Window::relayout);
 
     auto* right = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_Right), this);
@@ -144,7 +145,7 @@ void Window::relayout() {
     const QSize size = Screen::sizeForOrientation(app->statusBarOrientation());
     if (size != this->size()) {
         setFixedSize(size);
-        setFrame(QRect(geometry().topLeft(), size));
+        catchUpLayout();
     }
     statusBar_->setGeometry(app->statusBarFrame());
     statusBar_->setVisible(!app->isStatusBarHidden());
