@@ -33,8 +33,6 @@ namespace {
 constexpr qint64 kLongestSoundSeconds = 600;
 // How often the player tops up its output and looks whether the output has played everything.
 constexpr int kPumpMilliseconds = 20;
-// How long an output opened ahead of the next press waits for it.
-constexpr int kReadyOutputMilliseconds = 10000;
 
 std::function<void(int)>& systemSoundPlayer() {
     static std::function<void(int)> player;
@@ -93,77 +91,6 @@ DecodedAudio decodeAudioFileOnce(const QString& path) {
     }
     return decoded;
 }
-
-// A press should not wait for an audio stream to be opened (about a millisecond, a third of what a
-// press took to be heard): whenever a player has opened its output, another of the same device
-// and format is opened on a later turn, idle, for the next player. One left unused for a while is
-// closed.
-class ReadyOutput {
-  public:
-    // The output ready for `device` and `format`, started and now the caller's; null if none.
-    static QAudioSink* take(const QAudioDevice& device, const QAudioFormat& format,
-                            QIODevice** io) {
-        ReadyOutput& ready = instance();
-        if (ready.sink_ == nullptr || ready.deviceId_ != device.id() || ready.format_ != format ||
-            ready.sink_->state() == QAudio::StoppedState ||
-            ready.sink_->error() != QAudio::NoError) {
-            ready.drop();
-            return nullptr;
-        }
-        *io = ready.io_;
-        ready.expiry_.stop();
-        return std::exchange(ready.sink_, nullptr);
-    }
-
-    // Opens one for `device` and `format` on a later turn, unless one is there by then.
-    static void prepare(const QAudioDevice& device, const QAudioFormat& format) {
-        QTimer::singleShot(0, qApp, [device, format] {
-            ReadyOutput& ready = instance();
-            if (ready.sink_ != nullptr) {
-                return;
-            }
-            auto sink = std::make_unique<QAudioSink>(device, format);
-            QIODevice* io = sink->start();
-            if (io == nullptr) {
-                return;
-            }
-            ready.sink_ = sink.release();
-            ready.io_ = io;
-            ready.deviceId_ = device.id();
-            ready.format_ = format;
-            ready.expiry_.start();
-        });
-    }
-
-  private:
-    ReadyOutput() {
-        expiry_.setSingleShot(true);
-        expiry_.setInterval(kReadyOutputMilliseconds);
-        QObject::connect(&expiry_, &QTimer::timeout, [this] { drop(); });
-        // Closed while the audio engine is still there.
-        qAddPostRoutine([] { instance().drop(); });
-    }
-
-    static ReadyOutput& instance() {
-        static ReadyOutput ready;
-        return ready;
-    }
-
-    void drop() {
-        expiry_.stop();
-        if (QAudioSink* sink = std::exchange(sink_, nullptr)) {
-            io_ = nullptr;
-            sink->stop();
-            delete sink;
-        }
-    }
-
-    QAudioSink* sink_ = nullptr;
-    QIODevice* io_ = nullptr;
-    QByteArray deviceId_;
-    QAudioFormat format_;
-    QTimer expiry_;
-};
 
 }  // namespace
 
@@ -338,11 +265,8 @@ bool AudioPlayer::play() {
         format.setSampleRate(sampleRate_);
         format.setChannelCount(channels_);
         format.setSampleFormat(QAudioFormat::Int16);
-        output_ = ReadyOutput::take(device, format, &outputDevice_);
-        if (output_ == nullptr) {
-            output_ = new QAudioSink(device, format);
-            outputDevice_ = output_->start();
-        }
+        output_ = new QAudioSink(device, format);
+        outputDevice_ = output_->start();
         output_->setVolume(volume_);
         if (outputDevice_ == nullptr) {
             logLine(QStringLiteral("Audio output \"%1\" cannot be opened: %2 is not played")
@@ -351,7 +275,6 @@ bool AudioPlayer::play() {
             return false;
         }
         connect(output_, &QAudioSink::stateChanged, this, &AudioPlayer::outputStateChanged);
-        ReadyOutput::prepare(device, format);
         offset_ = 0;
         bytesWritten_ = 0;
         loopsLeft_ = loops_;
