@@ -7,6 +7,9 @@
 #include <QRegularExpression>
 #include <QUrl>
 
+#include <cstdio>
+#include <cstdlib>
+
 Q_LOGGING_CATEGORY(lcSorvel, "sorvel")
 Q_LOGGING_CATEGORY(lcSorvelDebug, "sorvel.debug", QtWarningMsg)
 
@@ -20,11 +23,55 @@ void logDebug(const QString& line) {
     qCDebug(lcSorvelDebug).noquote() << line;
 }
 
+namespace {
+
+// Lines the web engine and Qt's platform plugins write on every ordinary start, in Qt's default
+// category where no rule can reach them: detail for the debug log, not for a user's terminal.
+bool isChatter(const QString& message) {
+    static const QStringList kChatter{
+        QString(),  // the engine's blank line after its graphics report
+        QStringLiteral("No suitable graphics backend found"),
+        QStringLiteral("Sandboxing disabled by user."),
+        QStringLiteral("This plugin does not support raise()"),
+    };
+    return kChatter.contains(message.trimmed());
+}
+
+QtMessageHandler& chainedHandler() {
+    static QtMessageHandler handler = nullptr;
+    return handler;
+}
+
+void quietHandler(QtMsgType type, const QMessageLogContext& context, const QString& message) {
+    if (type != QtFatalMsg && qstrcmp(context.category, "default") == 0 && isChatter(message)) {
+        return;
+    }
+    if (QtMessageHandler next = chainedHandler()) {
+        next(type, context, message);
+        return;
+    }
+    // Qt's own handler, which the installation replaced.
+    std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, context, message)));
+    if (type == QtFatalMsg) {
+        std::abort();
+    }
+}
+
+}  // namespace
+
 void setDebugLogging(bool enabled) {
     // The web engine reports its graphics set-up, some twenty lines, on every start: detail for
     // the debug log, not for a user's terminal. QT_LOGGING_RULES still overrides this.
     QLoggingCategory::setFilterRules(enabled ? QString()
                                              : QStringLiteral("qt.webenginecontext.info=false"));
+    static bool quiet = false;
+    if (!enabled && !quiet) {
+        chainedHandler() = qInstallMessageHandler(quietHandler);
+        quiet = true;
+    } else if (enabled && quiet) {
+        qInstallMessageHandler(chainedHandler());
+        quiet = false;
+    }
     const_cast<QLoggingCategory&>(lcSorvelDebug()).setEnabled(QtDebugMsg, enabled);
     const_cast<QLoggingCategory&>(lcSorvelDebug()).setEnabled(QtInfoMsg, enabled);
 }
