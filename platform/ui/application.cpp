@@ -115,6 +115,14 @@ void prepareApplication() {
     if (qEnvironmentVariableIsEmpty("QT_QUICK_BACKEND")) {
         qputenv("QT_QUICK_BACKEND", "software");
     }
+    // With the scene drawn in software, the OpenGL context the web engine makes as the
+    // application starts (to share with its own) serves nothing, and on X it loads the GL
+    // driver before the first window is drawn: some 60 ms on a two-core machine, and the
+    // driver's memory. Without GL on X the engine composes pages in software, as it does off
+    // screen. A value the user sets still decides.
+    if (qEnvironmentVariableIsEmpty("QT_XCB_GL_INTEGRATION")) {
+        qputenv("QT_XCB_GL_INTEGRATION", "none");
+    }
     // Qt 6.4 defaults to GStreamer on Linux; the FFmpeg backend decodes mp3, m4a and caf alike.
     if (qEnvironmentVariableIsEmpty("QT_MEDIA_BACKEND")) {
         qputenv("QT_MEDIA_BACKEND", "ffmpeg");
@@ -282,18 +290,11 @@ bool Application::canOpenURL(const QUrl& url) const {
     if (!url.isValid() || scheme.isEmpty()) {
         return false;
     }
-    if (auto it = schemeOverrides_.constFind(scheme); it != schemeOverrides_.constEnd()) {
-        return it.value();
-    }
     if (scheme == QLatin1String("http") || scheme == QLatin1String("https") ||
         scheme == QLatin1String("mailto")) {
         return true;
     }
     return desktopHandlesScheme(scheme);
-}
-
-void Application::setSchemeAvailable(const QString& scheme, bool available) {
-    schemeOverrides_.insert(scheme.toLower(), available);
 }
 
 void Application::setStatusBarHidden(bool hidden, bool /*animated*/) {
