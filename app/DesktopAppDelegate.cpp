@@ -77,6 +77,15 @@ void BannerMonitor::adViewWillLeaveApplication(PXBBannerView*) {
     say(QStringLiteral("ad leaves the application"));
 }
 
+// The window's first paint: the moment the user sees the board (and the benchmarks time).
+bool FirstFrameWatch::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::Paint) {
+        watched->removeEventFilter(this);
+        say(QStringLiteral("board on screen"));
+    }
+    return false;
+}
+
 DesktopAppDelegate::DesktopAppDelegate(AppOptions options) : options_(std::move(options)) {}
 
 DesktopAppDelegate::~DesktopAppDelegate() {
@@ -145,6 +154,9 @@ bool DesktopAppDelegate::applicationDidFinishLaunchingWithOptions(
 
     if (PXBBannerView* banner = viewController()->Qarbo()) {
         banner->setDelegate(&monitor_);
+    }
+    if (window() != nullptr) {
+        window()->installEventFilter(&firstFrame_);
     }
     if (!options_.screenshotPath.isEmpty()) {
         QObject::connect(&monitor_, &BannerMonitor::adShown, &monitor_, [this] {

@@ -36,6 +36,11 @@ class BannerMonitor : public QObject, public PXBBannerViewDelegate {
     void adFailed();
 };
 
+class FirstFrameWatch : public QObject {
+  protected:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+};
+
 class DesktopAppDelegate : public Brindle_SoundsAppDelegate {
   public:
     explicit DesktopAppDelegate(AppOptions options);
@@ -60,6 +65,7 @@ class DesktopAppDelegate : public Brindle_SoundsAppDelegate {
     adserver::AdServer* adServer_ = nullptr;
     BannerMonitor monitor_;
     SingleInstance instance_;
+    FirstFrameWatch firstFrame_;
     bool screenshotTaken_ = false;
     bool adPressed_ = false;
 };

@@ -5,6 +5,9 @@
 // baseline alike, from just before the child is started.
 //
 // Figures (one line each, see bench/figure.h; details of every run go to stderr):
+//   launch -> board drawn      process start -> the window's first paint ("board on screen");
+//                              baseline: bench_plain_window, a bare Qt Widgets window of the
+//                              same size
 //   launch -> first ad, cold   fresh profile (XDG dirs in a new temporary folder): the support
 //                              script is fetched; baseline: fresh profile, process start -> load
 //   launch -> first ad, warm   the same profile again: the script comes from the cache
@@ -22,7 +25,7 @@
 //                              reloading as often
 //
 // Usage: bench_adpath [--runs N] [--refreshes N] [--idle-runs N] [--idle-seconds S]
-//                     [--memory-cycles N] [--only launch|refresh|idle|trackers|memory]
+//                     [--memory-cycles N] [--only board|launch|refresh|idle|trackers|memory]
 #include "bench/figure.h"
 
 #include <QCoreApplication>
@@ -290,6 +293,51 @@ void keep(std::vector<double>& samples, double ms) {
     if (ms >= 0) {
         samples.push_back(ms);
     }
+}
+
+// Process start -> the first paint of `program`'s window (the line `drawn` says so), or -1.
+double firstPaint(const QString& program, const QStringList& arguments, const QString& home,
+                  const QRegularExpression& drawn) {
+    Child child(program, arguments, profileEnvironment(home));
+    if (!child.start()) {
+        return -1;
+    }
+    const Line line = child.waitFor(drawn);
+    if (line.ms < 0) {
+        note(program + QStringLiteral(" drew nothing:\n") + child.tail(15));
+    }
+    child.stop();
+    return line.ms;
+}
+
+void boardFigure(int runs) {
+    Server server(QStringLiteral("steady.json"));
+    if (!server.start()) {
+        return;
+    }
+    const QRegularExpression board(QStringLiteral("brindle-sounds: board on screen"));
+    const QRegularExpression drawn(QStringLiteral("^drawn$"));
+    const QStringList appArguments{QStringLiteral("--ad-server"), server.root(),
+                                   QStringLiteral("--new-instance")};
+    std::vector<double> app, plain;
+    for (int run = -1; run < runs; ++run) {  // run -1 warms the page cache, untimed
+        QTemporaryDir appHome;
+        QTemporaryDir plainHome;
+        const double ours =
+            firstPaint(QStringLiteral(BENCH_APP), appArguments, appHome.path(), board);
+        const double bare =
+            firstPaint(QStringLiteral(BENCH_PLAIN_WINDOW), {}, plainHome.path(), drawn);
+        if (run < 0) {
+            continue;
+        }
+        keep(app, ours);
+        keep(plain, bare);
+        note(QStringLiteral("board run %1: app %2 ms, plain window %3 ms")
+                 .arg(run + 1)
+                 .arg(ours, 0, 'f', 1)
+                 .arg(bare, 0, 'f', 1));
+    }
+    bench::print(bench::lowerIsBetter("launch -> board drawn (ms)", app, plain, 1.5));
 }
 
 void launchFigures(int runs) {
@@ -703,9 +751,12 @@ int main(int argc, char** argv) {
             std::fprintf(stderr,
                          "usage: bench_adpath [--runs N] [--refreshes N] [--idle-runs N] "
                          "[--idle-seconds S] [--memory-cycles N] [--only "
-                         "launch|refresh|idle|trackers|memory]\n");
+                         "board|launch|refresh|idle|trackers|memory]\n");
             return 2;
         }
+    }
+    if (only.isEmpty() || only == QLatin1String("board")) {
+        boardFigure(runs);
     }
     if (only.isEmpty() || only == QLatin1String("launch")) {
         launchFigures(runs);
