@@ -19,6 +19,8 @@
 //   tracker memory             PSS growth of the app and its helpers over 50 ads whose 20
 //                              trackers each answer 8 MiB; baseline: the same with ordinary
 //                              trackers
+//   PSS after the first ad     the app and its helpers, a second after its first ad; baseline:
+//                              the bare view a second after loading the same ad page
 //   memory growth              (only with --memory-cycles N) growth of the PSS of the process,
 //                              and of its helpers, over N refreshes every 0.2 s after 50 first
 //                              (sampled every 100 in the notes); baseline: the bare view
@@ -534,6 +536,48 @@ MemorySample sampleMemory(qint64 root) {
     return sample;
 }
 
+// The whole app (process and helpers) once its first ad is shown, against the bare view once it
+// has loaded the same ad page; each sampled after a settling second, three runs each.
+void firstAdMemoryFigure() {
+    Server server(QStringLiteral("steady.json"));
+    if (!server.start()) {
+        return;
+    }
+    std::vector<double> app, bare;
+    for (int run = 0; run < 3; ++run) {
+        QTemporaryDir appHome;
+        Child ours(QStringLiteral(BENCH_APP),
+                   {QStringLiteral("--ad-server"), server.root(), QStringLiteral("--new-instance")},
+                   profileEnvironment(appHome.path()));
+        if (ours.start() && shown(ours.waitFor(kAdShown))) {
+            QThread::msleep(1000);
+            const MemorySample sample = sampleMemory(ours.pid());
+            app.push_back(sample.process + sample.helpers);
+            note(QStringLiteral("first ad memory run %1: app %2 + %3 MB")
+                     .arg(run + 1)
+                     .arg(sample.process, 0, 'f', 1)
+                     .arg(sample.helpers, 0, 'f', 1));
+        } else {
+            note(QStringLiteral("the app showed no ad:\n") + ours.tail(15));
+        }
+        ours.stop();
+        QTemporaryDir viewHome;
+        Child view(QStringLiteral(BENCH_BASELINE), {server.adPage(), QStringLiteral("--stay")},
+                   profileEnvironment(viewHome.path()));
+        if (view.start() && loaded(view.waitFor(kLoaded))) {
+            QThread::msleep(1000);
+            const MemorySample sample = sampleMemory(view.pid());
+            bare.push_back(sample.process + sample.helpers);
+            note(QStringLiteral("first ad memory run %1: bare view %2 + %3 MB")
+                     .arg(run + 1)
+                     .arg(sample.process, 0, 'f', 1)
+                     .arg(sample.helpers, 0, 'f', 1));
+        }
+        view.stop();
+    }
+    bench::print(bench::lowerIsBetter("PSS after the first ad (MB)", app, bare, 1.1));
+}
+
 // Memory over `cycles` refreshes every 0.2 s: the process and its helpers sampled after the 50th
 // and every 100 after; the figures are their growth from the first sample to the last. Baseline:
 // the bare view reloading as often. One run each: it takes minutes.
@@ -766,6 +810,9 @@ int main(int argc, char** argv) {
     }
     if (only.isEmpty() || only == QLatin1String("idle")) {
         idleFigure(idleRuns, idleSeconds);
+    }
+    if (only.isEmpty() || only == QLatin1String("memory")) {
+        firstAdMemoryFigure();
     }
     if (only.isEmpty() || only == QLatin1String("trackers")) {
         trackerMemoryFigure();
