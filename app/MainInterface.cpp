@@ -7,6 +7,7 @@
 
 #include <QAbstractButton>
 #include <QFontMetricsF>
+#include <QHash>
 #include <QLinearGradient>
 #include <QPainter>
 #include <QPainterPath>
@@ -172,7 +173,7 @@ PadButton* addSoundButton(MainView* view, QWidget* parent, int index, const QRec
     button->setProperty("action", QString::fromLatin1(sound.action));
     button->setProperty("clip", QString::fromLatin1(sound.clip));
     button->setToolTip(QStringLiteral("Plays \u201c%1\u201d \u2014 key %2")
-                           .arg(QString::fromLatin1(sound.clip), key));
+                           .arg(MainInterface::titleForClip(sound.clip), key));
     QObject::connect(button, &QAbstractButton::clicked, view, sound.play);
     // The key works on every page and sounds at once; where the button is on screen it is also
     // seen pressed for a moment (a button's own animated click would only play on its release).
@@ -241,8 +242,21 @@ QKeySequence shortcutForSound(int index) {
 }
 
 QString titleForClip(const QString& clip) {
-    if (clip == QLatin1String("buttonEffect")) {
-        return QStringLiteral("Button Effect");
+    // The clips' names are file names, without their punctuation; a pad shows the line as
+    // it is said.
+    static const QHash<QString, QString> kWritten{
+        {QStringLiteral("buttonEffect"), QStringLiteral("Button Effect")},
+        {QStringLiteral("who needs em"), QStringLiteral("Who needs 'em?")},
+        {QStringLiteral("havent seen a newspaper"), QStringLiteral("Haven't seen a newspaper")},
+        {QStringLiteral("Thats Sounds Fun"), QStringLiteral("That's Sounds Fun")},
+        {QStringLiteral("You like popsicles"), QStringLiteral("You like popsicles?")},
+        {QStringLiteral("Why the long face"), QStringLiteral("Why the long face?")},
+        {QStringLiteral("guess who"), QStringLiteral("Guess who?")},
+        {QStringLiteral("hey there fella"), QStringLiteral("Hey there, fella")},
+        {QStringLiteral("Dont make me beg"), QStringLiteral("Don't make me beg")},
+    };
+    if (const auto written = kWritten.constFind(clip); written != kWritten.constEnd()) {
+        return *written;
     }
     QString title = clip;
     if (!title.isEmpty()) {

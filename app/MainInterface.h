@@ -16,7 +16,7 @@ namespace MainInterface {
 
 // The key that plays a sound action's clip ("1" ... "9", "Q" ... "Y", "A" ... "H").
 QKeySequence shortcutForSound(int index);
-// A clip's name as its button shows it: first letter capitalised, "buttonEffect" spelt out.
+// A clip's name as its button shows it: written with its punctuation, first letter capitalised.
 QString titleForClip(const QString& clip);
 
 // The board with its pages and buttons; `frame` is the controller's view frame.
