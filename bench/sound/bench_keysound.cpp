@@ -3,12 +3,19 @@
 // Both are heard at the monitor of a null sink on a sound server of the benchmark's own, by a
 // recording thread that notes when loud samples first arrive; its own delay is in both figures.
 //
-//   bench_keysound [--runs N] [--sound INDEX]
+// Then the sound must not wait for the ad: the same key, p50 and p95 over --presses presses, on
+// the board alone (idle) and on the whole application beside it, whose banner refreshes every
+// second against a sorvel-adserver on loopback.
+//
+//   bench_keysound [--runs N] [--presses N] [--sound INDEX]
 #include "app/Bundle.h"
+#include "app/DesktopAppDelegate.h"
 #include "app/MainInterface.h"
 #include "app/MainView.h"
 #include "bench/figure.h"
+#include "platform/ui/application.h"
 #include "platform/ui/audioplayer.h"
+#include "platform/ui/window.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -20,10 +27,12 @@
 #include <pulse/error.h>
 #include <pulse/simple.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
 #include <thread>
 
 namespace {
@@ -121,15 +130,69 @@ void waitForSilence(const Listener& listener) {
     }
 }
 
+// Milliseconds from `count` key presses on `target` to their sound; `stop` silences the board.
+std::vector<double> pressTimes(Listener& listener, QWidget* target, const QKeySequence& key,
+                               int count, const std::function<void()>& stop) {
+    std::vector<double> times;
+    for (int press = 0; press < count; ++press) {
+        waitForSilence(listener);
+        listener.arm();
+        const qint64 start = nowNs();
+        QTest::keyClick(target, key[0].key());
+        const double heard = waitForSound(listener, start);
+        stop();
+        if (heard < 0) {
+            fail(QStringLiteral("a key press was not heard"));
+        }
+        times.push_back(heard);
+    }
+    return times;
+}
+
+double percentile(std::vector<double> samples, double p) {
+    std::sort(samples.begin(), samples.end());
+    return samples.empty() ? 0.0 : samples[size_t(p * double(samples.size() - 1) + 0.5)];
+}
+
+// The figure of one percentile of `ours` against the same percentile of `idle`.
+void printPercentile(const char* name, double p, const std::vector<double>& ours,
+                     const std::vector<double>& idle) {
+    bench::Figure f = bench::lowerIsBetter(name, {percentile(ours, p)}, {percentile(idle, p)}, 1.5);
+    f.runs = int(ours.size());
+    bench::print(f);
+}
+
+// A sorvel-adserver on a free loopback port serving the inventory whose ad refreshes every
+// second; its root, or nothing.
+QString startRefreshingServer(QProcess& server) {
+    server.setProcessChannelMode(QProcess::MergedChannels);
+    server.start(QStringLiteral(BENCH_ADSERVER),
+                 {QStringLiteral("--port"), QStringLiteral("0"), QStringLiteral("-q"),
+                  QStringLiteral("--inventory"), QStringLiteral(BENCH_REFRESH_INVENTORY)});
+    QByteArray output;
+    while (server.waitForReadyRead(10000)) {
+        output += server.readAll();
+        const qsizetype at = output.indexOf("Listening on ");
+        const qsizetype end = output.indexOf('\n', at);
+        if (at >= 0 && end > at) {
+            return QString::fromUtf8(output.mid(at + 13, end - at - 13)).trimmed();
+        }
+    }
+    return {};
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     int runs = 9;
+    int presses = 30;
     int soundIndex = 0;
     for (int i = 1; i + 1 < argc; i += 2) {
         const QByteArray arg = argv[i];
         if (arg == "--runs") {
             runs = std::atoi(argv[i + 1]);
+        } else if (arg == "--presses") {
+            presses = std::atoi(argv[i + 1]);
         } else if (arg == "--sound") {
             soundIndex = std::atoi(argv[i + 1]);
         }
@@ -158,6 +221,7 @@ int main(int argc, char** argv) {
         QThread::msleep(50);
     }
 
+    platform::prepareApplication();  // the whole application runs in this process later
     QApplication app(argc, argv);
     Bundle bundle(Bundle::locateResourcePath(QStringLiteral(BENCH_APP_DIR)));
     const MainView::Sound sound = MainView::sounds().at(soundIndex);
@@ -233,7 +297,48 @@ int main(int argc, char** argv) {
     f.pass = f.pass && f.median < 50.0;
     bench::print(f);
 
+    const auto stopBoard = [&view] { view->stopAllSounds(); };
+    const std::vector<double> idle = pressTimes(listener, view.get(), key, presses, stopBoard);
     view.reset();
+
+    // The whole application, its banner refreshing every second.
+    QProcess adServer;
+    const QString root = startRefreshingServer(adServer);
+    if (root.isEmpty()) {
+        fail(QStringLiteral("sorvel-adserver did not start"));
+    }
+    qputenv("BRINDLE_SOUNDS_RESOURCES", bundle.resourcePath().toLocal8Bit());  // its sounds
+    AppOptions options;
+    options.adServer = QUrl(root);
+    options.newInstance = true;
+    auto delegate = std::make_unique<DesktopAppDelegate>(options);
+    MainInterface::connectOutlets(delegate.get());
+    platform::Application* application = platform::Application::sharedApplication();
+    application->setDelegate(delegate.get());
+    application->finishLaunching();
+    platform::Window* window = delegate->window();
+    if (window == nullptr || !QTest::qWaitForWindowActive(window)) {
+        fail(QStringLiteral("the application's window is not active"));
+    }
+    QTest::qWait(3000);  // the first ad, and refreshes under way
+    MainView* board = window->findChild<MainView*>();
+    if (board == nullptr) {
+        fail(QStringLiteral("the application's window has no board"));
+    }
+    const auto stopApp = [board] { board->stopAllSounds(); };
+    const std::vector<double> refreshing = pressTimes(listener, window, key, presses, stopApp);
+    for (size_t i = 0; i < idle.size() && i < refreshing.size(); ++i) {
+        std::fprintf(stderr, "press %zu: idle %.1f ms, refreshing %.1f ms\n", i, idle[i],
+                     refreshing[i]);
+    }
+    printPercentile("key press -> sound out while the ad refreshes every second, p50 (ms)", 0.5,
+                    refreshing, idle);
+    printPercentile("key press -> sound out while the ad refreshes every second, p95 (ms)", 0.95,
+                    refreshing, idle);
+    application->setDelegate(nullptr);
+    delegate.reset();
+    adServer.kill();
+    adServer.waitForFinished();
     daemon.kill();
     daemon.waitForFinished();
     return 0;
