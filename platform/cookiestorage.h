@@ -33,7 +33,6 @@ class HttpCookieStorage : public QNetworkCookieJar {
     // The hosts whose dated cookies are written and so outlast the process; everyone else's are
     // kept for this session only, whatever their expiry. Empty (the default): every dated cookie
     // lasts. A cookie for a parent domain of a listed host counts as that host's.
-    QStringList lastingHosts() const { return lastingHosts_; }
     void setLastingHosts(const QStringList& hosts);
     QList<QNetworkCookie> cookies() const { return allCookies(); }
 

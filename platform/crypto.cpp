@@ -6,16 +6,6 @@
 
 namespace platform {
 
-QByteArray md5(const QByteArray& data) {
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned int length = 0;
-    if (EVP_Digest(data.constData(), static_cast<size_t>(data.size()), digest, &length, EVP_md5(),
-                   nullptr) != 1) {
-        return {};
-    }
-    return QByteArray(reinterpret_cast<const char*>(digest), static_cast<qsizetype>(length));
-}
-
 namespace {
 
 std::optional<QByteArray> aes128Cbc(const QByteArray& data, const QByteArray& key,

@@ -1,5 +1,4 @@
-// Message digest and block cipher on OpenSSL's libcrypto: MD5, and AES-128 in CBC mode without
-// padding (callers pad by hand).
+// Block cipher on OpenSSL's libcrypto: AES-128 in CBC mode without padding (callers pad by hand).
 #pragma once
 
 #include <QByteArray>
@@ -7,9 +6,6 @@
 #include <optional>
 
 namespace platform {
-
-// The 16-byte MD5 digest of `data`.
-QByteArray md5(const QByteArray& data);
 
 // AES-128-CBC with no padding. `key` and `iv` must be 16 bytes and `data` a multiple of 16
 // bytes; otherwise nullopt.

@@ -203,19 +203,6 @@ QByteArray writePropertyListXml(const QVariant& value) {
     return out;
 }
 
-QByteArray writePropertyListBinary(const QVariant& value) {
-    PlistPtr root(fromVariant(value, 0));
-    if (!root) {
-        return {};
-    }
-    char* bin = nullptr;
-    uint32_t length = 0;
-    plist_to_bin(root.get(), &bin, &length);
-    QByteArray out(bin, static_cast<qsizetype>(length));
-    plist_to_bin_free(bin);
-    return out;
-}
-
 bool isPropertyListValue(const QVariant& value) {
     PlistPtr root(fromVariant(value, 0));
     return root != nullptr;

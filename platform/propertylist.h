@@ -1,6 +1,6 @@
-// Property lists (XML and binary) to and from Qt values, on libplist. Integers become qint64,
-// reals double, booleans bool, strings QString, dates QDateTime (UTC), data QByteArray, arrays
-// QVariantList and dictionaries QVariantMap.
+// Property lists (read as XML or binary, written as XML) to and from Qt values, on libplist.
+// Integers become qint64, reals double, booleans bool, strings QString, dates QDateTime (UTC),
+// data QByteArray, arrays QVariantList and dictionaries QVariantMap.
 #pragma once
 
 #include <QByteArray>
@@ -16,7 +16,6 @@ QVariant readPropertyListFile(const QString& path);
 
 // Serialises a value; empty if it holds something a property list cannot (such as a null).
 QByteArray writePropertyListXml(const QVariant& value);
-QByteArray writePropertyListBinary(const QVariant& value);
 
 // Whether a value (and everything nested in it) can be stored in a property list.
 bool isPropertyListValue(const QVariant& value);

@@ -129,7 +129,7 @@ std::unique_ptr<Timer> Timer::scheduled(double seconds, bool repeats, std::funct
 }
 
 Timer::Timer(double seconds, bool repeats, std::function<void()> work)
-    : timer_(new QTimer), work_(std::move(work)), seconds_(seconds), repeats_(repeats) {
+    : timer_(new QTimer), work_(std::move(work)), repeats_(repeats) {
     timer_->setSingleShot(!repeats);
     timer_->setTimerType(Qt::PreciseTimer);
     QObject::connect(timer_, &QTimer::timeout, [this] { onTimeout(); });

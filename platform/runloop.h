@@ -45,7 +45,6 @@ class Timer {
     void invalidate();
     bool isValid() const { return valid_; }
     bool repeats() const { return repeats_; }
-    double timeInterval() const { return seconds_; }
     // Runs the work now; a one-shot timer is then invalid, a repeating one keeps its schedule.
     void fire();
 
@@ -55,7 +54,6 @@ class Timer {
 
     QTimer* timer_ = nullptr;
     std::function<void()> work_;
-    double seconds_ = 0;
     bool repeats_ = false;
     bool valid_ = true;
     // Set while the callback runs, so that destruction from inside it defers deleting the QTimer.

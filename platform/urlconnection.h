@@ -70,10 +70,6 @@ class UrlConnection : public QObject {
 
     // Stops the connection; no delegate call follows. Safe from inside a callback.
     void cancel();
-    bool isCancelled() const { return cancelled_; }
-
-    const UrlRequest& originalRequest() const { return original_; }
-    const UrlRequest& currentRequest() const { return current_; }
 
   private:
     void beginHop(const UrlRequest& request, const HttpResponse* redirectResponse);

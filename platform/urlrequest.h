@@ -21,7 +21,6 @@ class UrlRequest {
 
     // Seconds without any data coming in before the load fails; 0 means no time-out of our own.
     double timeoutInterval() const { return timeout_; }
-    void setTimeoutInterval(double seconds) { timeout_ = seconds; }
     // Seconds the whole load may take, every redirect hop included, however steadily data comes
     // in; 0 means no limit.
     double maximumDuration() const { return maximumDuration_; }

@@ -91,16 +91,6 @@ void UserDefaults::removeObjectForKey(const QString& key) {
     }
 }
 
-QString UserDefaults::stringForKey(const QString& key) const {
-    const QVariant v = objectForKey(key);
-    const int type = v.metaType().id();
-    if (type == QMetaType::QString || type == QMetaType::LongLong || type == QMetaType::Double ||
-        type == QMetaType::Int || type == QMetaType::Bool) {
-        return v.toString();
-    }
-    return {};
-}
-
 QVariantMap UserDefaults::dictionaryForKey(const QString& key) const {
     const QVariant v = objectForKey(key);
     return v.metaType().id() == QMetaType::QVariantMap ? v.toMap() : QVariantMap();
@@ -111,54 +101,8 @@ QVariantList UserDefaults::arrayForKey(const QString& key) const {
     return v.metaType().id() == QMetaType::QVariantList ? v.toList() : QVariantList();
 }
 
-QByteArray UserDefaults::dataForKey(const QString& key) const {
-    const QVariant v = objectForKey(key);
-    return v.metaType().id() == QMetaType::QByteArray ? v.toByteArray() : QByteArray();
-}
-
-qint64 UserDefaults::integerForKey(const QString& key) const {
-    const QVariant v = objectForKey(key);
-    if (v.metaType().id() == QMetaType::QString) {
-        return static_cast<qint64>(v.toString().trimmed().toDouble());
-    }
-    return v.toLongLong();
-}
-
-float UserDefaults::floatForKey(const QString& key) const {
-    return static_cast<float>(doubleForKey(key));
-}
-
-double UserDefaults::doubleForKey(const QString& key) const {
-    const QVariant v = objectForKey(key);
-    if (v.metaType().id() == QMetaType::QString) {
-        return v.toString().trimmed().toDouble();
-    }
-    return v.toDouble();
-}
-
-bool UserDefaults::boolForKey(const QString& key) const {
-    const QVariant v = objectForKey(key);
-    if (v.metaType().id() == QMetaType::QString) {
-        const QString s = v.toString().trimmed().toLower();
-        return s == QLatin1String("yes") || s == QLatin1String("true") || s.toInt() != 0;
-    }
-    return v.toBool();
-}
-
-void UserDefaults::setIntegerForKey(qint64 value, const QString& key) {
-    setObjectForKey(QVariant(value), key);
-}
-
 void UserDefaults::setFloatForKey(float value, const QString& key) {
     setObjectForKey(QVariant(static_cast<double>(value)), key);
-}
-
-void UserDefaults::setDoubleForKey(double value, const QString& key) {
-    setObjectForKey(QVariant(value), key);
-}
-
-void UserDefaults::setBoolForKey(bool value, const QString& key) {
-    setObjectForKey(QVariant(value), key);
 }
 
 bool UserDefaults::synchronize() {

@@ -33,19 +33,10 @@ class UserDefaults : public QObject {
     void setObjectForKey(const QVariant& value, const QString& key);
     void removeObjectForKey(const QString& key);
 
-    QString stringForKey(const QString& key) const;
     QVariantMap dictionaryForKey(const QString& key) const;
     QVariantList arrayForKey(const QString& key) const;
-    QByteArray dataForKey(const QString& key) const;
-    qint64 integerForKey(const QString& key) const;
-    float floatForKey(const QString& key) const;
-    double doubleForKey(const QString& key) const;
-    bool boolForKey(const QString& key) const;
 
-    void setIntegerForKey(qint64 value, const QString& key);
     void setFloatForKey(float value, const QString& key);
-    void setDoubleForKey(double value, const QString& key);
-    void setBoolForKey(bool value, const QString& key);
 
     // Every stored value (not the registered ones).
     QVariantMap dictionaryRepresentation() const { return values_; }

@@ -104,14 +104,13 @@ class Application : public QObject {
     bool openURL(const QUrl& url);
     // Whether the desktop has a handler for the URL's scheme: http, https and mailto always;
     // others when a desktop entry claims "x-scheme-handler/<scheme>" or Qt has a URL handler
-    // for it, unless setSchemeAvailable overrode the answer.
+    // for it.
     bool canOpenURL(const QUrl& url) const;
     // Replaces the desktop as receiver of openURL (tests set one that records and returns true);
     // an empty function restores the desktop.
     void setUrlOpener(std::function<bool(const QUrl&)> opener) { opener_ = std::move(opener); }
     const QList<QUrl>& openedURLs() const { return openedUrls_; }
     void clearOpenedURLs() { openedUrls_.clear(); }
-    void setSchemeAvailable(const QString& scheme, bool available);
 
     // The phone's status bar: a 20-point strip at the top of the key window.
     bool isStatusBarHidden() const { return statusBarHidden_; }
@@ -127,7 +126,6 @@ class Application : public QObject {
     // screen or lock.
     bool isIdleTimerDisabled() const { return idleTimerDisabled_; }
     void setIdleTimerDisabled(bool disabled);
-    bool isScreenSaverInhibited() const { return inhibitCookie_ != 0; }
 
     // Background tasks are not offered on the desktop: callers take their fallback.
     bool isMultitaskingSupported() const { return false; }
@@ -155,7 +153,6 @@ class Application : public QObject {
     QPointer<Window> keyWindow_;
     std::function<bool(const QUrl&)> opener_;
     QList<QUrl> openedUrls_;
-    QHash<QString, bool> schemeOverrides_;
     bool statusBarHidden_ = false;
     int orientation_ = 1;
     bool idleTimerDisabled_ = false;

@@ -33,15 +33,6 @@ BarButtonItem* BarButtonItem::withImage(const QImage& image, int style, Action a
     return item;
 }
 
-BarButtonItem* BarButtonItem::withTitle(const QString& title, int style, Action action,
-                                        QObject* parent) {
-    auto* item = new BarButtonItem(parent);
-    item->title_ = title;
-    item->style_ = style;
-    item->action_ = std::move(action);
-    return item;
-}
-
 BarButtonItem* BarButtonItem::withCustomView(QWidget* view, QObject* parent) {
     auto* item = new BarButtonItem(parent);
     item->customView_ = view;
@@ -213,22 +204,13 @@ ActivityIndicatorView::ActivityIndicatorView(int style, QWidget* parent)
 }
 
 void ActivityIndicatorView::startAnimating() {
-    animating_ = true;
     timer_->start();
     setHidden(false);
 }
 
 void ActivityIndicatorView::stopAnimating() {
-    animating_ = false;
     timer_->stop();
-    if (hidesWhenStopped_) {
-        setHidden(true);
-    }
-}
-
-void ActivityIndicatorView::setHidesWhenStopped(bool hides) {
-    hidesWhenStopped_ = hides;
-    setHidden(hides && !animating_);
+    setHidden(true);
 }
 
 void ActivityIndicatorView::paintEvent(QPaintEvent*) {
@@ -263,11 +245,6 @@ QImage Button::imageForState(int state) const {
         return highlightedImage_;
     }
     return normal_;
-}
-
-void Button::setTitle(const QString& title) {
-    title_ = title;
-    update();
 }
 
 void Button::addTarget(std::function<void()> action, int controlEvents) {
@@ -325,10 +302,6 @@ void Button::paintEvent(QPaintEvent* event) {
         const QRectF target((width() - fitted.width()) / 2, (height() - fitted.height()) / 2,
                             fitted.width(), fitted.height());
         painter.drawImage(target, image);
-    }
-    if (!title_.isEmpty()) {
-        painter.setPen(type_ == TypeRoundedRect ? QColor(50, 80, 140) : QColor(Qt::white));
-        painter.drawText(rect(), Qt::AlignCenter, title_);
     }
     if (highlighted_ && showsTouch_) {
         QRadialGradient glow(rect().center(), std::min(width(), height()) / 2.0);

@@ -44,8 +44,6 @@ class BarButtonItem : public QObject {
                                          QObject* parent = nullptr);
     static BarButtonItem* withImage(const QImage& image, int style, Action action = {},
                                     QObject* parent = nullptr);
-    static BarButtonItem* withTitle(const QString& title, int style, Action action = {},
-                                    QObject* parent = nullptr);
     // The custom view is shown by the bar (which becomes its parent while it is shown).
     static BarButtonItem* withCustomView(QWidget* view, QObject* parent = nullptr);
 
@@ -67,7 +65,6 @@ class BarButtonItem : public QObject {
     bool isAccessibilityElement() const { return accessibilityElement_; }
     void setIsAccessibilityElement(bool on);
 
-    void setAction(Action action) { action_ = std::move(action); }
     // Runs the action if the item is enabled (what a tap does).
     void trigger();
 
@@ -97,7 +94,6 @@ class Toolbar : public View {
     // Not owned; the bar follows changes of the items until they are replaced.
     void setItems(const QList<BarButtonItem*>& items);
     QList<BarButtonItem*> items() const;
-    QColor tintColor() const { return tint_; }
     void setTintColor(const QColor& color);
 
     // The widget standing for the item at `index` of items() (a button, the custom view, or
@@ -120,27 +116,21 @@ enum ActivityIndicatorViewStyle : int {
     ActivityIndicatorViewStyleGray = 2,
 };
 
-// A spinning wheel; hidden while stopped unless hidesWhenStopped is off.
+// A spinning wheel; hidden while stopped.
 class ActivityIndicatorView : public View {
     Q_OBJECT
   public:
     explicit ActivityIndicatorView(int style = ActivityIndicatorViewStyleWhite,
                                    QWidget* parent = nullptr);
 
-    int activityIndicatorViewStyle() const { return style_; }
     void startAnimating();
     void stopAnimating();
-    bool isAnimating() const { return animating_; }
-    bool hidesWhenStopped() const { return hidesWhenStopped_; }
-    void setHidesWhenStopped(bool hides);
 
   protected:
     void paintEvent(QPaintEvent* event) override;
 
   private:
     int style_;
-    bool animating_ = false;
-    bool hidesWhenStopped_ = true;
     int phase_ = 0;
     QTimer* timer_ = nullptr;
 };
@@ -155,7 +145,7 @@ enum ControlState : int {
     ControlStateHighlighted = 1,
 };
 
-// A button drawing an image (per state) or a title; actions run on touch down or touch up inside.
+// A button drawing an image (per state); actions run on touch down or touch up inside.
 class Button : public View {
     Q_OBJECT
   public:
@@ -163,14 +153,9 @@ class Button : public View {
 
     explicit Button(int type = TypeCustom, QWidget* parent = nullptr);
 
-    int buttonType() const { return type_; }
     void setImage(const QImage& image, int state = ControlStateNormal);
     QImage imageForState(int state) const;
-    void setTitle(const QString& title);
-    QString title() const { return title_; }
-    bool showsTouchWhenHighlighted() const { return showsTouch_; }
     void setShowsTouchWhenHighlighted(bool shows) { showsTouch_ = shows; }
-    bool isHighlighted() const { return highlighted_; }
 
     void addTarget(std::function<void()> action, int controlEvents);
 
@@ -188,7 +173,6 @@ class Button : public View {
     int type_;
     QImage normal_;
     QImage highlightedImage_;
-    QString title_;
     bool showsTouch_ = false;
     bool highlighted_ = false;
     QList<QPair<int, std::function<void()>>> actions_;

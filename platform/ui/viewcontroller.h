@@ -70,7 +70,6 @@ class ViewController : public QObject, public std::enable_shared_from_this<ViewC
     // presented controller itself (which presents nothing), it is passed to its presenter.
     void dismissModalViewControllerAnimated(bool animated);
 
-    ViewController* modalViewController() const { return presented_.get(); }
     ViewController* presentedViewController() const { return presented_.get(); }
     // For a presented controller both are the controller that presented it.
     ViewController* presentingViewController() const { return presenting_; }
@@ -80,7 +79,6 @@ class ViewController : public QObject, public std::enable_shared_from_this<ViewC
     void setModalTransitionStyle(int style) { transitionStyle_ = style; }
     // Every style covers the phone-sized window, as on the phone; the value is kept for callers.
     int modalPresentationStyle() const { return presentationStyle_; }
-    void setModalPresentationStyle(int style) { presentationStyle_ = style; }
 
     // Rotation: the window asks the top controller, then tells every controller of the stack.
     virtual bool shouldAutorotateToInterfaceOrientation(int orientation);

@@ -1012,10 +1012,6 @@ QWebEngineProfile* WebView::profile() {
     return shared;
 }
 
-bool WebView::hasSparePage() {
-    return SparePage::ready();
-}
-
 void WebView::loadRequest(const UrlRequest& request) {
     if (request.url().isEmpty()) {
         return;

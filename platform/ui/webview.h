@@ -188,9 +188,6 @@ class WebView : public View {
     // and the lasting ones are kept across launches (see cookiestorage.h for why the jar, not
     // the engine, keeps them). Unknown URL schemes reach the navigation check.
     static QWebEngineProfile* profile();
-    // Whether the page of a view that was never shown waits, blanked and with its content
-    // process, to be the next view's page: a short-lived hidden view is then quick to make.
-    static bool hasSparePage();
 
     // For back-ends: report the engine's events. shouldStartLoad asks the delegate (adding the
     // "User-Agent" field to the request when missing) and records an allowed main-frame request.

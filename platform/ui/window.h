@@ -34,9 +34,6 @@ class Window : public View {
     void rotateClockwise();
     void rotateCounterClockwise();
 
-    // The status-bar strip (for tests and screenshots).
-    QWidget* statusBarView() const { return statusBar_; }
-
     // Lays out the status bar, the root view and presented views for the current state.
     void relayout();
 

