@@ -3,8 +3,10 @@
 // operating-system version test.
 //
 // Where this desktop port takes each fact from (the Environment's default sources):
-// - unique identifier: the machine's stable id (QSysInfo::machineUniqueId, /etc/machine-id),
-//   hashed with MD5 over its UTF-8 bytes into 32 upper-case hexadecimal digits; no id, no "isu".
+// - unique identifier: the machine's stable id (QSysInfo::machineUniqueId, /etc/machine-id). It
+//   never leaves the machine as it is: "isu" is an HMAC-SHA256 keyed with it over the
+//   application's identifier, its first 16 bytes in 32 upper-case hexadecimal digits, so another
+//   application cannot work it out or match it with its own; no id, no "isu".
 // - model: the kind of device from the firmware's chassis type ("Laptop", "Tablet", otherwise
 //   "Desktop"); a desktop never reports "iPad", so "ios_ipadc" stays absent.
 // - idiom: always the phone's, since the phone app runs in its phone window.

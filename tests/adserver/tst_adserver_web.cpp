@@ -1,5 +1,5 @@
-// Runs the ad server's support script and demo pages in a real web engine page and checks the
-// in-ad message URLs they navigate to.
+// Runs the demo pages the application's in-process server shows in a real web engine page and
+// checks the in-ad message URLs they navigate to.
 #include "adserver/adserver.h"
 
 #include <QGuiApplication>
@@ -55,10 +55,10 @@ class TestAdServerWeb : public QObject {
         QVERIFY2(demo_.start(), qPrintable(demo_.errorString()));
     }
 
-    // The end-to-end suites show the script's other answers and the client's side of these
-    // messages; the unit's request type and the demo pages' own messages are only seen here.
+    // The end-to-end suites show the support script's answers and the client's side of these
+    // messages; the demo pages' own messages are only seen here.
     void pagesSendMessages_data() {
-        QTest::addColumn<QString>("page");    // a path, or the parameters for ZELM_buildAdURL
+        QTest::addColumn<QString>("page");
         QTest::addColumn<QString>("action");  // script run after the page has loaded
         QTest::addColumn<QStringList>("names");
         QTest::addColumn<QVariantMap>("params");  // of the first message; "*x" means contains x
@@ -69,10 +69,6 @@ class TestAdServerWeb : public QObject {
             "for (const type of ['mousedown', 'mouseup']) document.querySelector('.bubble')"
             ".dispatchEvent(new MouseEvent(type, {bubbles: true, clientX: 140, clientY: 20}));");
         // clang-format off
-        QTest::newRow("script: parameters in the ad URL, type html") << R"({"slotname":"0a1b2c3d4e5f601","kw":["a","b & c"]})" << "" << QStringList{"loadAdURL"}
-            << QVariantMap{{"type", "html"}, {"url", "*/ad?slotname=0a1b2c3d4e5f601&kw=%5B%22a%22%2C%22b%20%26%20c%22%5D"}};
-        QTest::newRow("script: request type from the unit") << R"({"slotname":"0a1b2c3d4e5f608"})" << "" << QStringList{"loadAdURL"}
-            << QVariantMap{{"type", "plinth"}, {"url", "*/ad?slotname=0a1b2c3d4e5f608"}};
         QTest::newRow("open in the browser") << ad + "open-actions" << click.arg("browser") << QStringList{"open"} << QVariantMap{{"a", "browser"}, {"u", landing}};
         QTest::newRow("open a web app by URL") << ad + "open-actions" << click.arg("webapp") << QStringList{"open"}
             << QVariantMap{{"a", "webapp"}, {"o", "p"}, {"u", "*/webapp/"}};
@@ -94,20 +90,12 @@ class TestAdServerWeb : public QObject {
         QFETCH(QStringList, names);
         QFETCH(QVariantMap, params);
         MessagePage web;
-        if (page.startsWith(QLatin1Char('{'))) {
-            // The hidden page as the client composes it: the script, then the call.
-            web.setHtml(QStringLiteral("<html><head><script src='%1'></script><script>"
-                                       "ZELM_buildAdURL(%2);</script></head></html>")
-                            .arg(demo_.scriptUrl().toString(), page),
-                        demo_.url());
-        } else {
-            QSignalSpy loaded(&web, &QWebEnginePage::loadFinished);
-            web.load(demo_.url().resolved(QUrl(page.mid(1))));
-            QVERIFY(loaded.wait(20000));
-            QVERIFY(loaded.first().first().toBool());
-            if (!action.isEmpty()) {
-                web.runJavaScript(action);
-            }
+        QSignalSpy loaded(&web, &QWebEnginePage::loadFinished);
+        web.load(demo_.url().resolved(QUrl(page.mid(1))));
+        QVERIFY(loaded.wait(20000));
+        QVERIFY(loaded.first().first().toBool());
+        if (!action.isEmpty()) {
+            web.runJavaScript(action);
         }
         QTRY_VERIFY_WITH_TIMEOUT(web.messages.size() >= names.size(), 10000);
         QStringList seen;

@@ -1,13 +1,12 @@
 // The end-to-end harness: the real web engine off screen, the reference ad server in-process on a
-// free port, an isolated profile, a phone window with a banner at the bottom of its root view,
-// and real input. Scenarios read what the client sent from the server's log and what it told the
-// application from a recording banner delegate, its state changes and its log lines.
+// free port, an isolated profile, a phone window with a banner at its foot, and real input.
 #pragma once
 
 #include "ads/core/PXBBannerView.h"
 #include "ads/core/PXBConfiguration.h"
 #include "ads/core/PXBObjectPrivate.h"
 #include "ads/core/PXBRequest.h"
+#include "ads/present/PXBViewController.h"
 #include "ads/present/PXBWebView.h"
 #include "ads/stats/PXBStatisticsCore.h"
 #include "ads/stats/PXBTiming.h"
@@ -28,10 +27,20 @@
 #include <QTimer>
 #include <QUrlQuery>
 
+#include <unistd.h>
+#include <csignal>
 #include <memory>
 #include <optional>
 
 namespace e2e {
+
+inline constexpr int kWait = 20000;
+inline const QString kScriptPath = QStringLiteral("/zelm/sdk-core-v40.js");
+
+// A request's "zf_" switch, which steers the reference server's answer.
+inline QVariantMap fault(const char* key, const QVariant& value) {
+    return {{QStringLiteral("zf_") + QLatin1String(key), value}};
+}
 
 // Waits until `condition` holds, turning the event loop in short slices with a rest between
 // them, as the QTRY_ macros do. QTest::qWaitFor turns it for the whole timeout in one go: the
@@ -49,10 +58,15 @@ bool waitFor(Condition condition, int timeoutMs) {
     return true;
 }
 
-// Every line written to the log while a scenario runs (the ad client's "<Sorvel> ..." lines).
+// Every line written to the log since the last banner was added.
 inline QStringList& logLines() {
     static QStringList lines;
     return lines;
+}
+
+inline bool logHas(const QString& text) {
+    return std::any_of(logLines().begin(), logLines().end(),
+                       [&](const QString& line) { return line.contains(text); });
 }
 
 inline void captureLog() {
@@ -66,8 +80,7 @@ inline void captureLog() {
         });
 }
 
-// The banner delegate's events in order: "receive", "fail <code>", "willPresent",
-// "willDismiss", "didDismiss", "willLeave".
+// The banner delegate's events in order: "receive", "fail <code>", "willPresent", ...
 class Recorder : public PXBBannerViewDelegate {
   public:
     QStringList events;
@@ -96,8 +109,7 @@ class Harness {
     Recorder recorder;
     QList<int> states;
 
-    // What a failed wait shows: the states the ad went through, the delegate's events and the
-    // last log lines.
+    // What a failed wait shows.
     QByteArray trail() const {
         QStringList stateNames;
         for (int state : states) {
@@ -109,8 +121,8 @@ class Harness {
             .toUtf8();
     }
 
-    // Starts the server with `inventory` (a file next to the suite's sources; empty: the demo
-    // inventory) and points the ad client at it; URLs handed to the desktop are only recorded.
+    // Starts the server with `inventory` (next to the suite's sources; empty: the demo one). URLs
+    // handed to the desktop are only recorded.
     bool start(const QString& inventory = QString()) {
         captureLog();  // after the test library has installed its own handler
         const QString path = inventory.isEmpty() ? QString()
@@ -131,7 +143,6 @@ class Harness {
         return QTest::qWaitForWindowExposed(window.get());
     }
 
-    // A fresh banner at the bottom of the root view, with the recorder as delegate.
     PXBBannerView* addBanner(const QString& adUnitID) {
         removeBanner();
         recorder.events.clear();
@@ -161,20 +172,33 @@ class Harness {
     PXBWebView* webView() const { return banner != nullptr ? banner->webView() : nullptr; }
     int state() const { return ad() != nullptr ? ad()->state() : -1; }
 
-    // Loads a request whose additional parameters are `extras` (the server's "zf_" switches).
     void load(const QVariantMap& extras = {}) {
         auto request = PXBRequest::create();
         request->setAdditionalParameters(extras);
         banner->loadRequest(request.get());
     }
 
+    // The "messages" ad: its page sends `send` ({origin}: the server) on load, or once pressed.
+    void loadMessages(const QStringList& send, bool onPress = false) {
+        load({{QStringLiteral("zf_creative"), QStringLiteral("messages")},
+              {QStringLiteral("send"), send},
+              {QStringLiteral("onPress"), onPress}});
+    }
+
+    // A fresh banner of `unit` loading a request with `extras`, until its ad is shown.
+    bool showAd(const QString& unit, const QVariantMap& extras = {}) {
+        addBanner(unit);
+        load(extras);
+        return waitFor([&] { return state() == kPXBAdStateShown; }, kWait);
+    }
+
     // Waits until the ad is shown, painted and old enough for a press to be a click.
     bool waitUntilClickable() const {
-        return waitFor([&] { return state() == kPXBAdStateShown; }, 20000) && waitUntilPainted() &&
+        return waitFor([&] { return state() == kPXBAdStateShown; }, kWait) && waitUntilPainted() &&
                waitFor([&] { return PXBTiming::counter() - ad()->timeLastLoaded() >= 0.15; }, 5000);
     }
 
-    // The same, then a press on it: the user's press that lets a page open something.
+    // The same, then the user's press that lets a page open something.
     bool pressShownAd(QPoint point = QPoint(160, 25)) const {
         if (!waitUntilClickable()) {
             return false;
@@ -183,7 +207,6 @@ class Harness {
         return true;
     }
 
-    // The server's log entries for `path` after `since`.
     QList<QJsonObject> requestsTo(const QString& path, qint64 since = 0) const {
         QList<QJsonObject> found;
         for (const QJsonValue& entry : server.logEntries(since)) {
@@ -213,7 +236,14 @@ class Harness {
         return waitFor([&] { return painted->has_value(); }, 10000) && **painted;
     }
 
-    // A real press and release at `point` (banner coordinates) on the engine's own widget.
+    // Ends the page's content process, as the system does when memory runs out, once the page has
+    // a process of its own.
+    static bool killContentProcess(platform::WebView* view) {
+        return waitFor([&] { return view->contentProcessId() > 0; }, kWait) &&
+               ::kill(pid_t(view->contentProcessId()), SIGKILL) == 0;
+    }
+
+    // A real press and release on the engine's own widget.
     void click(QPoint point = QPoint(160, 25)) const { pressOn(webView(), point); }
 
     static void pressOn(QWidget* view, QPoint point) {
@@ -239,7 +269,7 @@ class Harness {
         QTest::mouseRelease(target, Qt::LeftButton, {}, local);
     }
 
-    // What `script` evaluates to in the view's page, as text ("" when it does not answer).
+    // What `script` evaluates to in the view's page ("" when it does not answer).
     static QString evaluate(platform::WebView* view, const QString& script) {
         auto answer = std::make_shared<std::optional<QString>>();
         view->stringByEvaluatingJavaScriptFromString(
@@ -247,8 +277,7 @@ class Harness {
         return waitFor([&] { return answer->has_value(); }, 10000) ? **answer : QString();
     }
 
-    // The centre of the first element matching `selector` in the page, in view coordinates
-    // (the page scrolled to show it); (-1, -1) when there is none.
+    // The centre of the first element matching `selector`, scrolled into view; (-1, -1): none.
     static QPoint centreOf(platform::WebView* view, const QString& selector) {
         const QString answer = evaluate(
             view, QStringLiteral(
@@ -266,8 +295,35 @@ class Harness {
         return {xy.value(0).toInt(), xy.value(1).toInt()};
     }
 
+    // Minimises (or restores) the window, until the application has heard of it.
+    bool setBackground(bool background) const {
+        background ? window->showMinimized() : window->showNormal();
+        const auto wanted = background ? platform::Application::StateBackground
+                                       : platform::Application::StateActive;
+        return waitFor(
+            [&] {
+                return platform::Application::sharedApplication()->applicationState() == wanted;
+            },
+            5000);
+    }
+
+    // Whatever a case left on screen goes before the next one.
+    void closeScreens() const {
+        while (auto* screen = qobject_cast<PXBViewController*>(top())) {
+            screen->relinquishScreen();
+            if (!waitFor([&] { return top() != screen; }, 5000)) {
+                return;
+            }
+        }
+    }
+
     // The controller on top of the window: the root, or the last screen presented over it.
     platform::ViewController* top() const { return window->topViewController(); }
+
+    template <class Screen>
+    Screen* topAs() const {
+        return qobject_cast<Screen*>(top());
+    }
 };
 
 // The query of a logged request, with nested values (JSON text) decoded.
@@ -282,7 +338,6 @@ inline QVariantMap queryOf(const QJsonObject& entry) {
     return query;
 }
 
-// The queries of the server's log entries for `path` after `since`, and one key's values of them.
 inline QList<QVariantMap> queriesTo(const Harness& h, const QString& path, qint64 since = 0) {
     QList<QVariantMap> queries;
     for (const QJsonObject& entry : h.requestsTo(path, since)) {

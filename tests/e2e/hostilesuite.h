@@ -5,7 +5,6 @@
 
 #include "e2eharness.h"
 
-#include "ads/present/PXBViewController.h"
 #include "app/Bundle.h"
 #include "app/MainInterface.h"
 #include "app/MainView.h"
@@ -18,18 +17,7 @@
 
 namespace e2e {
 
-inline const QString kScriptPath = QStringLiteral("/zelm/sdk-core-v40.js");
 inline const QString kHostileUnit = QStringLiteral("e2e0000000000a1");
-inline constexpr int kHostileWait = 20000;
-
-inline QVariantMap fault(const char* key, const QVariant& value) {
-    return {{QStringLiteral("zf_") + QLatin1String(key), value}};
-}
-
-inline bool logHas(const QString& text) {
-    return std::any_of(logLines().begin(), logLines().end(),
-                       [&](const QString& line) { return line.contains(text); });
-}
 
 class HostileSuite {
   public:
@@ -39,8 +27,7 @@ class HostileSuite {
     QVariantMap doneInfo;  // the parameters of the page's "done" message
     bool doneSeen = false;
 
-    // The server on hostile.json, the client's reasons for what it refuses and the pages'
-    // console lines in the log, and the board beside the banner.
+    // The client's reasons for what it refuses and the pages' console lines go to the log.
     void start() {
         QLoggingCategory::setFilterRules(
             QStringLiteral("js.info=true\njs.debug=true\nsorvel.debug.debug=true"));
@@ -63,10 +50,7 @@ class HostileSuite {
     // Whatever a case left open or set goes before the next one.
     void reset(const void* observer) {
         platform::NotificationCenter::defaultCenter().removeObserver(observer);
-        while (auto* screen = qobject_cast<PXBViewController*>(h.top())) {
-            screen->relinquishScreen();
-            QTRY_VERIFY(h.top() != screen);
-        }
+        h.closeScreens();
         if (auto* composer = qobject_cast<platform::MailComposeViewController*>(h.top())) {
             QTest::mouseClick(composer->view()->findChild<QPushButton*>(QStringLiteral("cancel")),
                               Qt::LeftButton);
@@ -74,13 +58,11 @@ class HostileSuite {
         }
         PXBConfiguration::setHandOverSchemes({});
         PXBConfiguration::setLoadTimeoutSeconds(10);
-        PXBConfiguration::setScriptHostURL(h.server.url());
         h.server.setPathFaults(kScriptPath, {});
         h.server.setPathFaults(QStringLiteral("/ad"), {});
         h.removeBanner();
     }
 
-    // Watches for the banner's page's closing "done" message.
     void watchPage(const void* observer) {
         doneInfo.clear();
         doneSeen = false;
@@ -96,14 +78,11 @@ class HostileSuite {
     // Whatever the row did, a fresh banner with good answers shows an ad, and a press on the
     // board plays its clip.
     void aGoodAdStillShows() {
-        PXBConfiguration::setScriptHostURL(h.server.url());
         h.server.setPathFaults(kScriptPath, {});
-        h.addBanner(kHostileUnit);
-        h.load({{QStringLiteral("zf_creative"), QStringLiteral("plain")}});
-        QTRY_COMPARE_WITH_TIMEOUT(h.state(), int(kPXBAdStateShown), kHostileWait);
+        QVERIFY2(h.showAd(kHostileUnit, fault("creative", "plain")), h.trail());
         QCOMPARE(h.recorder.events, QStringList{QStringLiteral("receive")});
         // Its impression is reported before the next case looks at the server's log.
-        QTRY_COMPARE_WITH_TIMEOUT(h.ad()->trackerCount(), 0, kHostileWait);
+        QTRY_COMPARE_WITH_TIMEOUT(h.ad()->trackerCount(), 0, kWait);
 
         const size_t playing = board->livePlayers().size();
         QTest::mouseClick(MainInterface::buttonForAction(board.get(), MainView::sounds()[0].action),

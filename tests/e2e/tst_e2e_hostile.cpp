@@ -6,47 +6,18 @@
 
 #include "ads/bridge/PXBWebViewDelegate.h"
 
-#include <QDir>
-#include <QFile>
-#include <QTcpServer>
 #include <QUrlQuery>
 
-#include <unistd.h>
 #include <cmath>
-#include <csignal>
 #include <limits>
 
 using e2e::fault;
-using e2e::Harness;
 using e2e::kScriptPath;
+using e2e::kWait;
 using e2e::logHas;
 
 namespace {
 const QString& kUnit = e2e::kHostileUnit;
-constexpr int kWait = e2e::kHostileWait;
-
-QVariantMap faults(std::initializer_list<std::pair<const char*, QVariant>> entries) {
-    QVariantMap map;
-    for (const auto& [key, value] : entries) {
-        map.insert(QStringLiteral("zf_") + QLatin1String(key), value);
-    }
-    return map;
-}
-
-// A loopback address where nothing listens: a port just given up.
-QUrl closedPort() {
-    QTcpServer probe;
-    probe.listen(QHostAddress::LocalHost);
-    QUrl url(QStringLiteral("http://127.0.0.1/"));
-    url.setPort(probe.serverPort());
-    return url;
-}
-
-int logCount(const QString& text) {
-    return static_cast<int>(
-        std::count_if(e2e::logLines().begin(), e2e::logLines().end(),
-                      [&](const QString& line) { return line.contains(text); }));
-}
 }  // namespace
 
 class TestHostileEndToEnd : public QObject, e2e::HostileSuite {
@@ -58,7 +29,7 @@ class TestHostileEndToEnd : public QObject, e2e::HostileSuite {
     void cleanup() { reset(this); }
 
     void scriptHostFaults_data() {
-        // Faults on the script's path, none cached; "refused": a script host where nothing listens.
+        // Faults on the script's path, none cached.
         QTest::addColumn<QJsonObject>("scriptFault");
         QTest::addColumn<QString>("reply");  // the script's answer ("" as it should)
         QTest::addColumn<int>("state");
@@ -68,8 +39,6 @@ class TestHostileEndToEnd : public QObject, e2e::HostileSuite {
         const QJsonObject none;
         // clang-format off
         QTest::newRow("script 404: script failed, network error") << QJsonObject{{"status", 404}} << "" << 2 << "fail 2" << "" << 0;
-        QTest::newRow("script 500: script failed, network error") << QJsonObject{{"status", 500}} << "" << 2 << "fail 2" << "" << 0;
-        QTest::newRow("script host refuses the connection: network error") << QJsonObject{{"refused", true}} << "" << 2 << "fail 2" << "" << 0;
         QTest::newRow("script connection dropped: network error") << QJsonObject{{"drop", true}} << "" << 2 << "fail 2" << "" << 0;
         QTest::newRow("script cut off mid-body: network error, nothing kept") << QJsonObject{{"truncate", true}} << "" << 2 << "fail 2" << "" << 0;
         QTest::newRow("script body is HTML: no answer, stays building") << QJsonObject{{"body", "<html><body>Service unavailable</body></html>"}}
@@ -95,12 +64,8 @@ class TestHostileEndToEnd : public QObject, e2e::HostileSuite {
         QFETCH(QString, event);
         QFETCH(QString, logLine);
         QFETCH(int, adRequests);
-        if (scriptFault.value(QStringLiteral("refused")).toBool()) {
-            PXBConfiguration::setScriptHostURL(closedPort());
-        } else if (!scriptFault.isEmpty()) {
-            h.server.setPathFaults(kScriptPath, scriptFault);
-        }
         if (!scriptFault.isEmpty()) {
+            h.server.setPathFaults(kScriptPath, scriptFault);
             h.forgetScript(false);
         }
         const qint64 mark = h.server.lastLogSeq();
@@ -111,12 +76,7 @@ class TestHostileEndToEnd : public QObject, e2e::HostileSuite {
         }
         h.load(extras);
         if (event.isEmpty()) {
-            QTRY_VERIFY2_WITH_TIMEOUT(logHas(logLine),
-                                      qPrintable(QStringLiteral("state %1, %2: ")
-                                                     .arg(h.state())
-                                                     .arg(h.recorder.events.join(' ')) +
-                                                 e2e::logLines().join('\n')),
-                                      kWait);
+            QTRY_VERIFY2_WITH_TIMEOUT(logHas(logLine), h.trail(), kWait);
         } else {
             QTRY_VERIFY_WITH_TIMEOUT(!h.recorder.events.isEmpty(), kWait);
             QCOMPARE(h.recorder.events, QStringList{event});
@@ -156,25 +116,15 @@ class TestHostileEndToEnd : public QObject, e2e::HostileSuite {
         QTest::newRow("ad 302 without Location: failed, network error") << fault("status", 302) << 7 << "fail 2" << "";
         QTest::newRow("ad 400: parameters rejected") << fault("status", 400) << 7 << "fail 0" << rejected;
         QTest::newRow("ad 401: server error") << fault("status", 401) << 7 << "fail 3" << "";
-        QTest::newRow("ad 404: server error") << fault("status", 404) << 7 << "fail 3" << "";
-        QTest::newRow("ad 500: server error") << fault("status", 500) << 7 << "fail 3" << "";
-        QTest::newRow("ad 503: server error") << fault("status", 503) << 7 << "fail 3" << "";
-        QTest::newRow("ad 599: server error") << fault("status", 599) << 7 << "fail 3" << "";
-        QTest::newRow("ad after 9 redirects: shown") << fault("redirects", 9) << 6 << "receive" << "";
         QTest::newRow("ad after 10 redirects: shown") << fault("redirects", 10) << 6 << "receive" << "";
         QTest::newRow("ad after 11 redirects: too many, network error") << fault("redirects", 11) << 7 << "fail 2" << "";
-        QTest::newRow("ad redirect loop: network error") << fault("redirectLoop", 1) << 7 << "fail 2" << "";
-        QTest::newRow("ad redirect to file:: network error") << faults({{"status", 302}, {"location", "file:///etc/passwd"}}) << 7 << "fail 2" << "";
-        QTest::newRow("ad redirect to qmsg:: network error") << faults({{"status", 302}, {"location", "qmsg:///loadAdURL?url=x"}}) << 7 << "fail 2" << "";
-        QTest::newRow("ad redirect to javascript:: network error") << faults({{"status", 302}, {"location", "javascript:alert(1)"}}) << 7 << "fail 2" << "";
+        QTest::newRow("ad redirect to file:: network error") << QVariantMap{{"zf_status", 302}, {"zf_location", "file:///etc/passwd"}} << 7 << "fail 2" << "";
         QTest::newRow("ad empty body: no fill") << fault("emptyBody", 1) << 7 << "fail 1" << "";
         QTest::newRow("ad blank body: no fill") << fault("creative", "blank") << 7 << "fail 1" << "";
         QTest::newRow("ad bytes not UTF-8: unreadable, no fill") << fault("bodyHex", "3c68746d6c3e3c626f64793eff fe 80 c3 28 3c2f626f64793e3c2f68746d6c3e") << 7 << "fail 1" << "";
         QTest::newRow("ad X-Zelm headers repeated: shown") << fault("repeatedHeader", 1) << 6 << "receive" << "";
         QTest::newRow("ad header line without colon: shown or network error") << fault("malformedHeader", 1) << -1 << "" << "";
-        QTest::newRow("ad connection dropped: network error") << fault("drop", 1) << 7 << "fail 2" << "";
         QTest::newRow("ad cut off mid-body: network error") << fault("truncate", 1) << 7 << "fail 2" << "";
-        QTest::newRow("ad of 5 MB: page too large, network error") << fault("oversizeBytes", 5000000) << 7 << "fail 2" << "";
         QTest::newRow("ad of 8 MiB: page too large, network error") << fault("oversizeBytes", 8 * 1024 * 1024) << 7 << "fail 2" << "";
         // clang-format on
     }
@@ -209,15 +159,14 @@ class TestHostileEndToEnd : public QObject, e2e::HostileSuite {
         QTest::addColumn<QString>("creative");
         QTest::addColumn<double>("reloadSeconds");  // NaN: not checked
         QTest::addColumn<bool>("timerActive");
-        QTest::addColumn<int>("receives");  // ads shown before the row checks
         const double any = std::numeric_limits<double>::quiet_NaN();
         // clang-format off
-        QTest::newRow("refresh \"soon\": reads 0, refresh off") << "refresh-soon" << 0.0 << false << 1;
-        QTest::newRow("refresh \"1e9\": a timer far away, no overflow") << "refresh-huge" << 1e9 << true << 1;
-        QTest::newRow("refresh \"1e999\": a timer far away, no overflow") << "refresh-overflow" << any << true << 1;
-        QTest::newRow("refresh \"0.01\": no bound, the ad is shown") << "refresh-tiny" << 0.01 << false << 1;
-        QTest::newRow("refresh \"-1\": no bound, the ad is shown") << "refresh-negative" << -1.0 << false << 1;
-        QTest::newRow("orientation \"sideways\", timeout \"whenever\": ignored") << "sideways" << 0.0 << false << 1;
+        QTest::newRow("refresh \"soon\": reads 0, refresh off") << "refresh-soon" << 0.0 << false;
+        QTest::newRow("refresh \"1e9\": a timer far away, no overflow") << "refresh-huge" << 1e9 << true;
+        QTest::newRow("refresh \"1e999\": a timer far away, no overflow") << "refresh-overflow" << any << true;
+        QTest::newRow("refresh \"0.01\": no bound, the ad is shown") << "refresh-tiny" << 0.01 << false;
+        QTest::newRow("refresh \"-1\": no bound, the ad is shown") << "refresh-negative" << -1.0 << false;
+        QTest::newRow("orientation \"sideways\", timeout \"whenever\": ignored") << "sideways" << 0.0 << false;
         // clang-format on
     }
 
@@ -225,11 +174,9 @@ class TestHostileEndToEnd : public QObject, e2e::HostileSuite {
         QFETCH(QString, creative);
         QFETCH(double, reloadSeconds);
         QFETCH(bool, timerActive);
-        QFETCH(int, receives);
         h.addBanner(kUnit);
         h.load(fault("creative", creative));
-        QTRY_VERIFY_WITH_TIMEOUT(h.recorder.events.count(QStringLiteral("receive")) >= receives,
-                                 kWait);
+        QTRY_VERIFY_WITH_TIMEOUT(h.recorder.events.contains(QStringLiteral("receive")), kWait);
         QVERIFY(!h.recorder.events.join(' ').contains(QStringLiteral("fail")));
         if (!std::isnan(reloadSeconds)) {
             QCOMPARE(h.ad()->reloadSeconds(), reloadSeconds);
@@ -253,11 +200,9 @@ class TestHostileEndToEnd : public QObject, e2e::HostileSuite {
         // clang-format off
         QTest::newRow("tracking URLs with control characters: the good one fires")
             << fault("creative", "control-tracking") << 1 << 0;
-        QTest::newRow("100 tracking URLs in one header: all fire, all let go")
-            << faults({{"creative", "plain"}, {"extraTrackingUrls", 99}}) << 100 << 0;
         // As many as fit the 100 KiB the network layer takes of one header field.
         QTest::newRow("1200 tracking URLs in one header: the first 100 fire, the rest are dropped")
-            << faults({{"creative", "plain"}, {"extraTrackingUrls", 1199}}) << 100 << 0;
+            << QVariantMap{{"zf_creative", "plain"}, {"zf_extraTrackingUrls", 1199}} << 100 << 0;
         QTest::newRow("a tracking URL that never answers: the ad is shown regardless")
             << fault("creative", "silent-tracking") << 1 << 1;
         QTest::newRow("a tracking URL that redirects for ever: given up, the next one fires")
@@ -270,9 +215,7 @@ class TestHostileEndToEnd : public QObject, e2e::HostileSuite {
         QFETCH(int, fetched);
         QFETCH(int, pending);
         const qint64 mark = h.server.lastLogSeq();
-        h.addBanner(kUnit);
-        h.load(extras);
-        QTRY_COMPARE_WITH_TIMEOUT(h.state(), int(kPXBAdStateShown), kWait);
+        QVERIFY2(h.showAd(kUnit, extras), h.trail());
         auto answered = [&] {
             int n = 0;
             for (const QJsonObject& entry : h.requestsTo(QStringLiteral("/t/imp"), mark)) {
@@ -304,9 +247,7 @@ class TestHostileEndToEnd : public QObject, e2e::HostileSuite {
         QTest::newRow("confirm() does not block, answers false") << "confirm" << "confirm" << "false" << "";
         QTest::newRow("prompt() does not block, answers null") << "prompt" << "prompt" << "null" << "";
         QTest::newRow("navigation to file:: refused, page stays") << "nav-file" << "" << "" << "";
-        QTest::newRow("navigation to data:: refused, page stays") << "nav-data" << "" << "" << "";
         QTest::newRow("navigation to javascript:: page stays") << "nav-javascript" << "" << "" << "";
-        QTest::newRow("150 messages in a burst: all handled, 20 logged") << "qmsg-flood" << "" << "" << "";
         QTest::newRow("1000 messages in a burst: the engine throttles, the app keeps up") << "qmsg-flood-1000" << "" << ""
             << "Throttling navigation";
         QTest::newRow("canOpenURLs with 10 000 URLs: each answered") << "can-open-flood" << "answered" << "10000" << "";
@@ -353,10 +294,8 @@ class TestHostileEndToEnd : public QObject, e2e::HostileSuite {
             QTRY_VERIFY_WITH_TIMEOUT(fired, kWait);
         }
         if (creative.startsWith(QLatin1String("qmsg-flood"))) {
-            // Every message reached the bridge; the log took its ration of them.
+            // The messages reached the bridge (the log's ration of them: tst_e2e_limits).
             QVERIFY(logMessages.contains(QStringLiteral("flood149")));
-            QVERIFY2(logCount(QStringLiteral("[ad log] flood")) <= 20,
-                     qPrintable(QString::number(logCount(QStringLiteral("[ad log] flood")))));
         }
         platform::NotificationCenter::defaultCenter().removeObserver(&logMessages);
         QCOMPARE(h.state(), int(kPXBAdStateShown));
@@ -386,9 +325,7 @@ class TestHostileEndToEnd : public QObject, e2e::HostileSuite {
         if (killedIn == kPXBAdStateShown) {
             QVERIFY(h.waitUntilPainted());
         }
-        // As the system does when memory runs out, once the page has a process of its own.
-        QTRY_VERIFY_WITH_TIMEOUT(h.webView()->contentProcessId() > 0, kWait);
-        QCOMPARE(::kill(pid_t(h.webView()->contentProcessId()), SIGKILL), 0);
+        QVERIFY(e2e::Harness::killContentProcess(h.webView()));
         QTRY_VERIFY_WITH_TIMEOUT(logHas(QStringLiteral("content process ended")), kWait);
         if (killedIn == kPXBAdStateLoadingHTML) {
             QTRY_COMPARE_WITH_TIMEOUT(h.recorder.events, QStringList{QStringLiteral("fail 2")},
@@ -429,20 +366,10 @@ class TestHostileEndToEnd : public QObject, e2e::HostileSuite {
     void messagesWithBadParameters_data() {
         QTest::addColumn<QStringList>("send");
         // clang-format off
-        QTest::newRow("open without u") << QStringList{"qmsg:///open"};
-        QTest::newRow("open with an empty u") << QStringList{"qmsg:///open?u="};
-        QTest::newRow("open with a broken u") << QStringList{"qmsg:///open?u=%zz%&a=browser"};
-        QTest::newRow("open with a=browser and no u") << QStringList{"qmsg:///open?a=browser"};
-        QTest::newRow("open with u twice") << QStringList{"qmsg:///open?u=&u=&u"};
-        QTest::newRow("webapp without u or html") << QStringList{"qmsg:///webapp"};
-        QTest::newRow("click without u") << QStringList{"qmsg:///click"};
-        QTest::newRow("httpTrack with a u that is not a URL") << QStringList{"qmsg:///httpTrack?u=%00%01"};
-        QTest::newRow("touch with letters and nothing") << QStringList{"qmsg:///touch?tx=ab&ty=&td=%FF"};
-        QTest::newRow("canOpenURLs without urls") << QStringList{"qmsg:///canOpenURLs"};
-        QTest::newRow("log without string") << QStringList{"qmsg:///log"};
-        QTest::newRow("evalInOpener without js") << QStringList{"qmsg:///evalInOpener"};
-        QTest::newRow("message without a name") << QStringList{"qmsg:///", "qmsg://", "torvin://"};
-        QTest::newRow("unknown message name") << QStringList{"qmsg:///noSuchThing?x=1"};
+        QTest::newRow("open without a usable u") << QStringList{"qmsg:///open", "qmsg:///open?u=", "qmsg:///open?u=%zz%&a=browser", "qmsg:///open?a=browser", "qmsg:///open?u=&u=&u"};
+        QTest::newRow("webapp, click, evalInOpener, log without their parameter") << QStringList{"qmsg:///webapp", "qmsg:///click", "qmsg:///evalInOpener", "qmsg:///log", "qmsg:///canOpenURLs"};
+        QTest::newRow("httpTrack and touch with garbage") << QStringList{"qmsg:///httpTrack?u=%00%01", "qmsg:///touch?tx=ab&ty=&td=%FF"};
+        QTest::newRow("no name or an unknown one") << QStringList{"qmsg:///", "qmsg://", "torvin://", "qmsg:///noSuchThing?x=1"};
         // clang-format on
     }
 
@@ -450,8 +377,7 @@ class TestHostileEndToEnd : public QObject, e2e::HostileSuite {
         QFETCH(QStringList, send);
         h.addBanner(kUnit);
         watchPage(this);
-        h.load({{QStringLiteral("zf_creative"), QStringLiteral("messages")},
-                {QStringLiteral("send"), send}});
+        h.loadMessages(send);
         QTRY_VERIFY_WITH_TIMEOUT(doneSeen, kWait);
         QCOMPARE(h.state(), int(kPXBAdStateShown));
         QVERIFY(platform::Application::sharedApplication()->openedURLs().isEmpty());

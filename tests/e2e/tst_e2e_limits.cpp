@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr int kWait = e2e::kHostileWait;
+using e2e::kWait;
 
 // Answers every connection with a 200 whose body never ends, and counts what it sent.
 class EndlessServer : public QObject {
@@ -79,9 +79,7 @@ class TestLimitsEndToEnd : public QObject, e2e::HostileSuite {
                                QStringLiteral("location.href='qmsg:///%1'; 1").arg(message));
     }
     void showPlainAd() {
-        h.addBanner(e2e::kHostileUnit);
-        h.load(e2e::fault("creative", "plain"));
-        QTRY_COMPARE_WITH_TIMEOUT(h.state(), int(kPXBAdStateShown), kWait);
+        QVERIFY2(h.showAd(e2e::kHostileUnit, e2e::fault("creative", "plain")), h.trail());
     }
     static QString encoded(const QUrl& url) {
         return QString::fromLatin1(QUrl::toPercentEncoding(url.toString()));
@@ -171,20 +169,16 @@ class TestLimitsEndToEnd : public QObject, e2e::HostileSuite {
         // "localhost" is another site than the ad server's 127.0.0.1.
         testsupport::HttpTestServer other;
         QVERIFY(other.start());
-        other.route("/tracker", [](const testsupport::HttpTestRequest&) {
-            testsupport::HttpTestResponse r;
-            r.headers.append(
-                {QByteArray("Set-Cookie"), QByteArray("tracker=1; Max-Age=3600; Path=/")});
-            return r;
-        });
-        other.route("/frame", [](const testsupport::HttpTestRequest&) {
-            testsupport::HttpTestResponse r;
-            r.headers.append({QByteArray("Content-Type"), QByteArray("text/html")});
-            r.headers.append(
-                {QByteArray("Set-Cookie"), QByteArray("frame=1; Max-Age=3600; Path=/")});
-            r.body = "<p>frame</p><script>document.cookie='framejs=1; max-age=3600'</script>";
-            return r;
-        });
+        // Each answer sets a cookie of its name; the frame's page one more of its own.
+        for (const QByteArray name : {"tracker", "frame"}) {
+            other.route("/" + name, [name](const testsupport::HttpTestRequest&) {
+                testsupport::HttpTestResponse r;
+                r.headers = {{"Content-Type", "text/html"},
+                             {"Set-Cookie", name + "=1; Max-Age=3600; Path=/"}};
+                r.body = "<p>frame</p><script>document.cookie='framejs=1; max-age=3600'</script>";
+                return r;
+            });
+        }
         const QString otherRoot = QStringLiteral("http://localhost:%1").arg(other.port());
         showPlainAd();
         e2e::Harness::evaluate(

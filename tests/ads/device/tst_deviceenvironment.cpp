@@ -18,7 +18,6 @@ class TestDeviceEnvironment : public QObject {
         QTest::newRow("portrait, no status bar") << 1 << true << QSizeF(320, 480) << u"p"_s;
         QTest::newRow("landscape right") << 3 << false << QSizeF(480, 320) << u"l"_s;
         QTest::newRow("landscape left") << 4 << false << QSizeF(480, 320) << u"l"_s;
-        QTest::newRow("upside down") << 2 << false << QSizeF(320, 480) << u"p"_s;
     }
     void screenFollowsPhoneWindow() {
         QFETCH(int, orientation);

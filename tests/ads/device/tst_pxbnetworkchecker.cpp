@@ -46,7 +46,6 @@ class TestPXBNetworkChecker : public QObject {
         QTest::addColumn<quint32>("flags");
         QTest::addColumn<quint32>("type");
         QTest::addColumn<QString>("typeString");
-        QTest::newRow("nothing") << 0u << 1u << QString();
         QTest::newRow("WWAN without reachable") << 0x40000u << 1u << QString();
         QTest::newRow("reachable") << 0x2u << 2u << u"wi"_s;
         QTest::newRow("every bit") << 0xffffffffu << 3u << u"ed"_s;

@@ -17,7 +17,7 @@ const QByteArray kLastModified = "Sat, 01 Nov 2025 10:20:30 GMT";
 const QString kZoneless = QStringLiteral("Sat, 01 Nov 2025 10:20:30");
 const qint64 kLastModifiedSeconds = 1761992430;  // 2025-11-01T10:20:30Z
 
-// Records every delegate call as a line; can refuse one redirect target, or destroy the file.
+// Records every delegate call as a line; can destroy the file.
 class Recorder : public PXBCachedFileDelegate {
   public:
     void cachedFileDownloadDidEnd(PXBCachedFile* file) override {
@@ -30,9 +30,6 @@ class Recorder : public PXBCachedFileDelegate {
     }
     Error cachedFileShouldRedirectToURL(PXBCachedFile* file, const QUrl& url) override {
         events << "redirect " + url.path() + " hop " + file->httpHeader("X-Hop");
-        if (url.path() == refusedPath) {
-            return Error::withDescription("test", 7, "refused");
-        }
         return Error();
     }
     void destroyIfAsked(PXBCachedFile* file) {
@@ -42,7 +39,6 @@ class Recorder : public PXBCachedFileDelegate {
     }
 
     QStringList events;
-    QString refusedPath;
     std::unique_ptr<PXBCachedFile> owned;  // destroyed from inside its first callback
 };
 
@@ -70,7 +66,6 @@ class TestCachedFile : public QObject {
             response.delayMs = 50;
             return response;
         });
-        routeHops("X-Hop");
     }
 
     // /r1 -> /r2 -> /final; each answer names its hop in the field `name`.
@@ -92,16 +87,17 @@ class TestCachedFile : public QObject {
         server_->route("/final", hop(200, {}, "3"));
     }
 
+    // A 404, an unreachable host and a fetch abandoned midway are proven end to end (the
+    // script's fetch and the ad's).
     void conditionalGet() {
         PXBNetworkUtilities::setUserAgentString("SorvelTest/1");
+        PXBNetworkUtilities::setUserAgentString("");  // ignored: the last agent stays
         Recorder recorder;
         PXBCachedFile file(&recorder, server_->url("/doc"));
-        QVERIFY(!file.hasContent());
         QVERIFY(file.fileModificationDate().isNull());
 
         file.validate();
         file.validate();  // a fetch runs: nothing more starts
-        QVERIFY(file.isFetching());
         QTRY_COMPARE(recorder.events, QStringList{"end"});
         QCOMPARE(server_->requests().size(), 1);
         QCOMPARE(server_->requests()[0].header("User-Agent"), "SorvelTest/1");
@@ -110,7 +106,6 @@ class TestCachedFile : public QObject {
         QCOMPARE(file.content(), QString::fromUtf8("hello é"));
         QCOMPARE(platform::fileTimes(file.filePath())->modificationTime, kLastModifiedSeconds);
         QCOMPARE(file.fileModificationDate(), kZoneless);
-        QVERIFY(!file.isFetching());
 
         // A 304 leaves the file alone.
         platform::writeFileAtomically(file.filePath(), "kept");
@@ -123,56 +118,20 @@ class TestCachedFile : public QObject {
         QCOMPARE(platform::fileTimes(file.filePath())->modificationTime, kLastModifiedSeconds);
     }
 
-    void redirects_data() {
-        QTest::addColumn<QString>("refused");
-        QTest::addColumn<QStringList>("events");
-        QTest::addColumn<bool>("written");
-        QTest::addColumn<QByteArray>("hopField");  // as the server spells it
-        const QStringList followed{"redirect /r2 hop 1", "redirect /final hop 2", "end"};
-        QTest::newRow("followed") << QString() << followed << true << QByteArray("X-Hop");
-        QTest::newRow("refused") << "/final"
-                                 << QStringList{"redirect /r2 hop 1", "redirect /final hop 2",
-                                                "fail test"}
-                                 << false << QByteArray("X-Hop");
-        // As an HTTP/2 server sends them: names compare without regard to case.
-        QTest::newRow("lower-case field names")
-            << QString() << followed << true << QByteArray("x-hop");
-    }
-    void redirects() {
-        QFETCH(QString, refused);
-        QFETCH(QStringList, events);
-        QFETCH(bool, written);
-        QFETCH(QByteArray, hopField);
-        routeHops(hopField);
+    // Following redirects, and a refused one ending the fetch, are proven end to end (the ad's
+    // redirect hops, the store link a click redirects to); an HTTP/2 server's lower-case field
+    // names are not.
+    void redirectsWithLowerCaseFieldNames() {
+        routeHops("x-hop");
         Recorder recorder;
-        recorder.refusedPath = refused;
         PXBCachedFile file(&recorder, server_->url("/r1"));
         file.validate();
+        const QStringList events{"redirect /r2 hop 1", "redirect /final hop 2", "end"};
         QTRY_COMPARE(recorder.events, events);
-        QTest::qWait(100);  // nothing follows
-        QCOMPARE(recorder.events, events);
         QCOMPARE(file.httpDestinationURL(), server_->url("/final"));
-        QCOMPARE(file.hasContent(), written);
-        QCOMPARE(server_->requests().size(), written ? 3 : 2);
-        QCOMPARE(file.httpHeader("X-HOP"), written ? "3" : "2");
-        QVERIFY(file.httpHeaders().contains(QString::fromLatin1(hopField)));
+        QCOMPARE(file.httpHeader("X-HOP"), "3");
         QVERIFY(file.httpHeader("X-Other").isNull());
-        if (written) {
-            QCOMPARE(file.content(), "hop 3");
-            QCOMPARE(file.httpStatusCode(), 200);
-        }
-    }
-
-    // A 404 and an unreachable host are proven end to end (the script's fetch); a cancelled
-    // fetch tells nobody.
-    void cancelledFetchIsSilent() {
-        Recorder recorder;
-        PXBCachedFile cancelled(&recorder, server_->url("/doc"));
-        cancelled.validate();
-        cancelled.cancel();
-        QTest::qWait(200);
-        QVERIFY(recorder.events.isEmpty());
-        QVERIFY(!cancelled.hasContent());
+        QCOMPARE(file.content(), "hop 3");
     }
 
     // One folder per host, one file per URL; a URL without a host stays inside the caches too.
@@ -196,7 +155,7 @@ class TestCachedFile : public QObject {
         QCOMPARE(path.fileName(), QString::number(PXBCachedFile::stableHash(url), 16));
         QVERIFY(platform::createDirectory(path.absolutePath()));
         QVERIFY(platform::writeFileAtomically(path.filePath(), "x"));
-        QVERIFY(file.hasContent());
+        QCOMPARE(file.content(), "x");
         file.invalidate();
         QVERIFY(!path.exists());
         QVERIFY(file.content().isNull());
@@ -216,22 +175,16 @@ class TestCachedFile : public QObject {
         QCOMPARE(platform::fileTimes(path)->modificationTime, kLastModifiedSeconds);
     }
 
+    // A date with a zone or one that does not exist is no HTTP date of the cache's; a good one
+    // read and written back is proven by the conditional fetch.
     void httpDates_data() {
         QTest::addColumn<QString>("text");
-        QTest::addColumn<qint64>("seconds");  // -1: not a date
-        QTest::newRow("epoch") << "Thu, 01 Jan 1970 00:00:00" << qint64(0);
-        QTest::newRow("with zone") << "Sat, 01 Nov 2025 10:20:30 GMT" << qint64(-1);
-        QTest::newRow("bad day") << "Sat, 31 Feb 2025 10:20:30" << qint64(-1);
+        QTest::newRow("with zone") << "Sat, 01 Nov 2025 10:20:30 GMT";
+        QTest::newRow("bad day") << "Sat, 31 Feb 2025 10:20:30";
     }
     void httpDates() {
         QFETCH(QString, text);
-        QFETCH(qint64, seconds);
-        const auto formatter = PXBCachedFile::formatterForHTTPDate();
-        const QDateTime date = formatter.dateFromString(text);
-        QCOMPARE(date.isValid() ? date.toSecsSinceEpoch() : -1, seconds);
-        if (date.isValid()) {
-            QCOMPARE(formatter.stringFromDate(date), text.trimmed());
-        }
+        QVERIFY(!PXBCachedFile::formatterForHTTPDate().dateFromString(text).isValid());
     }
 };
 

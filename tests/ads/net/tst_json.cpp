@@ -1,8 +1,6 @@
 #include "ads/core/PXBMacros.h"
 #include "ads/net/PXB_RQJSON.h"
 
-#include <QDir>
-#include <QFile>
 #include <QTest>
 
 using platform::Error;
@@ -36,8 +34,6 @@ class TestJson : public QObject {
     void write_data();
     void write();
     void decimalNumbers();
-    void roundTrip_data();
-    void roundTrip();
     void shorthands();
 };
 
@@ -206,47 +202,8 @@ void TestJson::decimalNumbers() {
     QCOMPARE(dec("-12.75").toInt(), -12);
 }
 
-void TestJson::roundTrip_data() {
-    QTest::addColumn<QByteArray>("text");
-    const QDir dir(qEnvironmentVariable("SORVEL_SOURCE_DIR") + "/../shared/bench-data/json");
-    const QStringList names = dir.entryList({"*.json"}, QDir::Files, QDir::Name);
-    for (const QString& name : names) {
-        QFile file(dir.filePath(name));
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QTest::newRow(qPrintable(name)) << file.readAll();
-    }
-    // The documents live beside the project, not in it: a clone on its own skips this case.
-    if (names.isEmpty()) {
-        QTest::newRow("no documents") << QByteArray();
-    }
-}
-
-void TestJson::roundTrip() {
-    QFETCH(QByteArray, text);
-    if (text.isEmpty()) {
-        QSKIP("no JSON documents in ../shared/bench-data/json beside the source tree");
-    }
-    for (const bool readable : {false, true}) {
-        PXB_RQJSON json;
-        json.setHumanReadable(readable);
-        Error error;
-        const QVariant first = json.objectWithUtf8(text, &error);
-        QVERIFY2(error.isNull(), qPrintable(error.localizedDescription()));
-        const QString written = json.stringWithObject(first, &error);
-        QVERIFY(error.isNull());
-        const QVariant second = json.objectWithString(written, &error);
-        QVERIFY(error.isNull());
-        QVERIFY(second == first);
-        QCOMPARE(json.stringWithObject(second), written);
-    }
-}
-
+// What the bridge embeds in a script call as it is.
 void TestJson::shorthands() {
-    QCOMPARE(PXBMacros::readJson("{\"a\":\"b\"}"), (std::optional<QVariantMap>({{"a", "b"}})));
-    for (const QString& notAMap :
-         {QStringLiteral("[1,2]"), QStringLiteral("{\"a\":}"), QString()}) {
-        QVERIFY2(!PXBMacros::readJson(notAMap), qPrintable(notAMap));
-    }
     QVERIFY(PXBMacros::jsonify(QVariant()).isNull());
     // What cannot be written gives an empty text, not a null one.
     const QString unwritable = PXBMacros::jsonify(QVariant::fromValue(QMap<int, int>{{1, 2}}));

@@ -98,20 +98,11 @@ class TestNetworkUtilities : public QObject {
         QCOMPARE(PXBNetworkUtilities::encodeURL(input), expected);
     }
 
-    void userAgent() {
-        PXBNetworkUtilities::setUserAgentString("Agent/1");
-        PXBNetworkUtilities::setUserAgentString("");
-        QCOMPARE(PXBNetworkUtilities::userAgentString(), "Agent/1");
-        PXBNetworkUtilities::setUserAgentString("Agent/2");
-        QCOMPARE(PXBNetworkUtilities::userAgentString(), "Agent/2");
-    }
-
     void stringWithFloat_data() {
         QTest::addColumn<float>("value");
         QTest::addColumn<QString>("expected");
         QTest::newRow("2.0") << 2.0f << "2";
         QTest::newRow("1.5") << 1.5f << "1.5";
-        QTest::newRow("-0.25") << -0.25f << "-0.25";
         QTest::newRow("seventh digit lost") << 0.0000001f << "0";
     }
     void stringWithFloat() {
