@@ -13,6 +13,7 @@ struct Roots {
     QUrl scriptHost;
     QStringList handOverSchemes;
     double loadTimeoutSeconds = 10;
+    double firstRetrySeconds = 5;
 };
 
 Roots& roots() {
@@ -127,4 +128,12 @@ double PXBConfiguration::loadTimeoutSeconds() {
 
 void PXBConfiguration::setLoadTimeoutSeconds(double seconds) {
     roots().loadTimeoutSeconds = seconds;
+}
+
+double PXBConfiguration::firstRetrySeconds() {
+    return roots().firstRetrySeconds;
+}
+
+void PXBConfiguration::setFirstRetrySeconds(double seconds) {
+    roots().firstRetrySeconds = seconds;
 }

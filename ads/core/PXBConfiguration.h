@@ -39,6 +39,10 @@ class PXBConfiguration {
     // timed out (10 s).
     static double loadTimeoutSeconds();
     static void setLoadTimeoutSeconds(double seconds);
+    // How long after a request that failed for want of the network the ad is first tried again
+    // (5 s); each further try waits twice as long as the one before, 5 minutes at most.
+    static double firstRetrySeconds();
+    static void setFirstRetrySeconds(double seconds);
 
     // A root as given on a command line: "host:port" gets "https://" ("http://" for a loopback
     // host), a path is dropped to "/". An unusable text gives an empty URL.

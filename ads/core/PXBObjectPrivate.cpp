@@ -8,6 +8,7 @@
 #include "ads/core/PXBParameterKeys.h"
 #include "ads/core/PXBRequestError.h"
 #include "ads/device/PXBIdentifierUtilities.h"
+#include "ads/device/PXBNetworkChecker.h"
 #include "ads/net/PXBNetworkUtilities.h"
 #include "ads/present/PXBViewController.h"
 #include "ads/present/PXBWebView.h"
@@ -25,6 +26,10 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QRegularExpression>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
 
 namespace {
 
@@ -68,6 +73,9 @@ constexpr qint64 kMaximumScriptBytes = 2 * 1024 * 1024;
 constexpr qint64 kMaximumAdBytes = 1024 * 1024;
 constexpr qsizetype kMaximumTrackingURLs = 100;
 
+// The longest wait between two tries of a request that failed for want of the network.
+constexpr double kMaximumRetrySeconds = 300;
+
 QVariantMap rectDictionary(const QRect& rect) {
     return {{QStringLiteral("x"), double(rect.x())},
             {QStringLiteral("y"), double(rect.y())},
@@ -86,6 +94,14 @@ PXBObjectPrivate::PXBObjectPrivate(PXBBannerView* view)
     webView_->setHidden(true);
     webViewDelegate_ = std::make_unique<PXBBannerWebViewDelegate>(this);
     registerForNotifications();
+    connect(PXBNetworkChecker::sharedChecker(), &PXBNetworkChecker::networkTypeChanged, this,
+            [this](quint32 type) {
+                if (retryTimer_ && (type == PXBNetworkChecker::kNetworkTypeWiFi ||
+                                    type == PXBNetworkChecker::kNetworkTypeCellular)) {
+                    platform::logDebug(QStringLiteral("<Sorvel> The network is back"));
+                    retryNow();
+                }
+            });
     if (view != nullptr) {
         view->addSubview(webView_);
     }
@@ -257,6 +273,8 @@ void PXBObjectPrivate::changeState(qint32 state) {
         }
     }
     if (state == kPXBAdStateShown) {
+        failedTries_ = 0;
+        retryTimer_.reset();
         if (webView_ != nullptr) {
             webView_->setTouched(false);
         }
@@ -269,6 +287,7 @@ void PXBObjectPrivate::cancelPendingActions() {
     platform::cancelPreviousPerformRequests(this);
     refreshWaiting_ = false;
     resetReloadTimer();
+    retryTimer_.reset();
 }
 
 void PXBObjectPrivate::loadTimedOut() {
@@ -291,6 +310,7 @@ void PXBObjectPrivate::loadTimedOut() {
     reportError(kPXBErrorTimeout);
     if (self != nullptr && isAppActive()) {
         activateReloadTimer();
+        retryAfterNetworkFailure();
     }
 }
 
@@ -337,7 +357,11 @@ void PXBObjectPrivate::failedToDownloadJavaScriptWithError(const platform::Error
         buildAdUrl();
         return;
     }
+    QPointer<PXBObjectPrivate> self(this);
     reportError(kPXBErrorNetworkError);
+    if (self != nullptr) {
+        retryAfterNetworkFailure();
+    }
 }
 
 void PXBObjectPrivate::addAdditionalParameters(QVariantMap& parameters) const {
@@ -505,6 +529,9 @@ void PXBObjectPrivate::failedAdRequestWithError(const platform::Error& error, PX
     reportError(code);
     if (self != nullptr) {
         addReloadInformationFromHeaders();
+        if (code == kPXBErrorNetworkError) {
+            retryAfterNetworkFailure();
+        }
     }
 }
 
@@ -666,10 +693,44 @@ void PXBObjectPrivate::reloadCurrentRequest() {
     loadPrivateRequest(request_.get(), true);
 }
 
+// Without a refresh interval from the server (before the first ad, say) a request that failed
+// for want of the network would leave the banner empty for the whole session. This client tries
+// it again, waiting twice as long after each failure so that a server or link that stays down is
+// not hammered, and at once when the system reports the network back.
+void PXBObjectPrivate::retryAfterNetworkFailure() {
+    if (reloadTimer_ || !isAppActive()) {
+        return;  // the refresh brings the next ad; the background none
+    }
+    const double seconds =
+        std::min(PXBConfiguration::firstRetrySeconds() * std::pow(2.0, std::min(failedTries_, 16)),
+                 kMaximumRetrySeconds);
+    ++failedTries_;
+    platform::logDebug(
+        QStringLiteral("<Sorvel> The ad could not reach its server; trying again in %1 s")
+            .arg(seconds));
+    scheduleRetry(seconds);
+}
+
+void PXBObjectPrivate::scheduleRetry(double seconds) {
+    retrySeconds_ = seconds;
+    retryTimer_ = platform::Timer::scheduled(seconds, false, [this] { retryNow(); });
+}
+
+void PXBObjectPrivate::retryNow() {
+    retryTimer_.reset();
+    reloadCurrentRequest();
+}
+
 void PXBObjectPrivate::appDidBackground() {
     deactivateReloadTimer();
+    // A retry due while in the background waits for the foreground, its wait begun again.
+    retryInterrupted_ = retryTimer_ != nullptr;
+    retryTimer_.reset();
 }
 
 void PXBObjectPrivate::appDidForeground() {
     activateReloadTimer();
+    if (std::exchange(retryInterrupted_, false) && !reloadTimer_) {
+        scheduleRetry(retrySeconds_);
+    }
 }

@@ -82,6 +82,10 @@ class PXBObjectPrivate : public QObject,
     // The interval of the last refresh scheduled (0 before any) and whether one is pending.
     double reloadSeconds() const { return reloadSeconds_; }
     bool isReloadTimerActive() const { return reloadTimer_ != nullptr; }
+    // Whether a request that failed for want of the network is to be tried again, and after how
+    // many seconds (the last wait scheduled).
+    bool isRetryPending() const { return retryTimer_ != nullptr; }
+    double retrySeconds() const { return retrySeconds_; }
 
     void loadRequest(const PXBRequest* request);
     void loadInterstitialRequest(const PXBRequest* request);
@@ -143,6 +147,9 @@ class PXBObjectPrivate : public QObject,
     void failedAdRequestWithError(const platform::Error& error, PXBCachedFile* file);
     void reportError(int code);
     void loadTimedOut();
+    void retryAfterNetworkFailure();
+    void scheduleRetry(double seconds);
+    void retryNow();
 
     void cachedFileDownloadDidEnd(PXBCachedFile* file) override;
     void cachedFileDownloadDidFail(PXBCachedFile* file, const platform::Error& error) override;
@@ -174,6 +181,10 @@ class PXBObjectPrivate : public QObject,
     std::unique_ptr<platform::Timer> reloadTimer_;
     std::unique_ptr<platform::Timer> loadTimer_;
     bool refreshWaiting_ = false;  // a refresh came while a request was under way
+    std::unique_ptr<platform::Timer> retryTimer_;
+    int failedTries_ = 0;  // requests failed for want of the network since the last ad shown
+    double retrySeconds_ = 0;
+    bool retryInterrupted_ = false;  // a retry was due when the application went to the background
     double reloadSeconds_ = 0;
     bool hasAutoRefreshed_ = false;
     qint32 supportedOrientations_ = 1;

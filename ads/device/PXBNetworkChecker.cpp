@@ -144,9 +144,13 @@ QString PXBNetworkChecker::networkTypeString() const {
 
 void PXBNetworkChecker::setNetworkTypeFromFlags(quint32 flags) {
     ++changeCount_;
+    const quint32 before = networkType_;
     if ((flags & kReachableFlag) == 0) {
         networkType_ = kNetworkTypeNotReachable;
     } else {
         networkType_ = (flags & kIsWWANFlag) != 0 ? kNetworkTypeCellular : kNetworkTypeWiFi;
+    }
+    if (networkType_ != before) {
+        emit networkTypeChanged(networkType_);
     }
 }

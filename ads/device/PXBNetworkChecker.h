@@ -79,6 +79,10 @@ class PXBNetworkChecker : public QObject {
 
     void setNetworkTypeFromFlags(quint32 flags);
 
+  signals:
+    // The type differs from the last one read (not for a stop, which only forgets it).
+    void networkTypeChanged(quint32 type);
+
   private:
     std::unique_ptr<PXBReachabilitySource> networkRef_;
     quint32 networkType_ = kNetworkTypeUnknown;

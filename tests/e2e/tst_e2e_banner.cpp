@@ -4,12 +4,15 @@
 
 #include "ads/bridge/PXBWebViewDelegate.h"
 #include "ads/device/PXBIdentifierUtilities.h"
+#include "ads/device/PXBNetworkChecker.h"
 #include "ads/signals/PXBSignals.h"
 #include "ads/stats/PXBStatisticsCore.h"
 #include "ads/stats/PXBTiming.h"
 #include "platform/log.h"
 #include "platform/notificationcenter.h"
 #include "platform/ui/audioplayer.h"
+
+#include <QScopeGuard>
 
 using e2e::Harness;
 using e2e::kScriptPath;
@@ -292,6 +295,49 @@ class TestBannerEndToEnd : public QObject {
         QTRY_COMPARE_WITH_TIMEOUT(h.webView()->request().url().path(), QStringLiteral("/landing/"),
                                   kWait);
         QVERIFY(!h.recorder.events.contains(QStringLiteral("willPresent")));
+    }
+
+    // Before any ad there is no refresh interval: a request that cannot get its support script
+    // (as when offline) is tried again, each wait at least twice the one before, and at once
+    // when the system reports the network back.
+    void aRequestFailedForWantOfTheNetworkIsTriedAgain() {
+        h.forgetScript(false);
+        h.server.setPathFaults(kScriptPath, {{"status", 503}});
+        const double first = 0.3;
+        const auto restore = qScopeGuard([&] {
+            h.server.setPathFaults(kScriptPath, {});
+            PXBConfiguration::setFirstRetrySeconds(5);
+        });
+        PXBConfiguration::setFirstRetrySeconds(first);
+        const qint64 mark = h.server.lastLogSeq();
+        h.addBanner(kUnit);
+        h.load();
+        QTRY_VERIFY_WITH_TIMEOUT(h.requestsTo(kScriptPath, mark).size() >= 4, kWait);
+        const QList<QJsonObject> tries = h.requestsTo(kScriptPath, mark);
+        for (qsizetype i = 1; i < 4; ++i) {
+            const auto at = [&](qsizetype k) {
+                return QDateTime::fromString(tries[k][QStringLiteral("time")].toString(),
+                                             Qt::ISODateWithMs);
+            };
+            const qint64 gapMs = at(i - 1).msecsTo(at(i));
+            QVERIFY2(gapMs >= first * 1000 * (1 << (i - 1)) - 10,
+                     qPrintable(QString::number(gapMs)));
+        }
+        QVERIFY(h.recorder.events.size() >= 3);
+        QCOMPARE(h.recorder.events.first(), QStringLiteral("fail 2"));
+
+        // A wait far longer than any test's is cut short by the network coming back.
+        PXBConfiguration::setFirstRetrySeconds(120);
+        h.addBanner(kUnit);
+        h.load();
+        QTRY_VERIFY_WITH_TIMEOUT(h.ad()->isRetryPending(), kWait);
+        QCOMPARE(h.ad()->retrySeconds(), 120.0);
+        h.server.setPathFaults(kScriptPath, {});
+        PXBNetworkChecker* checker = PXBNetworkChecker::sharedChecker();
+        checker->setNetworkTypeFromFlags(0);
+        checker->setNetworkTypeFromFlags(PXBNetworkChecker::kReachableFlag);
+        QTRY_COMPARE_WITH_TIMEOUT(h.state(), int(kPXBAdStateShown), kWait);
+        QVERIFY(!h.ad()->isRetryPending());
     }
 
     // Runs last: launching finishes once per process. Until then a load in the background goes
