@@ -2,6 +2,9 @@
 
 #include "ads/core/PXBBannerView.h"
 #include "ads/core/PXBRequest.h"
+#include "app/MainView.h"
+
+#include <QShortcut>
 
 #include <memory>
 #include <vector>
@@ -52,6 +55,30 @@ void Brindle_SoundsViewController::viewDidLoad() {
     auto request = PXBRequest::create();
     requestsForTheProcess().push_back(request);
     Qarbo_->loadRequest(request.get());
+}
+
+void Brindle_SoundsViewController::viewWillAppear(bool animated) {
+    platform::ViewController::viewWillAppear(animated);
+    setKeysEnabled(true);
+}
+
+void Brindle_SoundsViewController::viewWillDisappear(bool animated) {
+    platform::ViewController::viewWillDisappear(animated);
+    setKeysEnabled(false);
+}
+
+void Brindle_SoundsViewController::setKeysEnabled(bool enabled) {
+    for (QShortcut* shortcut : view()->findChildren<QShortcut*>()) {
+        shortcut->setEnabled(enabled);
+    }
+}
+
+bool Brindle_SoundsViewController::escapePressed() {
+    if (auto* board = qobject_cast<MainView*>(view())) {
+        board->stopAllSounds();
+        return true;
+    }
+    return false;
 }
 
 void Brindle_SoundsViewController::didReceiveMemoryWarning() {

@@ -24,11 +24,19 @@ class Brindle_SoundsViewController : public platform::ViewController {
     void viewDidLoad() override;
     void didReceiveMemoryWarning() override;
     void viewDidUnload() override;
+    // The board's keys work only while the board is in front: a screen over it gets the
+    // keyboard to itself.
+    void viewWillAppear(bool animated) override;
+    void viewWillDisappear(bool animated) override;
+    // Escape, when no screen over the board took it, stops every sound.
+    bool escapePressed() override;
 
     // The banner of the last viewDidLoad.
     PXBBannerView* Qarbo() const;
 
   private:
+    void setKeysEnabled(bool enabled);
+
     std::function<platform::View*()> makeView_;
     // Owned; also a subview of the view, so it is gone with an unloaded view.
     QPointer<PXBBannerView> Qarbo_;

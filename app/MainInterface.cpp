@@ -15,6 +15,9 @@
 #include <QShortcut>
 #include <QTimer>
 
+#include <algorithm>
+#include <cmath>
+
 namespace {
 
 constexpr int kPageHeight = 410;  // the 460-point view less the 50-point banner
@@ -52,6 +55,25 @@ class GradientView : public platform::View {
     QColor top_;
     QColor bottom_;
 };
+
+// Relative luminance of a colour, as contrast ratios are worked out (WCAG 2).
+double luminance(const QColor& color) {
+    const auto channel = [](double c) {
+        return c <= 0.03928 ? c / 12.92 : std::pow((c + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * channel(color.redF()) + 0.7152 * channel(color.greenF()) +
+           0.0722 * channel(color.blueF());
+}
+
+// White or near-black, whichever stands out more from `background`: white titles on the
+// yellow and green pads read at less than 2:1.
+QColor textColorOn(const QColor& background) {
+    const QColor dark(0x14, 0x14, 0x14);
+    const double l = luminance(background);
+    const double onWhite = 1.05 / (l + 0.05);
+    const double onDark = (l + 0.05) / (luminance(dark) + 0.05);
+    return onWhite >= onDark ? QColor(Qt::white) : dark;
+}
 
 // A rounded, coloured pad with its title wrapped in the middle and its key in a corner.
 class PadButton : public QAbstractButton {
@@ -96,15 +118,26 @@ class PadButton : public QAbstractButton {
             }
         }
         painter.setFont(font);
-        painter.setPen(QColor(0, 0, 0, 60));
+        const QColor ink = textColorOn(base);
+        const bool darkInk = ink != QColor(Qt::white);
+        painter.setPen(darkInk ? QColor(255, 255, 255, 70) : QColor(0, 0, 0, 60));
         painter.drawText(textBox.translated(0, 1), Qt::AlignCenter | Qt::TextWordWrap, text());
-        painter.setPen(Qt::white);
+        painter.setPen(ink);
         painter.drawText(textBox, Qt::AlignCenter | Qt::TextWordWrap, text());
         if (!key_.isEmpty()) {
-            font.setPixelSize(9);
+            // White on a dark badge: at least 6:1 on every pad colour, light or dark.
+            font.setPixelSize(11);
             painter.setFont(font);
-            painter.setPen(QColor(255, 255, 255, 170));
-            painter.drawText(box.adjusted(0, 4, -8, 0), Qt::AlignRight | Qt::AlignTop, key_);
+            const QFontMetricsF metrics(font);
+            const double side = metrics.height() + 2;
+            const QRectF badge(
+                box.right() - 6 - std::max(side, metrics.horizontalAdvance(key_) + 8),
+                box.top() + 5, std::max(side, metrics.horizontalAdvance(key_) + 8), side);
+            QPainterPath badgePath;
+            badgePath.addRoundedRect(badge, 5, 5);
+            painter.fillPath(badgePath, QColor(0, 0, 0, 165));
+            painter.setPen(Qt::white);
+            painter.drawText(badge, Qt::AlignCenter, key_);
         }
     }
 
@@ -189,15 +222,25 @@ PadButton* addSoundButton(MainView* view, QWidget* parent, int index, const QRec
     return button;
 }
 
-PadButton* addNavigationButton(QWidget* parent, const QString& title, const QRect& frame,
-                               QColor color, const QString& action, const QKeySequence& key,
-                               bool keyOnPad = true) {
+// A button that leads somewhere. Its key works only while its page is in front, as only then
+// can the button be pressed: no page opens over another and no Back skips one.
+PadButton* addNavigationButton(MainView* view, QWidget* parent, const QString& title,
+                               const QRect& frame, QColor color, const QString& action,
+                               const QKeySequence& key, bool keyOnPad = true) {
     auto* button = new PadButton(title, color, keyOnPad ? key.toString() : QString(), parent);
     button->setGeometry(frame);
     button->setObjectName(action);
     button->setProperty("action", action);
-    button->setShortcut(key);
     button->setToolTip(QStringLiteral("%1 \u2014 key %2").arg(title, key.toString()));
+    // The button's own, so that the Back of a page off screen does not compete with the one in
+    // front for the same key.
+    auto* shortcut = new QShortcut(key, button);
+    shortcut->setContext(Qt::WindowShortcut);
+    QObject::connect(shortcut, &QShortcut::activated, button, [view, button] {
+        if (view->isInFrontPage(button)) {
+            button->animateClick();
+        }
+    });
     return button;
 }
 
@@ -208,9 +251,9 @@ void buildPage(MainView* view, const QString& title, int firstSound, int content
                void (MainView::*back)(QObject*), const QString& backAction) {
     auto* page = new GradientView(QRect(0, 0, 320, kPageHeight), top, bottom);
     new Header(page, title, QStringLiteral("scroll for more"));
-    auto* backButton = addNavigationButton(page, QStringLiteral("\u2039 Back"), QRect(8, 9, 64, 30),
-                                           QColor(255, 255, 255, 60), backAction,
-                                           QKeySequence(Qt::Key_Backspace), false);
+    auto* backButton = addNavigationButton(view, page, QStringLiteral("\u2039 Back"),
+                                           QRect(8, 9, 64, 30), QColor(255, 255, 255, 60),
+                                           backAction, QKeySequence(Qt::Key_Backspace), false);
     backButton->setTitleSize(12);
     QObject::connect(backButton, &QAbstractButton::clicked, view,
                      [view, backButton, back] { (view->*back)(backButton); });
@@ -281,7 +324,7 @@ MainView* buildMainView(const QRect& frame) {
                         padHeight);
         addSoundButton(view, main, i, pad, i);
     }
-    auto* music = addNavigationButton(main, QStringLiteral("\u266b  Be your lover"),
+    auto* music = addNavigationButton(view, main, QStringLiteral("\u266b  Be your lover"),
                                       QRect(10, 276, 300, 52), QColor(0x6c, 0x4b, 0xd8),
                                       QStringLiteral("canemurder"), QKeySequence(Qt::Key_M));
     music->setTitleSize(16);
@@ -299,7 +342,7 @@ MainView* buildMainView(const QRect& frame) {
               QColor(0x5c, 0x1f, 0x4c), QColor(0x26, 0x0b, 0x22), &oneExtra, &oneScroll,
               &MainView::pushback1, QStringLiteral("pushback1"));
 
-    auto* more = addNavigationButton(main, QStringLiteral("More sounds \u203a"),
+    auto* more = addNavigationButton(view, main, QStringLiteral("More sounds \u203a"),
                                      QRect(10, 340, 146, 52), QColor(0x1f, 0x8a, 0x9e),
                                      QStringLiteral("gotoscrollview"), QKeySequence(Qt::Key_N));
     QObject::connect(more, &QAbstractButton::clicked, view, [view, more] {
@@ -307,7 +350,7 @@ MainView* buildMainView(const QRect& frame) {
         slideIn({view->myextraview(), view->myscrollview()});
     });
     auto* evenMore = addNavigationButton(
-        main, QStringLiteral("Even more \u203a"), QRect(164, 340, 146, 52),
+        view, main, QStringLiteral("Even more \u203a"), QRect(164, 340, 146, 52),
         QColor(0xb0, 0x3a, 0x8c), QStringLiteral("gotoscrollview1"), QKeySequence(Qt::Key_B));
     QObject::connect(evenMore, &QAbstractButton::clicked, view, [view, evenMore] {
         view->gotoscrollview1(evenMore);
@@ -316,10 +359,6 @@ MainView* buildMainView(const QRect& frame) {
 
     view->addSubview(main);
     view->setOutlets(main, extra, scroll, oneExtra, oneScroll);
-
-    auto* stop = new QShortcut(QKeySequence(Qt::Key_Escape), view);
-    stop->setContext(Qt::WindowShortcut);
-    QObject::connect(stop, &QShortcut::activated, view, &MainView::stopAllSounds);
     return view;
 }
 

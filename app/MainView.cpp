@@ -223,6 +223,33 @@ void MainView::pushback1(QObject* /*sender*/) {
     addSubview(mymainview_);
 }
 
+bool MainView::isInFrontPage(const QWidget* widget) const {
+    // Each page by the view that stands for it: an extra page is two views side by side.
+    const auto pageOf = [this](const QObject* object) -> const QObject* {
+        if (object == myscrollview_) {
+            return myextraview_;
+        }
+        if (object == onemyscrollview_) {
+            return onemyextraview_;
+        }
+        return object;
+    };
+    const QObject* front = nullptr;
+    const QObjectList& stack = children();  // bottom to top
+    for (auto it = stack.rbegin(); it != stack.rend() && front == nullptr; ++it) {
+        if (*it == mymainview_ || *it == myextraview_ || *it == myscrollview_ ||
+            *it == onemyextraview_ || *it == onemyscrollview_) {
+            front = pageOf(*it);
+        }
+    }
+    for (const QObject* o = widget; o != nullptr && o != this; o = o->parent()) {
+        if (pageOf(o) == front) {
+            return true;
+        }
+    }
+    return false;
+}
+
 void MainView::stopAllSounds() {
     for (const std::shared_ptr<Player>& player : livePlayers()) {
         player->stop();

@@ -58,6 +58,10 @@ class MainView : public platform::View, public platform::AudioPlayerDelegate {
     void setBundle(const Bundle* bundle) { bundle_ = bundle; }
     void setPlayerFactory(PlayerFactory factory) { makePlayer_ = std::move(factory); }
 
+    // Whether `widget` is on the page in front: the main page or, once added over it, an extra
+    // page (its header view or its scroll view).
+    bool isInFrontPage(const QWidget* widget) const;
+
     // Stops every clip and track that is still playing (Esc on the desktop).
     void stopAllSounds();
     // Players made so far that have not yet been freed.

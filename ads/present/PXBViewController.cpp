@@ -177,6 +177,11 @@ void PXBViewController::viewDidAppear(bool animated) {
     }
 }
 
+bool PXBViewController::escapePressed() {
+    relinquishScreen();
+    return true;
+}
+
 void PXBViewController::relinquishScreen() {
     if (!self_) {
         return;  // not on screen (a second close while the first one runs)

@@ -85,6 +85,8 @@ class PXBViewController : public platform::ViewController {
     virtual void presentSelfFrom(platform::ViewController* presenter);
     // Takes the screen away again (the close button, "Done", an in-ad "close" message).
     Q_INVOKABLE void relinquishScreen();
+    // Escape closes the screen, as its close button or "Done" does.
+    bool escapePressed() override;
     // Whether this screen is the bottom of a stack of ad screens.
     bool isFirstPXBViewController() const;
     // How many ad screens are up (presented and not relinquished yet), of every ad.

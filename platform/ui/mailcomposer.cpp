@@ -35,7 +35,9 @@ MailComposeViewController::MailComposeViewController() = default;
 
 void MailComposeViewController::loadView() {
     auto* view = new View(Screen::bounds());
-    view->setBackgroundColor(QColor(240, 240, 240));
+    // The system's own colours, light or dark: the labels and fields take theirs from the same
+    // palette, so a fixed light background would hide a dark theme's light text.
+    view->setAutoFillBackground(true);
     auto* column = new QVBoxLayout(view);
     auto* bar = new QHBoxLayout;
     auto* cancelButton = new QPushButton(tr("Cancel"), view);
@@ -149,6 +151,11 @@ void MailComposeViewController::send() {
 
 void MailComposeViewController::cancel() {
     finish(MailComposeResultCancelled);
+}
+
+bool MailComposeViewController::escapePressed() {
+    cancel();
+    return true;
 }
 
 void MailComposeViewController::finish(int result, const Error& error) {

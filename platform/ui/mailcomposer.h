@@ -60,6 +60,8 @@ class MailComposeViewController : public ViewController {
     // (Failed if the desktop refused it); Cancel reports Cancelled.
     void send();
     void cancel();
+    // Escape cancels, as the Cancel button does.
+    bool escapePressed() override;
 
     void loadView() override;
 

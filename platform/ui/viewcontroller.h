@@ -85,6 +85,11 @@ class ViewController : public QObject, public std::enable_shared_from_this<ViewC
     virtual void didRotateFromInterfaceOrientation(int /*fromOrientation*/) {}
     int interfaceOrientation() const;
 
+    // The Escape key: the window offers it to the top controller, then to each one below down to
+    // the root, until one takes it (returns true). A screen that can be closed closes; by default
+    // a controller lets it pass.
+    virtual bool escapePressed() { return false; }
+
     // Gives keyboard focus to the view.
     bool becomeFirstResponder();
 

@@ -74,6 +74,16 @@ Window::Window() : View(nullptr) {
     auto* left = new QShortcut(QKeySequence(Qt::CTRL | Qt::Key_Left), this);
     left->setContext(Qt::ApplicationShortcut);
     connect(left, &QShortcut::activated, this, &Window::rotateCounterClockwise);
+    auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
+    escape->setContext(Qt::WindowShortcut);
+    connect(escape, &QShortcut::activated, this, [this] {
+        for (ViewController* c = topViewController(); c != nullptr;
+             c = c->presentingViewController()) {
+            if (c->escapePressed()) {
+                return;
+            }
+        }
+    });
     relayout();
 }
 

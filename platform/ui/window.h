@@ -1,6 +1,7 @@
 // The phone window: a top-level view of the phone's size with the status-bar strip at the top,
 // the root view controller's view below it and presented controllers' views over everything.
-// Ctrl+Right turns it a quarter turn clockwise, Ctrl+Left counter-clockwise.
+// Ctrl+Right turns it a quarter turn clockwise, Ctrl+Left counter-clockwise; Escape goes to the
+// controller on top (ViewController::escapePressed).
 #pragma once
 
 #include "platform/ui/view.h"

@@ -6,6 +6,7 @@
 #include <QAbstractButton>
 #include <QTemporaryDir>
 #include <QTest>
+#include <algorithm>
 
 #include "platform/ui/uitestmain.h"
 
@@ -102,6 +103,47 @@ class TestMainView : public QObject {
         for (auto it = names.begin(); it != names.end(); ++it) {
             QCOMPARE(it.value()->parentWidget() == view.get(), order.contains(it.key()));
         }
+    }
+
+    // Keys lead one page at a time: a way to another page works only from the page in front,
+    // and Backspace goes back one page.
+    void keysLeadOnePageAtATime_data() {
+        QTest::addColumn<QString>("keys");       // N, B, M, and < for Backspace, pressed in turn
+        QTest::addColumn<QStringList>("shown");  // the extra pages in the view after them
+        QTest::newRow("more") << "N" << QStringList{"extra"};
+        QTest::newRow("even more from more: nothing") << "NB" << QStringList{"extra"};
+        QTest::newRow("back") << "N<" << QStringList{};
+        QTest::newRow("back, then even more") << "N<B" << QStringList{"oneExtra"};
+        QTest::newRow("back on the main page: nothing") << "<" << QStringList{};
+    }
+    void keysLeadOnePageAtATime() {
+        QFETCH(QString, keys);
+        QFETCH(QStringList, shown);
+        view->show();
+        view->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(view.get()));
+        const QHash<QChar, Qt::Key> keyOf{
+            {'N', Qt::Key_N}, {'B', Qt::Key_B}, {'M', Qt::Key_M}, {'<', Qt::Key_Backspace}};
+        QList<QAbstractButton*> buttons;  // of every page, in the view or not
+        for (const QWidget* page :
+             {view->mymainview(), view->myextraview(), view->onemyextraview()}) {
+            buttons << page->findChildren<QAbstractButton*>();
+        }
+        for (const QChar key : keys) {
+            QTest::keyClick(view.get(), keyOf.value(key));
+            // A key that acts shows its button pressed until the click is done.
+            QTRY_VERIFY(std::none_of(buttons.begin(), buttons.end(),
+                                     [](QAbstractButton* b) { return b->isDown(); }));
+        }
+        QStringList inView;
+        if (view->myextraview()->parentWidget() == view.get()) {
+            inView << "extra";
+        }
+        if (view->onemyextraview()->parentWidget() == view.get()) {
+            inView << "oneExtra";
+        }
+        QCOMPARE(inView, shown);
+        QVERIFY(made.isEmpty());
     }
 
     // Every button's shipped clip plays to its end, the presses overlapping.

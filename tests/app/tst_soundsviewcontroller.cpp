@@ -2,6 +2,10 @@
 #include "ads/core/PXBDelegateManager.h"
 #include "ads/core/PXBObjectPrivate.h"
 #include "app/Brindle_SoundsViewController.h"
+#include "app/Bundle.h"
+#include "app/MainInterface.h"
+#include "app/MainView.h"
+#include "platform/ui/window.h"
 
 #include <QTest>
 
@@ -41,6 +45,47 @@ class TestSoundsViewController : public QObject {
         QVERIFY(watch == nullptr);
         QVERIFY(manager->bannerDelegate() == nullptr);
         QVERIFY(manager->adView() == nullptr);
+    }
+
+    // The board's keys reach it only while it is in front; Escape goes to the screen on top and,
+    // once it reaches the board, stops the sounds.
+    void keysReachTheBoardOnlyWhileItIsInFront() {
+        const Bundle bundle(
+            Bundle::locateResourcePath(QCoreApplication::applicationDirPath() + "/../../app"));
+        QList<std::shared_ptr<platform::AudioPlayer>> made;
+        QPointer<MainView> board;
+        auto controller = std::make_shared<Brindle_SoundsViewController>([&] {
+            board = MainInterface::buildMainView(QRect(0, 0, 320, 460));
+            board->setBundle(&bundle);
+            board->setPlayerFactory([&made](const QUrl& url) {
+                made << platform::AudioPlayer::withContentsOfURL(url);
+                return made.last();
+            });
+            return board.data();
+        });
+        platform::Window window;
+        window.setRootViewController(controller.get());
+        window.makeKeyAndVisible();
+        QVERIFY(QTest::qWaitForWindowActive(&window));
+        const Qt::Key soundKey = MainInterface::shortcutForSound(0)[0].key();
+
+        QTest::keyClick(&window, soundKey);
+        QCOMPARE(made.size(), 1);
+        QVERIFY(made[0] != nullptr && made[0]->isPlaying());
+        QTest::keyClick(&window, Qt::Key_Escape);
+        QVERIFY(!made[0]->isPlaying());
+
+        auto cover = std::make_shared<platform::ViewController>();
+        controller->presentModalViewController(cover, false);
+        QTest::keyClick(&window, soundKey);
+        QTest::keyClick(&window, Qt::Key_N);
+        QCOMPARE(made.size(), 1);
+        QVERIFY(board->myextraview()->parentWidget() == nullptr);
+
+        controller->dismissModalViewControllerAnimated(false);
+        QTest::keyClick(&window, soundKey);
+        QCOMPARE(made.size(), 2);
+        board->stopAllSounds();
     }
 };
 

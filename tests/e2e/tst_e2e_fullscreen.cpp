@@ -11,8 +11,8 @@
 #include "platform/ui/mailcomposer.h"
 
 #include <QDBusConnection>
+#include <QLineEdit>
 #include <QProcess>
-#include <QPushButton>
 
 using e2e::Harness;
 using e2e::kWait;
@@ -273,6 +273,12 @@ class TestFullScreenEndToEnd : public QObject {
             Harness::evaluate(page, QStringLiteral("document.body ? document.body.innerText : ''"))
                 .contains(shows),
             kWait);
+        // Escape closes it as its own close button does.
+        h.window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(h.window.get()));
+        QTest::keyClick(h.window.get(), Qt::Key_Escape);
+        QTRY_VERIFY_WITH_TIMEOUT(h.top() == h.root.get(), kWait);
+        QTRY_COMPARE_WITH_TIMEOUT(screenEvents(), kPresentedAndDismissed, kWait);
     }
 
     // A mailto: link's recipients, copies, subject and body fill the composer.
@@ -292,8 +298,10 @@ class TestFullScreenEndToEnd : public QObject {
         QCOMPARE(composer->subject(), QStringLiteral("Table for two"));
         QCOMPARE(composer->messageBody(), QStringLiteral("Hello!"));
         QVERIFY(screenEvents().isEmpty());  // the composer is no ad screen
-        QTest::mouseClick(composer->view()->findChild<QPushButton*>(QStringLiteral("cancel")),
-                          Qt::LeftButton);
+        // Escape cancels, from inside the text as well.
+        h.window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(h.window.get()));
+        QTest::keyClick(composer->view()->findChild<QLineEdit*>(), Qt::Key_Escape);
         QTRY_VERIFY(h.top() == h.root.get());
     }
 
