@@ -4,10 +4,13 @@
 #include "app/ScrollView.h"
 #include "platform/log.h"
 #include "platform/ui/audioplayer.h"
+#include "platform/ui/notice.h"
 
 #include <QDir>
 #include <QLinearGradient>
 #include <QPainter>
+
+#include <utility>
 
 const std::vector<MainView::Sound>& MainView::sounds() {
     static const std::vector<Sound> table = {
@@ -104,7 +107,17 @@ void MainView::playClip(const QString& name, const QString& type) {
     // Kept nowhere: it plays to its end by itself, overlapping any other press.
     if (player->play()) {
         platform::logDebug(QStringLiteral("Playing %1").arg(url.fileName()));
+    } else {
+        sayNothingPlays();
     }
+}
+
+void MainView::sayNothingPlays() {
+    // Once: the log has a line for every press, the user needs to be told only the first time.
+    if (std::exchange(nothingPlaysSaid_, true)) {
+        return;
+    }
+    platform::Notice::show(this, tr("No sound: there is no audio output on this computer."));
 }
 
 void MainView::MoveUp() {
@@ -181,6 +194,8 @@ void MainView::canemurder() {
         canemurder_->setNumberOfLoops(0);
         if (canemurder_->play()) {
             platform::logDebug(QStringLiteral("Playing %1").arg(kMusicTrack));
+        } else {
+            sayNothingPlays();
         }
     }
 }

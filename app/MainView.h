@@ -106,6 +106,8 @@ class MainView : public platform::View, public platform::AudioPlayerDelegate {
 
   private:
     void playClip(const QString& name, const QString& type);
+    // A notice, the first time a press plays nothing for want of an audio output.
+    void sayNothingPlays();
     std::shared_ptr<Player> newPlayer(const QUrl& url, platform::Error* error);
     const Bundle& bundle() const;
 
@@ -120,4 +122,5 @@ class MainView : public platform::View, public platform::AudioPlayerDelegate {
     PlayerFactory makePlayer_;
     // Not owned: a player plays to its end on its own. Kept only to stop them all.
     std::vector<std::weak_ptr<Player>> players_;
+    bool nothingPlaysSaid_ = false;
 };

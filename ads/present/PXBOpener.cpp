@@ -11,8 +11,10 @@
 #include "platform/runloop.h"
 #include "platform/ui/application.h"
 #include "platform/ui/mailcomposer.h"
+#include "platform/ui/notice.h"
 #include "platform/ui/viewcontroller.h"
 #include "platform/ui/webview.h"
+#include "platform/ui/window.h"
 
 #include <QCoreApplication>
 
@@ -60,8 +62,15 @@ void attemptToLeave(const LeaveContext& context, const QUrl& url) {
     if (context.delegateManager) {
         context.delegateManager->willLeaveApplication();
     }
-    platform::performAfter(qApp, 0,
-                           [url] { platform::Application::sharedApplication()->openURL(url); });
+    platform::performAfter(qApp, 0, [url] {
+        platform::Application* app = platform::Application::sharedApplication();
+        if (!app->openURL(url)) {
+            // Not silent: the user pressed the ad and expects something to open.
+            platform::Notice::show(app->keyWindow(),
+                                   QObject::tr("Nothing on this computer opens \u201c%1\u201d.")
+                                       .arg(url.toDisplayString().left(80)));
+        }
+    });
 }
 
 // The composer's delegate. It lives with the composer, so that Cancel and Send still close it

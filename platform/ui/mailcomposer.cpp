@@ -1,9 +1,13 @@
 #include "platform/ui/mailcomposer.h"
 
+#include "platform/log.h"
 #include "platform/ui/application.h"
+#include "platform/ui/notice.h"
 #include "platform/ui/screen.h"
 
+#include <QClipboard>
 #include <QFormLayout>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
@@ -142,11 +146,30 @@ void MailComposeViewController::send() {
     Application* app = Application::sharedApplication();
     if (app != nullptr && app->openURL(mailtoURL())) {
         finish(MailComposeResultSent);
-    } else {
-        finish(MailComposeResultFailed,
-               Error::withDescription(QStringLiteral("MailComposeErrorDomain"), 1,
-                                      QStringLiteral("No mail program took the message.")));
+        return;
     }
+    // The composer stays up when no mail program takes the message: closing it, as a failed
+    // send would, loses what the user wrote. The notice offers the whole message to copy;
+    // Cancel still closes.
+    logLine(QStringLiteral("No mail program took the message"));
+    Notice* notice = Notice::show(
+        view(), tr("No mail program took the message. Copy it to send it another way."));
+    notice->addAction(tr("Copy"),
+                      [text = messageAsText()] { QGuiApplication::clipboard()->setText(text); });
+}
+
+QString MailComposeViewController::messageAsText() const {
+    QStringList lines;
+    const auto add = [&lines](const QString& name, const QStringList& values) {
+        if (!values.isEmpty()) {
+            lines << name + QStringLiteral(": ") + values.join(QStringLiteral(", "));
+        }
+    };
+    add(QStringLiteral("To"), toRecipients());
+    add(QStringLiteral("Cc"), ccRecipients());
+    add(QStringLiteral("Bcc"), bccRecipients());
+    add(QStringLiteral("Subject"), subject().isEmpty() ? QStringList() : QStringList{subject()});
+    return lines.join(QLatin1Char('\n')) + QStringLiteral("\n\n") + messageBody();
 }
 
 void MailComposeViewController::cancel() {

@@ -56,8 +56,9 @@ class MailComposeViewController : public ViewController {
     // percent-encoded (RFC 6068); empty fields are left out.
     QUrl mailtoURL() const;
 
-    // The form's two buttons: Send hands mailtoURL() to Application::openURL and reports Sent
-    // (Failed if the desktop refused it); Cancel reports Cancelled.
+    // The form's two buttons: Send hands mailtoURL() to Application::openURL and reports Sent;
+    // when the desktop refuses it the composer stays up with a notice offering the message to
+    // copy. Cancel reports Cancelled.
     void send();
     void cancel();
     // Escape cancels, as the Cancel button does.
@@ -67,6 +68,8 @@ class MailComposeViewController : public ViewController {
 
   private:
     void finish(int result, const Error& error = {});
+    // The fields as a plain message: "To: ...", "Cc: ...", "Subject: ...", a blank line, the body.
+    QString messageAsText() const;
 
     WeakRef<MailComposeViewControllerDelegate> delegate_;
     QStringList to_, cc_, bcc_;

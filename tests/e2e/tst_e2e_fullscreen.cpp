@@ -9,6 +9,7 @@
 #include "platform/log.h"
 #include "platform/ui/controls.h"
 #include "platform/ui/mailcomposer.h"
+#include "platform/ui/notice.h"
 
 #include <QDBusConnection>
 #include <QLineEdit>
@@ -306,15 +307,19 @@ class TestFullScreenEndToEnd : public QObject {
     }
 
     // A store link (the click's redirect in the browser) is handed over once its click tracking
-    // has answered, or after three waits of 0.3 s without it.
+    // has answered, or after three waits of 0.3 s without it. A desktop that opens nothing for
+    // it gets a notice said.
     void aStoreClickWaitsForItsTrackingThreeTimesAtMost_data() {
         QTest::addColumn<int>("trackingDelayMs");
-        QTest::newRow("tracking answers late: handed over after it") << 500;
-        QTest::newRow("tracking never answers: handed over without it") << 60000;
+        QTest::addColumn<bool>("desktopOpens");
+        QTest::newRow("tracking answers late: handed over after it") << 500 << true;
+        QTest::newRow("tracking never answers: handed over without it, nothing opens")
+            << 60000 << false;
     }
 
     void aStoreClickWaitsForItsTrackingThreeTimesAtMost() {
         QFETCH(int, trackingDelayMs);
+        QFETCH(bool, desktopOpens);
         const bool answers = trackingDelayMs < 900;
         h.server.setPathFaults(QStringLiteral("/t/ctrk"),
                                {{QStringLiteral("delayMs"), trackingDelayMs}});
@@ -322,9 +327,9 @@ class TestFullScreenEndToEnd : public QObject {
         const qint64 mark = h.server.lastLogSeq();
         auto trackedBeforeLeaving = std::make_shared<bool>(false);
         platform::Application::sharedApplication()->setUrlOpener(
-            [this, mark, trackedBeforeLeaving](const QUrl&) {
+            [this, mark, trackedBeforeLeaving, desktopOpens](const QUrl&) {
                 *trackedBeforeLeaving = !h.requestsTo(QStringLiteral("/t/ctrk"), mark).isEmpty();
-                return true;
+                return desktopOpens;
             });
         h.click();
         const QList<QUrl>& opened = platform::Application::sharedApplication()->openedURLs();
@@ -332,6 +337,9 @@ class TestFullScreenEndToEnd : public QObject {
         const QDateTime handedOver = QDateTime::currentDateTimeUtc();
         QCOMPARE(opened, QList<QUrl>{QUrl(QStringLiteral("sorvelstore://app/brindle-sounds-pro"))});
         QCOMPARE(*trackedBeforeLeaving, answers);
+        platform::Notice* notice = platform::Notice::current(h.window.get());
+        QCOMPARE(notice != nullptr, !desktopOpens);
+        QVERIFY(desktopOpens || notice->text().contains(QStringLiteral("sorvelstore:")));
         // The browser's page left, not the ad: the application hears of the browser only.
         QCOMPARE(screenEvents(), QStringList{QStringLiteral("willPresent")});
         if (!answers) {

@@ -1,10 +1,13 @@
 // The mailto: URL the composer hands to the desktop: fields set by the caller and typed into the
-// form, escaped as a URL needs. Filling the form from an ad's mail link and cancelling it are
-// proven end to end (tst_e2e_fullscreen, tst_e2e_waysout).
+// form, escaped as a URL needs; a message the desktop refuses stays. Filling the form from an ad's
+// mail link and cancelling it are proven end to end (tst_e2e_fullscreen, tst_e2e_waysout).
 #include "platform/ui/mailcomposer.h"
+#include "platform/ui/notice.h"
 #include "platform/ui/window.h"
 #include "uitestmain.h"
 
+#include <QClipboard>
+#include <QGuiApplication>
 #include <QLineEdit>
 #include <QPushButton>
 
@@ -66,6 +69,34 @@ class TestMailComposer : public QObject {
         const QList<QUrl>& urls = Application::sharedApplication()->openedURLs();
         QCOMPARE(urls.size(), 1);
         QCOMPARE(QString::fromLatin1(urls[0].toEncoded()), expected);
+    }
+
+    // With no mail program to take it, the message is not lost: the composer stays up and a
+    // notice offers it to copy.
+    void aMessageNoProgramTakesStaysToBeCopied() {
+        Application::sharedApplication()->setUrlOpener([](const QUrl&) { return false; });
+        Window window;
+        auto root = std::make_shared<ViewController>();
+        window.setRootViewController(root.get());
+        window.makeKeyAndVisible();
+        auto composer = std::make_shared<MailComposeViewController>();
+        ResultDelegate delegate;
+        composer->setMailComposeDelegate(&delegate);
+        composer->setToRecipients({"a@example.com"});
+        composer->setSubject("Hi");
+        composer->setMessageBody("Line 1\nLine 2", false);
+        root->presentModalViewController(composer, false);
+        QTest::ignoreMessage(QtInfoMsg, "No mail program took the message");
+        composer->view()->findChild<QPushButton*>("send")->click();
+        QVERIFY(delegate.results.isEmpty());
+        QCOMPARE(root->presentedViewController(), composer.get());
+        QPointer<Notice> notice = Notice::current(&window);
+        QVERIFY(notice != nullptr && notice->isVisible());
+        QVERIFY(notice->text().contains("No mail program"));
+        notice->actionButton()->click();
+        QCOMPARE(QGuiApplication::clipboard()->text(),
+                 QStringLiteral("To: a@example.com\nSubject: Hi\n\nLine 1\nLine 2"));
+        QTRY_VERIFY(notice == nullptr);
     }
 };
 
