@@ -73,15 +73,14 @@ class TestAdServerWeb : public QObject {
         QTest::newRow("open a web app by URL") << ad + "open-actions" << click.arg("webapp") << QStringList{"open"}
             << QVariantMap{{"a", "webapp"}, {"o", "p"}, {"u", "*/webapp/"}};
         QTest::newRow("open a web app from HTML") << ad + "open-actions" << click.arg("html") << QStringList{"open"}
-            << QVariantMap{{"a", "webapp"}, {"html", "*Quick booking"}};
+            << QVariantMap{{"a", "webapp"}, {"html", "*Quick order"}};
         QTest::newRow("open another app") << ad + "open-actions" << click.arg("app") << QStringList{"open"}
-            << QVariantMap{{"a", "app"}, {"u", "sorvelstore://app/harbor-travel"}};
+            << QVariantMap{{"a", "app"}, {"u", "sorvelstore://app/brindle-roasters"}};
         QTest::newRow("touch and log") << ad + "touch-log" << touch << QStringList{"touch", "log"} << QVariantMap{{"tx", "140"}, {"ty", "20"}};
         QTest::newRow("web app banner") << ad + "webapp" << click.arg("ad") << QStringList{"open"} << QVariantMap{{"a", "webapp"}, {"u", "*/webapp/"}};
         QTest::newRow("asks which URLs open") << ad + "can-open" << "" << QStringList{"canOpenURLs"}
             << QVariantMap{{"urls", "tel:,mailto:,sms:,sorvelstore:"}};
         QTest::newRow("web app closes") << "/webapp/" << click.arg("close") << QStringList{"close"} << QVariantMap();
-        QTest::newRow("web app closes, older form") << "/webapp/" << click.arg("closeOld") << QStringList{"torvin:closecanvas"} << QVariantMap();
         // clang-format on
     }
     void pagesSendMessages() {
