@@ -10,6 +10,7 @@ class TestAppOptions : public QObject {
         qunsetenv("SORVEL_SCRIPT_HOST");
     }
 
+    // The end-to-end runs give the server as a full http address.
     void parse_data() {
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QString>("serverEnv");
@@ -22,7 +23,6 @@ class TestAppOptions : public QObject {
         QTest::newRow("full URL, path dropped") << QStringList{"--ad-server=http://ads.example:81/x?y=1"} << "" << "http://ads.example:81/" << "" << false;
         QTest::newRow("environment") << QStringList{} << "localhost:9" << "http://localhost:9/" << "" << false;
         QTest::newRow("bare IPv6 loopback stays on http") << QStringList{"--ad-server", "[::1]:9"} << "" << "http://[::1]:9/" << "" << false;
-        QTest::newRow("plain http when the address says so") << QStringList{"--ad-server", "http://a.test"} << "" << "http://a.test/" << "" << false;
         QTest::newRow("command line beats environment; a bare name goes over https") << QStringList{"--ad-server", "a.test"} << "b.test" << "https://a.test/" << "" << false;
         QTest::newRow("script host alone") << QStringList{"--script-host", "https://js.test"} << "" << "" << "https://js.test/" << false;
         QTest::newRow("not http") << QStringList{"--ad-server", "ftp://x"} << "" << "!" << "" << false;

@@ -192,19 +192,6 @@ class TestMainView : public QObject {
         QCOMPARE(keys.size(), int(MainView::sounds().size()));
         QVERIFY(!keys.contains(""));
     }
-
-    // A key sounds on its press, not when its button's animation lets go, and the button on
-    // screen is seen pressed meanwhile.
-    void aKeyPlaysAtOnce() {
-        view->show();
-        view->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(view.get()));
-        QTest::keyClick(view.get(), MainInterface::shortcutForSound(0)[0].key());
-        QCOMPARE(made.size(), 1);
-        QVERIFY(MainInterface::buttonForAction(view.get(), MainView::sounds()[0].action)->isDown());
-        QTRY_VERIFY(
-            !MainInterface::buttonForAction(view.get(), MainView::sounds()[0].action)->isDown());
-    }
 };
 
 SORVEL_UI_TEST_MAIN(TestMainView)

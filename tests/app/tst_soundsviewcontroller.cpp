@@ -7,6 +7,7 @@
 #include "app/MainView.h"
 #include "platform/ui/window.h"
 
+#include <QAbstractButton>
 #include <QTest>
 
 #include "platform/ui/uitestmain.h"
@@ -47,8 +48,9 @@ class TestSoundsViewController : public QObject {
         QVERIFY(manager->adView() == nullptr);
     }
 
-    // The board's keys reach it only while it is in front; Escape goes to the screen on top and,
-    // once it reaches the board, stops the sounds.
+    // The board's keys reach it only while it is in front; a key sounds on its press, not when
+    // its button's animation lets go, and the button is seen pressed meanwhile. Escape goes to the
+    // screen on top and, once it reaches the board, stops the sounds.
     void keysReachTheBoardOnlyWhileItIsInFront() {
         const Bundle bundle(
             Bundle::locateResourcePath(QCoreApplication::applicationDirPath() + "/../../app"));
@@ -72,8 +74,12 @@ class TestSoundsViewController : public QObject {
         QTest::keyClick(&window, soundKey);
         QCOMPARE(made.size(), 1);
         QVERIFY(made[0] != nullptr && made[0]->isPlaying());
+        QAbstractButton* button =
+            MainInterface::buttonForAction(board.data(), MainView::sounds()[0].action);
+        QVERIFY(button->isDown());
         QTest::keyClick(&window, Qt::Key_Escape);
         QVERIFY(!made[0]->isPlaying());
+        QTRY_VERIFY(!button->isDown());
 
         auto cover = std::make_shared<platform::ViewController>();
         controller->presentModalViewController(cover, false);

@@ -44,12 +44,9 @@ void HttpTestServer::onConnection() {
             const QList<QByteArray> lines = buffer->left(end).split('\n');
             buffer->remove(0, end + 4);
             HttpTestRequest request;
-            const QList<QByteArray> first = lines.value(0).trimmed().split(' ');
-            request.method = QString::fromLatin1(first.value(0));
-            const QByteArray target = first.value(1);
+            const QByteArray target = lines.value(0).trimmed().split(' ').value(1);
             const qsizetype q = target.indexOf('?');
             request.path = QString::fromLatin1(q < 0 ? target : target.left(q));
-            request.query = q < 0 ? QString() : QString::fromLatin1(target.mid(q + 1));
             for (int i = 1; i < lines.size(); ++i) {
                 const QByteArray line = lines[i].trimmed();
                 const qsizetype colon = line.indexOf(':');
@@ -85,12 +82,6 @@ void HttpTestServer::answer(QTcpSocket* socket, const HttpTestRequest& request) 
         head += "Content-Length: " + QByteArray::number(response.body.size()) + "\r\n";
         head += "Connection: close\r\n\r\n";
         guard->write(head);
-        if (response.dropAfterBytes >= 0) {
-            guard->write(response.body.left(response.dropAfterBytes));
-            guard->flush();
-            guard->abort();
-            return;
-        }
         guard->write(response.body);
         guard->disconnectFromHost();
     };

@@ -1,5 +1,5 @@
 // A small HTTP/1.1 server on loopback for tests: routes answer with any status, headers and body,
-// and can misbehave on purpose (delay, drop the connection mid-body). Records every request.
+// after a delay if asked. Records every request.
 #pragma once
 
 #include <QByteArray>
@@ -16,9 +16,7 @@
 namespace testsupport {
 
 struct HttpTestRequest {
-    QString method;
-    QString path;   // without the query
-    QString query;  // without the "?"
+    QString path;  // without the query
     QList<QPair<QByteArray, QByteArray>> headers;
     QByteArray header(const QByteArray& name) const;
 };
@@ -28,8 +26,6 @@ struct HttpTestResponse {
     QList<QPair<QByteArray, QByteArray>> headers;
     QByteArray body;
     int delayMs = 0;  // wait before answering
-    int dropAfterBytes =
-        -1;  // close the connection after this many body bytes (with the full length announced)
 };
 
 class HttpTestServer : public QObject {

@@ -31,30 +31,22 @@ const QStringList kAllEncodings = {u"base64"_s,    u"websafe"_s, u"base32"_s, u"
 class TestHLXStringEncoding : public QObject {
     Q_OBJECT
   private slots:
-    // RFC 4648, section 10.
+    // RFC 4648, section 10, in base32: base64 and hex are held to Qt's own output in roundTrip.
+    // Padding written or not, and read either way.
     void rfcVectors_data() {
-        QTest::addColumn<QString>("name");
         QTest::addColumn<QByteArray>("input");
         QTest::addColumn<QString>("padded");
         const QList<QByteArray> inputs = {"", "f", "fo", "foo", "foob", "fooba", "foobar"};
-        const QHash<QString, QStringList> expected = {
-            {u"base64"_s, {"", "Zg==", "Zm8=", "Zm9v", "Zm9vYg==", "Zm9vYmE=", "Zm9vYmFy"}},
-            {u"base32"_s,
-             {"", "MY======", "MZXQ====", "MZXW6===", "MZXW6YQ=", "MZXW6YTB", "MZXW6YTBOI======"}},
-            {u"hex"_s, {"", "66", "666F", "666F6F", "666F6F62", "666F6F6261", "666F6F626172"}},
-        };
-        for (auto it = expected.begin(); it != expected.end(); ++it) {
-            for (int i = 0; i < inputs.size(); ++i) {
-                QTest::addRow("%s %s", qPrintable(it.key()), inputs[i].constData())
-                    << it.key() << inputs[i] << it.value()[i];
-            }
+        const QStringList expected = {
+            "", "MY======", "MZXQ====", "MZXW6===", "MZXW6YQ=", "MZXW6YTB", "MZXW6YTBOI======"};
+        for (int i = 0; i < inputs.size(); ++i) {
+            QTest::addRow("\"%s\"", inputs[i].constData()) << inputs[i] << expected[i];
         }
     }
     void rfcVectors() {
-        QFETCH(QString, name);
         QFETCH(QByteArray, input);
         QFETCH(QString, padded);
-        PXB_HLXStringEncoding e = encoding(name);
+        PXB_HLXStringEncoding e = PXB_HLXStringEncoding::rfc4648Base32StringEncoding();
         QString unpadded = padded;
         unpadded.remove(u'=');
 

@@ -140,8 +140,6 @@ class TestCachedFile : public QObject {
         QTest::addColumn<QString>("folder");
         QTest::newRow("host") << "http://one.example/s.js?v=1"
                               << "one.example";
-        QTest::newRow("about:blank") << "about:blank"
-                                     << "no-host";
         QTest::newRow("file URL") << "file:///etc/hosts"
                                   << "no-host";
     }

@@ -82,15 +82,14 @@ class TestStatistics : public QObject {
         QVERIFY(!core.numberForKey("n").isValid());
     }
 
-    // Only a web address is a click; its report goes with one request only. (The click's counts
-    // and timings reaching the next request are proven end to end.)
+    // Only a web address is a click (both message schemes: the notification suite); its report
+    // goes with one request only. (The click's counts and timings reaching the next request are
+    // proven end to end.)
     void clicks_data() {
         QTest::addColumn<QUrl>("url");
         QTest::addColumn<QStringList>("keys");
         const QStringList none{"session_id"};
         QTest::newRow("message") << QUrl("qmsg://x/click?ai=1") << none;
-        QTest::newRow("older message")
-            << QUrl("torvin://launch?url=http%3A%2F%2Fa.example") << none;
         QTest::newRow("blank") << QUrl("about:blank") << none;
         QTest::newRow("web address")
             << QUrl("http://ad.example/c?x=1&ai=T%20K")
