@@ -22,7 +22,8 @@ struct Parser {
         QStringLiteral("URL")};
     QCommandLineOption screenshot{
         QStringLiteral("screenshot"),
-        QStringLiteral("Write a PNG of the window once the first ad is shown (or has failed) or "
+        QStringLiteral("Write a PNG of the window once the first ad is shown (with --press-ad:"
+                       " once the screen the press opened has drawn its page), it has failed or "
                        "the delay has passed, then quit."),
         QStringLiteral("PATH")};
     QCommandLineOption screenshotDelay{QStringLiteral("screenshot-delay"),
@@ -48,7 +49,9 @@ struct Parser {
     Parser() {
         parser.setApplicationDescription(QStringLiteral(
             "A sound board with a banner ad. Keys: 1-9, Q-Y and A-H play the pads, M the music "
-            "track,\nN and B open the extra pages, Backspace goes back, Esc stops every sound.\n\n"
+            "track,\nN and B open the extra pages, Backspace goes back one page, Esc closes the "
+            "ad's\n"
+            "screen on top or stops every sound.\n\n"
             "Without --ad-server or --script-host the program starts its own ad server on\n"
             "127.0.0.1 at a free port and shows that server's ads.\n\n"
             "Environment:\n"

@@ -63,6 +63,7 @@ void BannerMonitor::adViewDidFailToReceiveAdWithError(PXBBannerView*,
 
 void BannerMonitor::adViewWillPresentScreen(PXBBannerView*) {
     say(QStringLiteral("ad opens a full screen"));
+    emit screenPresented();
 }
 
 void BannerMonitor::adViewWillDismissScreen(PXBBannerView*) {
@@ -158,7 +159,11 @@ bool DesktopAppDelegate::applicationDidFinishLaunchingWithOptions(
     if (window() != nullptr) {
         window()->installEventFilter(&firstFrame_);
     }
-    if (!options_.screenshotPath.isEmpty()) {
+    if (!options_.screenshotPath.isEmpty() && options_.pressAd) {
+        // The screenshot shows what the press opened.
+        QObject::connect(&monitor_, &BannerMonitor::screenPresented, &monitor_,
+                         [this] { takeScreenshotOfTopScreen(); });
+    } else if (!options_.screenshotPath.isEmpty()) {
         QObject::connect(&monitor_, &BannerMonitor::adShown, &monitor_, [this] {
             // The ad's page has loaded; its first frame follows shortly.
             PXBBannerView* banner = viewController()->Qarbo();
@@ -168,6 +173,8 @@ bool DesktopAppDelegate::applicationDidFinishLaunchingWithOptions(
             }
             platform::whenPagePainted(banner->webView(), [this](bool) { takeScreenshotAndQuit(); });
         });
+    }
+    if (!options_.screenshotPath.isEmpty()) {
         // Without an ad the empty banner is what there is to see: no use waiting.
         QObject::connect(&monitor_, &BannerMonitor::adFailed, &monitor_,
                          [this] { takeScreenshotAndQuit(); });
@@ -195,6 +202,23 @@ bool DesktopAppDelegate::applicationDidFinishLaunchingWithOptions(
         });
     }
     return launched;
+}
+
+void DesktopAppDelegate::takeScreenshotOfTopScreen() {
+    // The screen slides in and then loads its page: look again until that page has loaded.
+    auto* poll = new QTimer(&monitor_);
+    poll->start(100);
+    QObject::connect(poll, &QTimer::timeout, poll, [this, poll] {
+        platform::ViewController* top =
+            window() != nullptr ? window()->topViewController() : nullptr;
+        auto* page = top != nullptr ? top->view()->findChild<platform::WebView*>() : nullptr;
+        if (page == nullptr || !top->hasAppeared() || page->isLoading() ||
+            page->request().url().isEmpty()) {
+            return;
+        }
+        poll->deleteLater();
+        platform::whenPagePainted(page, [this](bool) { takeScreenshotAndQuit(); });
+    });
 }
 
 bool DesktopAppDelegate::saveScreenshot(const QString& path) const {

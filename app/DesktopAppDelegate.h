@@ -34,6 +34,7 @@ class BannerMonitor : public QObject, public PXBBannerViewDelegate {
   signals:
     void adShown();
     void adFailed();
+    void screenPresented();
 };
 
 class FirstFrameWatch : public QObject {
@@ -58,6 +59,8 @@ class DesktopAppDelegate : public Brindle_SoundsAppDelegate {
   private:
     void configureAdClient();
     void takeScreenshotAndQuit();
+    // Once the page of the screen on top has loaded and been drawn.
+    void takeScreenshotOfTopScreen();
 
     AppOptions options_;
     // The built-in server, owned as a plain QObject so that builds without it need no type.

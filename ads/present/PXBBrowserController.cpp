@@ -194,6 +194,12 @@ void PXBBrowserController::createToolbarButtons() {
     v->doneButton = systemButton(platform::BarButtonSystemItemDone,
                                  &PXBBrowserController::relinquishScreen, QStringLiteral("Done"));
     v->doneButton->setStyle(platform::BarButtonItemStyleDone);
+
+    v->backButton->setToolTip(tr("Back"));
+    v->forwardButton->setToolTip(tr("Forward"));
+    v->reloadButton->setToolTip(tr("Reload the page"));
+    v->safariButton->setToolTip(tr("Open the page in your web browser"));
+    v->doneButton->setToolTip(tr("Close (Esc)"));
 }
 
 void PXBBrowserController::refreshToolbar() {

@@ -61,6 +61,11 @@ void BarButtonItem::setAccessibilityLabel(const QString& label) {
     emit changed();
 }
 
+void BarButtonItem::setToolTip(const QString& toolTip) {
+    toolTip_ = toolTip;
+    emit changed();
+}
+
 void BarButtonItem::setIsAccessibilityElement(bool on) {
     accessibilityElement_ = on;
     emit changed();
@@ -71,6 +76,32 @@ void BarButtonItem::trigger() {
         action_();
     }
 }
+
+namespace {
+
+// A standard icon redrawn in one colour, so that it matches the bar's own one-colour glyphs.
+QIcon inOneColour(const QIcon& icon, const QColor& colour) {
+    QPixmap pixmap = icon.pixmap(QSize(20, 20));
+    QPainter painter(&pixmap);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+    painter.fillRect(pixmap.rect(), colour);
+    return QIcon(pixmap);
+}
+
+// "Somewhere else": a box with an arrow leaving it up and to the right.
+QIcon actionGlyph(const QColor& colour) {
+    QPixmap pixmap(20, 20);
+    pixmap.fill(Qt::transparent);
+    QPainter painter(&pixmap);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(colour, 1.8, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    painter.drawPolyline(QPolygonF({{9, 4}, {3.5, 4}, {3.5, 16.5}, {16, 16.5}, {16, 11}}));
+    painter.drawLine(QPointF(9, 11), QPointF(17, 3));
+    painter.drawPolyline(QPolygonF({{11.5, 3}, {17, 3}, {17, 8.5}}));
+    return QIcon(pixmap);
+}
+
+}  // namespace
 
 Toolbar::Toolbar(const QRect& frame, QWidget* parent) : View(frame, parent) {
     layout_ = new QHBoxLayout(this);
@@ -147,17 +178,27 @@ void Toolbar::rebuild() {
                 });
             }
             buttons_.insert(item, button);
-            button->setAutoRaise(item->style() == BarButtonItemStylePlain);
+            // One look for the whole bar: every button flat until the pointer is on it; the
+            // button that ends the screen is told apart by its bold title.
+            button->setAutoRaise(true);
+            QFont font = button->font();
+            font.setBold(item->style() == BarButtonItemStyleDone);
+            button->setFont(font);
+            // Titles and glyphs in the colour that stands out from the bar's.
+            const QColor ink = tint_.lightnessF() < 0.5 ? QColor(Qt::white) : QColor(Qt::black);
+            QPalette palette = button->palette();
+            palette.setColor(QPalette::ButtonText, ink);
+            button->setPalette(palette);
             if (!item->image().isNull()) {
                 button->setIcon(QIcon(QPixmap::fromImage(item->image())));
                 const QSizeF logical = item->image().deviceIndependentSize();
                 button->setIconSize(logical.toSize());
             } else if (item->systemItem() == BarButtonSystemItemRefresh) {
-                button->setIcon(style()->standardIcon(QStyle::SP_BrowserReload));
+                button->setIcon(inOneColour(style()->standardIcon(QStyle::SP_BrowserReload), ink));
             } else if (item->systemItem() == BarButtonSystemItemStop) {
-                button->setIcon(style()->standardIcon(QStyle::SP_BrowserStop));
+                button->setIcon(inOneColour(style()->standardIcon(QStyle::SP_BrowserStop), ink));
             } else if (item->systemItem() == BarButtonSystemItemAction) {
-                button->setIcon(style()->standardIcon(QStyle::SP_ArrowUp));
+                button->setIcon(actionGlyph(ink));
             }
             button->setText(item->title());
             if (!item->title().isEmpty() && button->icon().isNull()) {
@@ -169,6 +210,7 @@ void Toolbar::rebuild() {
         }
         widget->setEnabled(item->isEnabled());
         widget->setAccessibleName(item->accessibilityLabel());
+        widget->setToolTip(item->toolTip());
         widget->setProperty("accessibilityElement", item->isAccessibilityElement());
         if (item->width() > 0) {
             widget->setFixedWidth(item->width());

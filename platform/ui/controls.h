@@ -64,6 +64,9 @@ class BarButtonItem : public QObject {
     void setAccessibilityLabel(const QString& label);
     bool isAccessibilityElement() const { return accessibilityElement_; }
     void setIsAccessibilityElement(bool on);
+    // What the pointer resting on the button tells; none by default.
+    QString toolTip() const { return toolTip_; }
+    void setToolTip(const QString& toolTip);
 
     // Runs the action if the item is enabled (what a tap does).
     void trigger();
@@ -82,6 +85,7 @@ class BarButtonItem : public QObject {
     bool enabled_ = true;
     int width_ = 0;
     QString accessibilityLabel_;
+    QString toolTip_;
     bool accessibilityElement_ = false;
     Action action_;
 };

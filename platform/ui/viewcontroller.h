@@ -97,6 +97,8 @@ class ViewController : public QObject, public std::enable_shared_from_this<ViewC
     Window* window() const;
     // True between viewWillAppear and viewWillDisappear.
     bool isVisible() const { return visible_; }
+    // True between viewDidAppear and viewDidDisappear: on screen, its transition over.
+    bool hasAppeared() const { return appeared_; }
 
     // The window calls these when it shows or hides its root controller.
     void beginAppearance(bool appearing, bool animated);
