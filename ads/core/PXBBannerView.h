@@ -49,6 +49,17 @@ class PXBBannerView : public platform::View {
     // The ad object (the "private" operation).
     PXBObjectPrivate* privateObject() const;
 
+  signals:
+    // The delegate's events as signals, for whoever would rather connect than implement
+    // PXBBannerViewDelegate; each follows the delegate's call, on the main thread.
+    void adReceived();
+    // The error is a PXBRequestError.
+    void adFailed(const platform::Error& error);
+    void willPresentScreen();
+    void willDismissScreen();
+    void didDismissScreen();
+    void willLeaveApplication();
+
   private:
     void commonInitializer();
 };

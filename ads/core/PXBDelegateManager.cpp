@@ -1,5 +1,6 @@
 #include "ads/core/PXBDelegateManager.h"
 
+#include "ads/core/PXBBannerView.h"
 #include "ads/core/PXBInterstitial.h"
 #include "platform/runloop.h"
 
@@ -125,6 +126,26 @@ void PXBDelegateManager::willLeaveApplication() {
     deliver(event, kNoError);
 }
 
+namespace {
+
+// The banner's signals, told as a delegate would be.
+class BannerSignals : public PXBBannerViewDelegate {
+  public:
+    void adViewDidReceiveAd(PXBBannerView* view) override { emit view->adReceived(); }
+    void adViewDidFailToReceiveAdWithError(PXBBannerView* view,
+                                           const platform::Error& error) override {
+        emit view->adFailed(error);
+    }
+    void adViewWillPresentScreen(PXBBannerView* view) override { emit view->willPresentScreen(); }
+    void adViewWillDismissScreen(PXBBannerView* view) override { emit view->willDismissScreen(); }
+    void adViewDidDismissScreen(PXBBannerView* view) override { emit view->didDismissScreen(); }
+    void adViewWillLeaveApplication(PXBBannerView* view) override {
+        emit view->willLeaveApplication();
+    }
+};
+
+}  // namespace
+
 void PXBDelegateManager::deliver(const Event& event, const platform::Error& error) {
     if (!platform::isMainThread()) {
         // The raiser waits, so the event and the very error object it raised stay valid.
@@ -138,6 +159,11 @@ void PXBDelegateManager::deliver(const Event& event, const platform::Error& erro
 
     if (PXBBannerViewDelegate* delegate = fields->bannerDelegate.get()) {
         event.banner(delegate, fields->adView, error);
+    }
+    // Looked up again: the delegate may have destroyed the banner, which then left the fields.
+    if (PXBBannerView* banner = fields->adView) {
+        static BannerSignals relay;
+        event.banner(&relay, banner, error);
     }
     if (PXBInterstitialDelegate* listener = fields->sdkInterstitialDelegate.get()) {
         event.interstitial(listener, fields->interstitial.get(), error);

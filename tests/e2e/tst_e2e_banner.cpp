@@ -13,6 +13,7 @@
 #include "platform/ui/audioplayer.h"
 
 #include <QScopeGuard>
+#include <QSignalSpy>
 
 using e2e::Harness;
 using e2e::kScriptPath;
@@ -44,10 +45,12 @@ class TestBannerEndToEnd : public QObject {
     // Runs first, on a fresh profile: the script has to be fetched.
     void anAdPassesThroughEveryStateToTheScreen() {
         h.addBanner(kUnit);
+        QSignalSpy received(h.banner.data(), &PXBBannerView::adReceived);
         h.load();
         QTRY_COMPARE_WITH_TIMEOUT(h.state(), int(kPXBAdStateShown), kWait);
         QCOMPARE(h.states, (QList<int>{3, 1, 3, 4, 5, 6}));
         QCOMPARE(h.recorder.events, QStringList{QStringLiteral("receive")});
+        QCOMPARE(received.size(), 1);  // the signal as well as the delegate
         QVERIFY(h.webView()->isVisible());
         QVERIFY(h.waitUntilPainted());
         QCOMPARE(h.requestsTo(kScriptPath).size(), 1);
@@ -121,10 +124,18 @@ class TestBannerEndToEnd : public QObject {
             h.server.setPathFaults(kScriptPath, {{"status", 404}});
         }
         h.addBanner(unit);
+        QSignalSpy failed(h.banner.data(), &PXBBannerView::adFailed);
         h.load();
         QTRY_VERIFY_WITH_TIMEOUT(!h.recorder.events.isEmpty(), kWait);
         h.server.setPathFaults(kScriptPath, {});
         QCOMPARE(h.recorder.events, QStringList{event});
+        QStringList signalled;  // the same failures, as signals
+        for (const QList<QVariant>& arguments : std::as_const(failed)) {
+            signalled << QStringLiteral("fail %1").arg(
+                arguments[0].value<platform::Error>().code());
+        }
+        QCOMPARE(signalled,
+                 event.startsWith(QLatin1String("fail")) ? QStringList{event} : QStringList{});
         QCOMPARE(h.state(), state);
         QVERIFY2(logLine.isEmpty() || e2e::logHas(logLine), h.trail());
         // A request that failed with the script in hand schedules no retry of the script.
