@@ -130,9 +130,8 @@ class PadButton : public QAbstractButton {
             painter.setFont(font);
             const QFontMetricsF metrics(font);
             const double side = metrics.height() + 2;
-            const QRectF badge(
-                box.right() - 6 - std::max(side, metrics.horizontalAdvance(key_) + 8),
-                box.top() + 5, std::max(side, metrics.horizontalAdvance(key_) + 8), side);
+            const double width = std::max(side, metrics.horizontalAdvance(key_) + 8);
+            const QRectF badge(box.right() - 6 - width, box.top() + 5, width, side);
             QPainterPath badgePath;
             badgePath.addRoundedRect(badge, 5, 5);
             painter.fillPath(badgePath, QColor(0, 0, 0, 165));
