@@ -25,6 +25,24 @@ class ResultDelegate : public MailComposeViewControllerDelegate {
     QList<int> results;
 };
 
+// A composer to a@example.com presented over a window's root, its results recorded.
+struct Presented {
+    Presented() {
+        window.setRootViewController(root.get());
+        window.makeKeyAndVisible();
+        composer->setMailComposeDelegate(&delegate);
+        composer->setToRecipients({"a@example.com"});
+    }
+    void present() { root->presentModalViewController(composer, false); }
+    void send() { composer->view()->findChild<QPushButton*>("send")->click(); }
+
+    Window window;
+    std::shared_ptr<ViewController> root = std::make_shared<ViewController>();
+    std::shared_ptr<MailComposeViewController> composer =
+        std::make_shared<MailComposeViewController>();
+    ResultDelegate delegate;
+};
+
 }  // namespace
 
 class TestMailComposer : public QObject {
@@ -51,21 +69,14 @@ class TestMailComposer : public QObject {
         QFETCH(QString, expected);
         Application::sharedApplication()->setUrlOpener([](const QUrl&) { return true; });
         Application::sharedApplication()->clearOpenedURLs();
-        Window window;
-        auto root = std::make_shared<ViewController>();
-        window.setRootViewController(root.get());
-        window.makeKeyAndVisible();
-        auto composer = std::make_shared<MailComposeViewController>();
-        ResultDelegate delegate;
-        composer->setMailComposeDelegate(&delegate);
-        composer->setToRecipients({"a@example.com"});
-        composer->setCcRecipients(cc);
-        composer->setMessageBody(body, false);
-        root->presentModalViewController(composer, false);
-        composer->view()->findChildren<QLineEdit*>().value(3)->setText(subject);
-        composer->view()->findChild<QPushButton*>("send")->click();
-        QCOMPARE(delegate.results, QList<int>{MailComposeResultSent});
-        QVERIFY(root->presentedViewController() == nullptr);
+        Presented p;
+        p.composer->setCcRecipients(cc);
+        p.composer->setMessageBody(body, false);
+        p.present();
+        p.composer->view()->findChildren<QLineEdit*>().value(3)->setText(subject);
+        p.send();
+        QCOMPARE(p.delegate.results, QList<int>{MailComposeResultSent});
+        QVERIFY(p.root->presentedViewController() == nullptr);
         const QList<QUrl>& urls = Application::sharedApplication()->openedURLs();
         QCOMPARE(urls.size(), 1);
         QCOMPARE(QString::fromLatin1(urls[0].toEncoded()), expected);
@@ -75,22 +86,15 @@ class TestMailComposer : public QObject {
     // notice offers it to copy.
     void aMessageNoProgramTakesStaysToBeCopied() {
         Application::sharedApplication()->setUrlOpener([](const QUrl&) { return false; });
-        Window window;
-        auto root = std::make_shared<ViewController>();
-        window.setRootViewController(root.get());
-        window.makeKeyAndVisible();
-        auto composer = std::make_shared<MailComposeViewController>();
-        ResultDelegate delegate;
-        composer->setMailComposeDelegate(&delegate);
-        composer->setToRecipients({"a@example.com"});
-        composer->setSubject("Hi");
-        composer->setMessageBody("Line 1\nLine 2", false);
-        root->presentModalViewController(composer, false);
+        Presented p;
+        p.composer->setSubject("Hi");
+        p.composer->setMessageBody("Line 1\nLine 2", false);
+        p.present();
         QTest::ignoreMessage(QtInfoMsg, "No mail program took the message");
-        composer->view()->findChild<QPushButton*>("send")->click();
-        QVERIFY(delegate.results.isEmpty());
-        QCOMPARE(root->presentedViewController(), composer.get());
-        QPointer<Notice> notice = Notice::current(&window);
+        p.send();
+        QVERIFY(p.delegate.results.isEmpty());
+        QCOMPARE(p.root->presentedViewController(), p.composer.get());
+        QPointer<Notice> notice = Notice::current(&p.window);
         QVERIFY(notice != nullptr && notice->isVisible());
         QVERIFY(notice->text().contains("No mail program"));
         notice->actionButton()->click();
