@@ -23,6 +23,8 @@
 #include <unistd.h>
 #include <csignal>
 
+#include <algorithm>
+
 namespace platform {
 
 namespace {
@@ -161,9 +163,8 @@ Application::Application() : QObject(qApp) {
     // The desktop's focus says nothing about whether the user can see us (Qt's own application
     // state follows it): the phone windows' visibility decides.
     state_ = StateInactive;
-    for (QWidget* widget : QApplication::topLevelWidgets()) {
-        if (qobject_cast<Window*>(widget) != nullptr && widget->isVisible() &&
-            !widget->isMinimized()) {
+    for (QWidget* widget : applicationWindows()) {
+        if (widget->isVisible() && !widget->isMinimized()) {
             state_ = StateActive;
         }
     }
@@ -228,7 +229,8 @@ void Application::applyQtState(Qt::ApplicationState qtState) {
 bool Application::eventFilter(QObject* watched, QEvent* event) {
     const QEvent::Type type = event->type();
     if ((type == QEvent::Show || type == QEvent::Hide || type == QEvent::WindowStateChange) &&
-        !windowCheckQueued_ && qobject_cast<Window*>(watched) != nullptr) {
+        !windowCheckQueued_ && watched->isWidgetType() &&
+        static_cast<QWidget*>(watched)->isWindow()) {
         // Looked at on the next turn, when the widget's own state has settled.
         windowCheckQueued_ = true;
         QMetaObject::invokeMethod(this, &Application::followWindows, Qt::QueuedConnection);
@@ -238,19 +240,28 @@ bool Application::eventFilter(QObject* watched, QEvent* event) {
 
 void Application::followWindows() {
     windowCheckQueued_ = false;
-    bool anyWindow = false;
-    bool onScreen = false;
-    for (QWidget* widget : QApplication::topLevelWidgets()) {
-        if (qobject_cast<Window*>(widget) == nullptr) {
-            continue;
-        }
-        anyWindow = true;
-        onScreen = onScreen || (widget->isVisible() && !widget->isMinimized());
-    }
-    if (!anyWindow) {
+    const QList<QWidget*> windows = applicationWindows();
+    const bool onScreen = std::any_of(windows.begin(), windows.end(), [](QWidget* widget) {
+        return widget->isVisible() && !widget->isMinimized();
+    });
+    if (windows.isEmpty()) {
         return;  // nothing shown yet (or the last window gone at exit): the state stays
     }
     applyQtState(onScreen ? Qt::ApplicationActive : Qt::ApplicationHidden);
+}
+
+QList<QWidget*> Application::applicationWindows() {
+    QList<QWidget*> phoneWindows;
+    QList<QWidget*> plainWindows;
+    for (QWidget* widget : QApplication::topLevelWidgets()) {
+        if (qobject_cast<Window*>(widget) != nullptr) {
+            phoneWindows.append(widget);
+        } else if (widget->windowType() == Qt::Window &&
+                   !widget->testAttribute(Qt::WA_DontShowOnScreen)) {
+            plainWindows.append(widget);
+        }
+    }
+    return phoneWindows.isEmpty() ? plainWindows : phoneWindows;
 }
 
 void Application::aboutToQuit() {

@@ -86,11 +86,13 @@ class Application : public QObject {
     // work put off for later never runs.
     bool isTerminating() const { return terminating_; }
 
-    // Active while a phone window (Window) is on screen, shown and not minimised, whether or not
-    // it has the focus; background once every such window is minimised or hidden; inactive only
-    // in between and before the first window shows. Changes post the notifications (resign
-    // active before entering background, enter foreground before becoming active) and call the
-    // delegate. Tests may drive the state directly through applyQtState.
+    // Active while a window of the application is on screen, shown and not minimised, whether or
+    // not it has the focus: its phone windows (Window) where it has any, otherwise its ordinary
+    // top-level windows (an application that shows a banner in a QMainWindow, say); background once
+    // every such window is minimised or hidden; inactive only in between and before the first
+    // window shows. Changes post the notifications (resign active before entering background, enter
+    // foreground before becoming active) and call the delegate. Tests may drive the state directly
+    // through applyQtState.
     State applicationState() const { return state_; }
     void applyQtState(Qt::ApplicationState qtState);
 
@@ -144,6 +146,8 @@ class Application : public QObject {
     void aboutToQuit();
     bool eventFilter(QObject* watched, QEvent* event) override;
     void followWindows();
+    // The windows whose visibility makes the application state (see applicationState).
+    static QList<QWidget*> applicationWindows();
 
     WeakRef<ApplicationDelegate> delegate_;
     State state_ = StateActive;

@@ -6,6 +6,7 @@
 #include "platform/ui/window.h"
 
 #include <QApplication>
+#include <QShortcut>
 #include <QVariantAnimation>
 
 #include <vector>
@@ -71,12 +72,44 @@ void runTransition(bool animated, std::function<void(double)> step, std::functio
     animation->start();
 }
 
-Window* hostWindow(ViewController* controller) {
-    if (Window* window = controller->window()) {
-        return window;
-    }
-    Application* app = Application::sharedApplication();
-    return app != nullptr ? app->keyWindow() : nullptr;
+// A screen presented over a window other than a phone Window keeps its size with the window and
+// takes Esc for its stack; a phone Window does both for everything it shows.
+void followPlainWindow(ViewController* root, View* view, QWidget* window) {
+    class SizeFollower : public QObject {
+      public:
+        SizeFollower(View* view, QWidget* window) : QObject(view), view_(view) {
+            setObjectName(QStringLiteral("followsPlainWindow"));
+            window->installEventFilter(this);
+        }
+        bool eventFilter(QObject* watched, QEvent* event) override {
+            if (event->type() == QEvent::Resize && view_->parentWidget() == watched) {
+                view_->setGeometry(static_cast<QWidget*>(watched)->rect());
+            }
+            return false;
+        }
+
+      private:
+        View* view_;
+    };
+    // A screen presented again (perhaps over another window) drops what its last showing set up.
+    const QString name = QStringLiteral("followsPlainWindow");
+    qDeleteAll(view->findChildren<QObject*>(name, Qt::FindDirectChildrenOnly));
+    new SizeFollower(view, window);
+    auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), view);
+    escape->setContext(Qt::WindowShortcut);
+    escape->setObjectName(name);
+    QObject::connect(escape, &QShortcut::activated, root, [root] {
+        ViewController* top = root;
+        while (top->presentedViewController() != nullptr) {
+            top = top->presentedViewController();
+        }
+        for (ViewController* c = top; c != nullptr && c != root;
+             c = c->presentingViewController()) {
+            if (c->escapePressed()) {
+                return;
+            }
+        }
+    });
 }
 
 }  // namespace
@@ -121,6 +154,18 @@ Window* ViewController::window() const {
     return view_ != nullptr ? qobject_cast<Window*>(view_->window()) : nullptr;
 }
 
+QWidget* ViewController::presentationWindow() const {
+    if (view_ != nullptr && view_->window() != view_) {
+        return view_->window();
+    }
+    Application* app = Application::sharedApplication();
+    return app != nullptr ? app->keyWindow() : nullptr;
+}
+
+QWidget* AnchoredViewController::presentationWindow() const {
+    return anchor_ != nullptr ? anchor_->window() : ViewController::presentationWindow();
+}
+
 void ViewController::beginAppearance(bool appearing, bool animated) {
     visible_ = appearing;
     if (appearing) {
@@ -153,14 +198,18 @@ void ViewController::presentModalViewController(std::shared_ptr<ViewController> 
         top->presentModalViewController(std::move(controller), animated);
         return;
     }
-    Window* window = hostWindow(this);
+    QWidget* window = presentationWindow();
     presented_ = controller;
     controller->presenting_ = this;
 
     QPointer<View> view = controller->view();
     if (window != nullptr) {
         view->setParent(window);
-        view->setFrame(window->bounds());
+        auto* phoneWindow = qobject_cast<Window*>(window);
+        view->setFrame(phoneWindow != nullptr ? phoneWindow->bounds() : window->rect());
+        if (phoneWindow == nullptr && presenting_ == nullptr) {
+            followPlainWindow(this, view, window);
+        }
         view->raise();
         view->show();
     }

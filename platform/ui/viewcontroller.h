@@ -62,9 +62,10 @@ class ViewController : public QObject, public std::enable_shared_from_this<ViewC
     // Unloads the view when it is in no window (then viewDidUnload).
     virtual void didReceiveMemoryWarning();
 
-    // Presents `controller` full screen over the window of this controller's view (the key
-    // window when that has none). A controller that already presents one passes the new one to
-    // the top of its stack. Transition style 0 slides the view up when animated.
+    // Presents `controller` full screen over presentationWindow(). A controller that already
+    // presents one passes the new one to the top of its stack. Transition style 0 slides the view
+    // up when animated. Over a window that is not a phone Window the screen follows the window's
+    // size while it is up, and Esc goes to the top of the stack as it does in a phone Window.
     void presentModalViewController(std::shared_ptr<ViewController> controller, bool animated);
     // Dismisses the controller this one presents, with everything stacked above it; sent to the
     // presented controller itself (which presents nothing), it is passed to its presenter.
@@ -95,6 +96,9 @@ class ViewController : public QObject, public std::enable_shared_from_this<ViewC
 
     // The window the controller's view is in, if any.
     Window* window() const;
+    // The top-level widget that full screens presented by this controller cover: the window the
+    // view is in, or the key window when the view is in none.
+    virtual QWidget* presentationWindow() const;
     // True between viewWillAppear and viewWillDisappear.
     bool isVisible() const { return visible_; }
     // True between viewDidAppear and viewDidDisappear: on screen, its transition over.
@@ -112,6 +116,19 @@ class ViewController : public QObject, public std::enable_shared_from_this<ViewC
     int presentationStyle_ = ModalPresentationStyleFullScreen;
     bool visible_ = false;
     bool appeared_ = false;
+};
+
+// The presenter for views that live in an ordinary QWidget window rather than in a phone Window:
+// it shows no view of its own and presents full screens over whatever top-level window `anchor`
+// is in at the time of presenting.
+class AnchoredViewController : public ViewController {
+    Q_OBJECT
+  public:
+    explicit AnchoredViewController(QWidget* anchor) : anchor_(anchor) {}
+    QWidget* presentationWindow() const override;
+
+  private:
+    QPointer<QWidget> anchor_;
 };
 
 }  // namespace platform

@@ -32,6 +32,13 @@ class LoggingController : public ViewController {
     void didRotateFromInterfaceOrientation(int from) override {
         journal << name_ + ":didRotateFrom" + QString::number(from);
     }
+    bool escapePressed() override {
+        if (presentingViewController() == nullptr) {
+            return false;
+        }
+        presentingViewController()->dismissModalViewControllerAnimated(false);
+        return true;
+    }
     QList<int> allowed{InterfaceOrientationPortrait};
 
   private:
@@ -100,6 +107,32 @@ class TestViewController : public QObject {
         QCOMPARE(window_->topViewController(), root_.get());
         first.reset();
         QTRY_VERIFY(weak.expired());  // the presenter's hold ends after a turn
+    }
+
+    // A presenter for a view in an ordinary window (a banner in a main window's layout, say):
+    // its screens cover that window, keep its size, and Esc closes the top one first.
+    void aPlainWindowHostsScreensThatFollowItsSize() {
+        QWidget plain;
+        auto* anchor = new QWidget(&plain);
+        plain.resize(500, 300);
+        plain.show();
+        plain.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&plain));
+        auto presenter = std::make_shared<AnchoredViewController>(anchor);
+        auto first = std::make_shared<LoggingController>("first");
+        auto second = std::make_shared<LoggingController>("second");
+        presenter->presentModalViewController(first, false);
+        presenter->presentModalViewController(second, false);
+        QCOMPARE(first->view()->parentWidget(), &plain);
+        QCOMPARE(second->view()->geometry(), plain.rect());
+        plain.resize(640, 400);
+        QTRY_COMPARE(first->view()->geometry(), QRect(0, 0, 640, 400));
+
+        QTest::keyClick(&plain, Qt::Key_Escape);
+        QCOMPARE(presenter->presentedViewController(), first.get());
+        QVERIFY(first->presentedViewController() == nullptr);
+        QTest::keyClick(&plain, Qt::Key_Escape);
+        QVERIFY(presenter->presentedViewController() == nullptr);
     }
 
     void rotationAsksTheTopControllerAndTellsTheStack() {
