@@ -2,6 +2,8 @@
 // dictionary. Failures are values, never exceptions.
 #pragma once
 
+#include "platform/export.h"
+
 #include <QMetaType>
 #include <QString>
 #include <QVariantMap>
@@ -10,7 +12,7 @@
 
 namespace platform {
 
-class Error {
+class SORVEL_EXPORT Error {
   public:
     static inline const QString kLocalizedDescriptionKey = QStringLiteral("NSLocalizedDescription");
     static inline const QString kUnderlyingErrorKey = QStringLiteral("NSUnderlyingError");

@@ -2,11 +2,13 @@
 // derives from Referenceable clears every WeakRef to it when it is destroyed.
 #pragma once
 
+#include "platform/export.h"
+
 #include <memory>
 
 namespace platform {
 
-class Referenceable {
+class SORVEL_EXPORT Referenceable {
   public:
     Referenceable() = default;
     // A copy is a new object with references of its own.

@@ -45,7 +45,7 @@ bool PXBBannerWebViewDelegate::webViewShouldStartLoadWithRequestNavigationType(
         return PXBWebViewDelegate::webViewShouldStartLoadWithRequestNavigationType(webView, request,
                                                                                    navigationType);
     }
-    setViewController(private_->rootViewController());
+    setViewController(private_->presenter());
     opener()->setDelegateManager(private_->sharedDelegateManager());
     opener()->setViewController(viewController());
     opener()->setOpeningWebView(webView);

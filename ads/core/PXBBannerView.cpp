@@ -2,8 +2,6 @@
 
 #include "ads/core/PXBObjectPrivate.h"
 #include "ads/core/PXBPrivateUtilities.h"
-#include "ads/core/PXBRequestError.h"
-#include "platform/log.h"
 #include "platform/notificationcenter.h"
 
 PXBBannerView::PXBBannerView(const QRect& frame, QWidget* parent) : platform::View(frame, parent) {
@@ -31,7 +29,10 @@ void PXBBannerView::awakeFromNib() {
 
 void PXBBannerView::commonInitializer() {
     setBackgroundColor(Qt::transparent);
-    PXBPrivateUtilities::setPrivateObject(std::make_shared<PXBObjectPrivate>(this), this);
+    auto object = std::make_shared<PXBObjectPrivate>(this);
+    // The banner's signals go out whether or not a delegate is ever set.
+    object->delegateManager()->setAdView(this);
+    PXBPrivateUtilities::setPrivateObject(std::move(object), this);
 }
 
 PXBObjectPrivate* PXBBannerView::privateObject() const {
@@ -83,19 +84,7 @@ PXBWebView* PXBBannerView::webView() const {
 }
 
 void PXBBannerView::loadRequest(const PXBRequest* request) {
-    PXBObjectPrivate* object = privateObject();
-    if (object == nullptr) {
-        return;
-    }
-    if (rootViewController() != nullptr) {
+    if (PXBObjectPrivate* object = privateObject()) {
         object->loadRequest(request);
-        return;
     }
-    platform::logLine(
-        QStringLiteral("<Sorvel> Must set the rootViewController property of "
-                       "PXBBannerView before calling loadRequest:"));
-    const PXBRequestError error = PXBRequestError::errorWithCode(kPXBErrorInvalidRequest, request);
-    // The delegate may destroy this banner; keep the manager alive through the delivery.
-    const std::shared_ptr<PXBDelegateManager> manager = object->sharedDelegateManager();
-    manager->didFailToReceiveAdWithError(error);
 }

@@ -4,6 +4,7 @@
 
 #include "ads/core/PXBBannerViewDelegate.h"
 #include "ads/core/PXBRequest.h"
+#include "platform/export.h"
 #include "platform/ui/view.h"
 
 #include <QString>
@@ -15,7 +16,7 @@ namespace platform {
 class ViewController;
 }
 
-class PXBBannerView : public platform::View {
+class SORVEL_EXPORT PXBBannerView : public platform::View {
     Q_OBJECT
   public:
     // Marks construction by an interface file: the ad object comes with awakeFromNib.
@@ -33,7 +34,8 @@ class PXBBannerView : public platform::View {
 
     QString adUnitID() const;
     void setAdUnitID(const QString& adUnitID);
-    // Not retained.
+    // Not retained. Optional: without one, the ad's full screens cover the top-level window the
+    // banner is in, so that a banner can sit in any widget layout.
     platform::ViewController* rootViewController() const;
     void setRootViewController(platform::ViewController* controller);
     // Not retained; held by the ad object's delegate manager.
@@ -42,8 +44,6 @@ class PXBBannerView : public platform::View {
     bool hasAutoRefreshed() const;
     PXBWebView* webView() const;
 
-    // Without a root view controller nothing is loaded: the failure (code 0) goes to the
-    // delegate and a line to the log.
     void loadRequest(const PXBRequest* request);
 
     // The ad object (the "private" operation).

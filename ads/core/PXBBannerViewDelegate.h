@@ -3,11 +3,12 @@
 #pragma once
 
 #include "platform/error.h"
+#include "platform/export.h"
 #include "platform/weakref.h"
 
 class PXBBannerView;
 
-class PXBBannerViewDelegate : public platform::Referenceable {
+class SORVEL_EXPORT PXBBannerViewDelegate : public platform::Referenceable {
   public:
     // An ad has been received and is shown in the banner.
     virtual void adViewDidReceiveAd(PXBBannerView* /*view*/) {}

@@ -1,6 +1,7 @@
 #include "ads/core/PXBConfiguration.h"
 
 #include "platform/netaddress.h"
+#include "platform/ui/application.h"
 
 #include <QHostAddress>
 
@@ -14,6 +15,8 @@ struct Roots {
     QStringList handOverSchemes;
     double loadTimeoutSeconds = 10;
     double firstRetrySeconds = 5;
+    bool refreshes = true;
+    bool testMode = false;
 };
 
 Roots& roots() {
@@ -22,6 +25,10 @@ Roots& roots() {
 }
 
 }  // namespace
+
+void PXBConfiguration::prepareApplication() {
+    platform::prepareApplication();
+}
 
 QUrl PXBConfiguration::rootFromText(const QString& text) {
     QString trimmed = text.trimmed();
@@ -75,6 +82,22 @@ QUrl PXBConfiguration::scriptHostURL() {
 void PXBConfiguration::setScriptHostURL(const QUrl& url) {
     roots().scriptHostSet = true;
     roots().scriptHost = url;
+}
+
+bool PXBConfiguration::refreshesAutomatically() {
+    return roots().refreshes;
+}
+
+void PXBConfiguration::setRefreshesAutomatically(bool refreshes) {
+    roots().refreshes = refreshes;
+}
+
+bool PXBConfiguration::isTestMode() {
+    return roots().testMode;
+}
+
+void PXBConfiguration::setTestMode(bool testMode) {
+    roots().testMode = testMode;
 }
 
 QUrl PXBConfiguration::scriptURL() {

@@ -1,16 +1,25 @@
-// Where the ad client finds its outside parties: the ad server's root (the hidden page's base
-// URL and the host whose reachability is watched) and the script host that serves
-// "/zelm/sdk-core-v40.js". The application sets them; otherwise SORVEL_AD_SERVER and
-// SORVEL_SCRIPT_HOST are read on first use. The script host defaults to the ad server.
+// The ad client's settings, one process-wide set, made on the main thread before the first banner
+// loads: where it finds its outside parties (the ad server's root, which is the hidden page's base
+// URL and the host whose reachability is watched, and the script host that serves
+// "/zelm/sdk-core-v40.js"), refresh, test mode, what an ad may hand to the desktop, and its time
+// limits. The application sets the roots; otherwise SORVEL_AD_SERVER and SORVEL_SCRIPT_HOST are
+// read on first use. The script host defaults to the ad server.
 #pragma once
+
+#include "platform/export.h"
 
 #include <QString>
 #include <QStringList>
 #include <QUrl>
 
-class PXBConfiguration {
+class SORVEL_EXPORT PXBConfiguration {
   public:
     static inline const QString kScriptPath = QStringLiteral("/zelm/sdk-core-v40.js");
+
+    // Call first thing in main(), before the QApplication exists: readies the web engine for ads
+    // (the in-ad message schemes; pages drawn in software, so that the ad's full screens stack
+    // over the banner as widgets do). Later calls do nothing.
+    static void prepareApplication();
 
     // The ad server's root, e.g. "http://127.0.0.1:8080/"; empty when not configured.
     static QUrl adServerURL();
@@ -34,6 +43,15 @@ class PXBConfiguration {
     static void setHandOverSchemes(const QStringList& schemes);
     // Whether `url` may go to the desktop: one of the schemes above.
     static bool mayHandOver(const QUrl& url);
+
+    // Whether the ad refreshes by itself at the interval the ad server gives (on by default).
+    // Off, an ad stays until the application loads another request.
+    static bool refreshesAutomatically();
+    static void setRefreshesAutomatically(bool refreshes);
+    // Test mode asks the ad server for test ads, which it neither bills nor counts, with every
+    // request ("adtest" set to "on"); off by default. For development builds and automated runs.
+    static bool isTestMode();
+    static void setTestMode(bool testMode);
 
     // How long the hidden page and the ad's page may take to load before the request fails as
     // timed out (10 s).

@@ -158,6 +158,16 @@ void PXBObjectPrivate::setRootViewController(platform::ViewController* controlle
     rootViewController_ = controller;
 }
 
+platform::ViewController* PXBObjectPrivate::presenter() {
+    if (platform::ViewController* root = rootViewController()) {
+        return root;
+    }
+    if (windowPresenter_ == nullptr) {
+        windowPresenter_ = std::make_shared<platform::AnchoredViewController>(adView_);
+    }
+    return windowPresenter_.get();
+}
+
 QString PXBObjectPrivate::adHTMLString() const {
     return adHTML_ ? adHTML_->content() : QString();
 }
@@ -658,7 +668,7 @@ void PXBObjectPrivate::addReloadInformationFromHeaders() {
 
 void PXBObjectPrivate::scheduleReloadTimer(double seconds) {
     resetReloadTimer();
-    if (seconds == 0.0) {
+    if (seconds == 0.0 || !PXBConfiguration::refreshesAutomatically()) {
         return;
     }
     reloadTimer_ = platform::Timer::scheduled(seconds, false, [this] { reloadCurrentRequest(); });

@@ -59,6 +59,10 @@ class PXBObjectPrivate : public QObject,
     // Not retained; reads null once the controller is gone.
     platform::ViewController* rootViewController() const;
     void setRootViewController(platform::ViewController* controller);
+    // What presents the ad's full screens: the root view controller; without one, a presenter
+    // that puts them over the banner's own top-level window, so that a banner works in any
+    // widget layout.
+    platform::ViewController* presenter();
     PXBDelegateManager* delegateManager() const { return delegateManager_.get(); }
     std::shared_ptr<PXBDelegateManager> sharedDelegateManager() const { return delegateManager_; }
     // Nothing ever sets it: a banner never reports that it refreshed by itself.
@@ -166,6 +170,7 @@ class PXBObjectPrivate : public QObject,
     QString adUnitID_;
     std::shared_ptr<PXBDelegateManager> delegateManager_;
     QPointer<QObject> rootViewController_;
+    std::shared_ptr<platform::ViewController> windowPresenter_;
     QPointer<PXBWebView> webView_;
     std::unique_ptr<platform::WebView> buildAdWebView_;
     std::unique_ptr<PXBBannerWebViewDelegate> webViewDelegate_;

@@ -2,6 +2,8 @@
 // request, however it is made, is a PXBRequestPrivate, which holds the values.
 #pragma once
 
+#include "platform/export.h"
+
 #include <QDateTime>
 #include <QString>
 #include <QStringList>
@@ -9,7 +11,7 @@
 
 #include <memory>
 
-class PXBRequest {
+class SORVEL_EXPORT PXBRequest {
   public:
     virtual ~PXBRequest() = default;
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "platform/error.h"
+#include "platform/export.h"
 
 #include <QString>
 
@@ -20,7 +21,7 @@ enum PXBErrorCode : qint32 {
     kPXBErrorTimeout = 5,
 };
 
-class PXBRequestError : public platform::Error {
+class SORVEL_EXPORT PXBRequestError : public platform::Error {
   public:
     // initWithCode:request: — an invalid-request error (code 0) also carries every entry of the
     // request's parameters, so the developer sees what was (or would have been) sent.

@@ -1,5 +1,6 @@
 #include "ads/core/PXBRequestPrivate.h"
 
+#include "ads/core/PXBConfiguration.h"
 #include "ads/core/PXBParameterKeys.h"
 #include "ads/device/PXBIdentifierUtilities.h"
 #include "ads/device/PXBNetworkChecker.h"
@@ -121,6 +122,9 @@ QVariantMap PXBRequestPrivate::parameters() const {
         if (!device.isNull() && testDevices_.contains(device)) {
             parameters.insert(kPXBParameterTestMode, QStringLiteral("on"));
         }
+    }
+    if (PXBConfiguration::isTestMode()) {
+        parameters.insert(kPXBParameterTestMode, QStringLiteral("on"));
     }
     if (!additionalParameters_.isEmpty()) {
         parameters.insert(kPXBParameterExtraParams, additionalParameters_);

@@ -2,6 +2,8 @@
 // interaction switch and a hook that tells a view a touch or mouse press reached it.
 #pragma once
 
+#include "platform/export.h"
+
 #include <QColor>
 #include <QEvent>
 #include <QRect>
@@ -22,7 +24,7 @@ enum AutoresizingMask : int {
     ViewAutoresizingFlexibleBottomMargin = 32,
 };
 
-class View : public QWidget {
+class SORVEL_EXPORT View : public QWidget {
     Q_OBJECT
   public:
     explicit View(QWidget* parent = nullptr);

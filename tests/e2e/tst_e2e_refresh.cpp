@@ -1,5 +1,6 @@
 // The server steers the banner: its refresh schedule, the impression URLs of every response and
 // redirect hop; and the statistics that travel with each request.
+#include "ads/core/PXBConfiguration.h"
 #include "e2eharness.h"
 
 #include "platform/notificationcenter.h"
@@ -61,6 +62,19 @@ class TestRefreshEndToEnd : public QObject {
         QVERIFY(h.requestsTo(QStringLiteral("/ad"), paused).isEmpty());
         QVERIFY(h.ad()->isReloadTimerActive());
         QTRY_VERIFY_WITH_TIMEOUT(countOf(h.recorder.events, "receive") == 2, kWait);
+    }
+
+    void withRefreshTurnedOffTheAdStaysEvenAfterTheForeground() {
+        PXBConfiguration::setRefreshesAutomatically(false);
+        h.addBanner(QStringLiteral("e2e0000000000f1"));
+        h.load();
+        QTRY_VERIFY_WITH_TIMEOUT(h.recorder.events.contains("receive"), kWait);
+        QTRY_COMPARE(h.state(), int(kPXBAdStateShown));
+        QVERIFY(h.setBackground(true));
+        QVERIFY(h.setBackground(false));
+        const bool scheduled = h.ad()->isReloadTimerActive();
+        PXBConfiguration::setRefreshesAutomatically(true);
+        QVERIFY(!scheduled);
     }
 
     void theTrackingURLsOfEveryRedirectHopFire() {

@@ -57,20 +57,6 @@ class TestBannerView : public QObject {
         QCOMPARE(PXBPrivateUtilities::count(), before);
     }
 
-    // The delegate may destroy the banner while it is told of the failure.
-    void loadWithoutRootViewControllerFailsWithCodeZero() {
-        DestroyingDelegate delegate;
-        delegate.banner = new PXBBannerView;
-        delegate.banner->setDelegate(&delegate);
-        const int before = PXBPrivateUtilities::count();
-        QTest::ignoreMessage(QtInfoMsg,
-                             "<Sorvel> Must set the rootViewController property of "
-                             "PXBBannerView before calling loadRequest:");
-        delegate.banner->loadRequest(PXBRequest::create().get());
-        QCOMPARE(delegate.codes, QList<qint64>{0});
-        QCOMPARE(PXBPrivateUtilities::count(), before - 2);
-    }
-
     void destructionUndoesEverything() {
         auto& center = platform::NotificationCenter::defaultCenter();
         const int observers = center.observerCount();

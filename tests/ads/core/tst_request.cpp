@@ -1,3 +1,4 @@
+#include "ads/core/PXBConfiguration.h"
 #include "ads/core/PXBRequest.h"
 #include "ads/core/PXBRequestPrivate.h"
 #include "ads/device/PXBIdentifierUtilities.h"
@@ -93,6 +94,7 @@ class TestRequest : public QObject {
         QTest::addColumn<QVariant>("value");  // null: absent
         QTest::newRow("testing") << "testing" << QVariant("1");
         QTest::newRow("adtest for this device") << "adtest" << QVariant("on");
+        QTest::newRow("adtest in test mode") << "adtest" << QVariant("on");
         QTest::newRow("keywords") << "kw" << QVariant(QVariantList{"k", "k"});
         QTest::newRow("no precise location") << "uule" << QVariant();
     }
@@ -110,8 +112,10 @@ class TestRequest : public QObject {
             QTest::ignoreMessage(QtInfoMsg,
                                  "<Sorvel> \"testing\" property has been deprecated.  "
                                  "Use \"testDevices\" instead.");
-        } else if (row.startsWith("adtest")) {
+        } else if (row == "adtest for this device") {
             request->setTestDevices({"other", "this-device"});
+        } else if (row == "adtest in test mode") {
+            PXBConfiguration::setTestMode(true);
         } else if (row == "keywords") {
             request->addKeyword("k");
             request->addKeyword("k");
@@ -120,6 +124,7 @@ class TestRequest : public QObject {
             request->setLocationWithLatitude(0, 0, 10);  // replaces it with nothing
         }
         const QVariantMap parameters = request->parameters();
+        PXBConfiguration::setTestMode(false);
         PXBIdentifierUtilities::setEnvironment(PXBIdentifierUtilities::defaultEnvironment());
         if (value.isNull()) {
             QVERIFY(!parameters.contains(key));

@@ -1,0 +1,5 @@
+// Marks the classes and functions the shared ad client library exports. The library is built
+// with every other symbol hidden, so that only its public interface binds to applications.
+#pragma once
+
+#define SORVEL_EXPORT __attribute__((visibility("default")))
