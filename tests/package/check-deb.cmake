@@ -1,7 +1,8 @@
 # Run by ctest as `cmake -DCPACK=... -DCPACK_CONFIG=... -DSCRATCH=... -P check-deb.cmake`: builds
-# the two Debian packages, checks their dependencies and files, runs the checks distributions
-# apply (lintian, desktop-file-validate, appstreamcli), unpacks them into a scratch root and runs
-# the unpacked sound board off screen until it has written its screenshot.
+# the Debian packages (the sound board, the ad server, the ad client library's two), checks their
+# dependencies and files, runs the checks distributions apply (lintian, desktop-file-validate,
+# appstreamcli), unpacks them into a scratch root and runs the unpacked sound board off screen
+# until it has written its screenshot.
 
 function(run)
     execute_process(COMMAND ${ARGN} RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE out)
@@ -40,6 +41,12 @@ foreach(package brindle-sounds sorvel-adserver)
     endif()
     run(dpkg-deb -x "${found}" "${root}")
 endforeach()
+# The ad client library for other applications, when the build made it: its runtime package, and
+# the development package that may well depend on other development packages.
+file(GLOB deb_libraries "${SCRATCH}/cpack/libsorvel1_*.deb" "${SCRATCH}/cpack/libsorvel-dev_*.deb")
+foreach(found ${deb_libraries})
+    run(dpkg-deb -x "${found}" "${root}")
+endforeach()
 foreach(library libqt6webenginewidgets6 libqt6multimedia6 libavformat)
     if(NOT depends_brindle-sounds MATCHES "${library}")
         message(FATAL_ERROR "brindle-sounds does not depend on ${library}")
@@ -70,6 +77,16 @@ foreach(file
     endif()
 endforeach()
 
+if(deb_libraries)
+    foreach(file */libsorvel.so.1 */libsorvel.so */cmake/Sorvel/SorvelConfig.cmake
+            */pkgconfig/sorvel.pc ../include/sorvel/SorvelAds)
+        file(GLOB found "${root}/usr/lib/${file}")
+        if(NOT found)
+            message(FATAL_ERROR "the library packages lack /usr/lib/${file}")
+        endif()
+    endforeach()
+endif()
+
 # The checks distributions apply. Any finding fails: a justified exception belongs in the
 # package's lintian overrides, with its reason.
 foreach(tool desktop-file-validate appstreamcli lintian)
@@ -89,7 +106,7 @@ if(output MATCHES "(^|\n)[EW]: ")
 endif()
 # Root runs lintian only when told that it may.
 execute_process(COMMAND lintian --pedantic --allow-root --no-tag-display-limit
-                        "${deb_brindle-sounds}" "${deb_sorvel-adserver}"
+                        "${deb_brindle-sounds}" "${deb_sorvel-adserver}" ${deb_libraries}
                 RESULT_VARIABLE code OUTPUT_VARIABLE out ERROR_VARIABLE out)
 message(STATUS "lintian:\n${out}")
 if(NOT code EQUAL 0 OR out MATCHES "(^|\n)[EWIP]: ")
