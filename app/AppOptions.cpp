@@ -41,6 +41,9 @@ struct Parser {
                        "second start brings that one to the front).")};
     QCommandLineOption verbose{QStringLiteral("verbose"),
                                QStringLiteral("Show the ad client's debug log.")};
+    QCommandLineOption inspector{
+        QStringLiteral("inspector"),
+        QStringLiteral("Open the ad client's inspector: what each banner does, live.")};
     QCommandLineOption help{{QStringLiteral("h"), QStringLiteral("help")},
                             QStringLiteral("Show this help.")};
     QCommandLineOption version{{QStringLiteral("v"), QStringLiteral("version")},
@@ -56,10 +59,11 @@ struct Parser {
             "127.0.0.1 at a free port and shows that server's ads.\n\n"
             "Environment:\n"
             "  SORVEL_AD_SERVER    the ad server's root, when --ad-server is not given\n"
-            "  SORVEL_SCRIPT_HOST  the script host, when --script-host is not given\n\n"
+            "  SORVEL_SCRIPT_HOST  the script host, when --script-host is not given\n"
+            "  SORVEL_INSPECTOR=1  as --inspector\n\n"
             "Qt's own options (-platform, -style, -reverse, ...) are accepted too."));
         parser.addOptions({adServer, scriptHost, screenshot, screenshotDelay, quitAfter, pressAd,
-                           newInstance, verbose, version, help});
+                           newInstance, verbose, inspector, version, help});
     }
 };
 
@@ -163,6 +167,7 @@ std::optional<AppOptions> AppOptions::parse(const QStringList& arguments, QStrin
     options.help = p.parser.isSet(p.help);
     options.version = p.parser.isSet(p.version);
     options.verbose = p.parser.isSet(p.verbose);
+    options.inspector = p.parser.isSet(p.inspector);
     options.pressAd = p.parser.isSet(p.pressAd);
     // A screenshot run is a one-off that must write its file, whatever else runs.
     options.newInstance = p.parser.isSet(p.newInstance) || p.parser.isSet(p.screenshot);

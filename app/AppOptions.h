@@ -14,6 +14,7 @@ struct AppOptions {
     double screenshotDelay = 5.0;  // --screenshot-delay: at the latest after this many seconds
     double quitAfter = -1.0;       // --quit-after: quit after this many seconds (< 0: never)
     bool verbose = false;          // --verbose: the ad client's debug log
+    bool inspector = false;        // --inspector: the ad client's inspector window
     bool pressAd = false;          // --press-ad: press the banner once its first ad is drawn
     bool newInstance = false;      // --new-instance: run beside a running one of the profile
     bool help = false;

@@ -97,6 +97,9 @@ DesktopAppDelegate::~DesktopAppDelegate() {
 
 void DesktopAppDelegate::configureAdClient() {
     platform::setDebugLogging(options_.verbose);
+    if (options_.inspector) {
+        PXBConfiguration::showInspector();
+    }
     if (options_.startsBuiltInAdServer()) {
 #ifdef BRINDLE_WITH_ADSERVER
         adServer_ = new adserver::AdServer;

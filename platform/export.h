@@ -1,5 +1,7 @@
-// Marks the classes and functions the shared ad client library exports. The library is built
-// with every other symbol hidden, so that only its public interface binds to applications.
+/// \file
+/// Marks the classes and functions the shared ad client library exports. The library is built
+/// with every other symbol hidden, so that only its public interface binds to applications.
 #pragma once
 
+/// Exports a class (`class SORVEL_EXPORT Name`) or a function from the shared library.
 #define SORVEL_EXPORT __attribute__((visibility("default")))

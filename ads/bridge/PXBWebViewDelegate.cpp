@@ -3,6 +3,7 @@
 #include "ads/bridge/PXBNotification.h"
 #include "ads/bridge/PXBNotificationCenter.h"
 #include "ads/device/PXBIdentifierUtilities.h"
+#include "ads/inspect/PXBInspection.h"
 #include "ads/net/PXBClickTracker.h"
 #include "ads/net/PXBNetworkUtilities.h"
 #include "ads/present/PXBOpener.h"
@@ -48,6 +49,8 @@ bool PXBWebViewDelegate::webViewShouldStartLoadWithRequestNavigationType(
         // gets no say in what the client does.
         if (webView->isNavigatingFrame()) {
             platform::logDebug(QStringLiteral("<Sorvel> A frame's message is refused"));
+            PXBInspection::refused(url.toString(QUrl::FullyEncoded).left(200),
+                                   QStringLiteral("a frame's message, not the ad page's"));
         } else {
             handleMessage(webView, url);
         }

@@ -1,5 +1,6 @@
 #include "ads/core/PXBConfiguration.h"
 
+#include "ads/inspect/PXBInspector.h"
 #include "platform/netaddress.h"
 #include "platform/ui/application.h"
 
@@ -25,6 +26,10 @@ Roots& roots() {
 }
 
 }  // namespace
+
+void PXBConfiguration::showInspector() {
+    PXBInspector::showInspector();
+}
 
 void PXBConfiguration::prepareApplication() {
     platform::prepareApplication();

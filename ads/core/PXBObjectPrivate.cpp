@@ -9,6 +9,7 @@
 #include "ads/core/PXBRequestError.h"
 #include "ads/device/PXBIdentifierUtilities.h"
 #include "ads/device/PXBNetworkChecker.h"
+#include "ads/inspect/PXBInspector.h"
 #include "ads/net/PXBNetworkUtilities.h"
 #include "ads/present/PXBViewController.h"
 #include "ads/present/PXBWebView.h"
@@ -55,6 +56,19 @@ const struct LaunchWatcher {
     }
 } launchWatcher;
 
+QString stateName(qint32 state) {
+    static const char* const names[] = {"idle",
+                                        "fetching the script",
+                                        "script failed",
+                                        "building the ad URL",
+                                        "fetching the ad",
+                                        "loading the ad",
+                                        "shown",
+                                        "failed"};
+    return state >= 0 && state < qint32(std::size(names)) ? QString::fromLatin1(names[state])
+                                                          : QString::number(state);
+}
+
 QString headerValue(const PXBCachedFile* file, const QString& name) {
     return file != nullptr ? file->httpHeader(name) : QString();
 }
@@ -94,6 +108,11 @@ PXBObjectPrivate::PXBObjectPrivate(PXBBannerView* view)
     webView_->setHidden(true);
     webViewDelegate_ = std::make_unique<PXBBannerWebViewDelegate>(this);
     registerForNotifications();
+    // The integrator's switch: the inspector opens with the first ad object.
+    static bool inspectorAsked = qEnvironmentVariableIntValue("SORVEL_INSPECTOR") != 0;
+    if (std::exchange(inspectorAsked, false)) {
+        PXBInspector::showInspector();
+    }
     connect(PXBNetworkChecker::sharedChecker(), &PXBNetworkChecker::networkTypeChanged, this,
             [this](quint32 type) {
                 if (retryTimer_ && (type == PXBNetworkChecker::kNetworkTypeWiFi ||
@@ -196,6 +215,8 @@ const PXBRequestPrivate* PXBObjectPrivate::privateRequestWithRequest(const PXBRe
 void PXBObjectPrivate::loadPrivateRequest(const PXBRequestPrivate* request, bool autoRefresh) {
     if (isMakingRequest()) {
         platform::logDebug(QStringLiteral("<Sorvel> A request is in flight; this load is ignored"));
+        PXBInspection::refused(QStringLiteral("a load of %1").arg(adUnitID_),
+                               QStringLiteral("a request is in flight"));
         return;
     }
     if (!isAppActive()) {
@@ -268,6 +289,9 @@ void PXBObjectPrivate::changeState(qint32 state) {
     }
     platform::logDebug(QStringLiteral("<Sorvel> Ad state %1 -> %2").arg(state_).arg(state));
     state_ = state;
+    if (PXBInspection::isOn()) {
+        inspect(PXBInspection::Kind::State, stateName(state));
+    }
     // A page that never finishes loading (a stalled server, a busy loop, a stuck renderer) must
     // not hold the ad: it fails as timed out and the refresh goes on.
     if (state == kPXBAdStateBuildingURL || state == kPXBAdStateLoadingHTML) {
@@ -325,6 +349,9 @@ void PXBObjectPrivate::loadTimedOut() {
 }
 
 void PXBObjectPrivate::reportError(int code) {
+    if (PXBInspection::isOn()) {
+        inspect(PXBInspection::Kind::Error, PXBRequestError::localizedStringForErrorCode(code));
+    }
     // The application's delegate may destroy this object while it is told.
     const std::shared_ptr<PXBDelegateManager> manager = delegateManager_;
     manager->didFailToReceiveAdWithError(PXBRequestError::errorWithCode(code, request_.get()));
@@ -407,6 +434,15 @@ void PXBObjectPrivate::buildAdUrl() {
     changeState(kPXBAdStateBuildingURL);
     QVariantMap parameters = request_->parameters();
     addAdditionalParameters(parameters);
+    if (PXBInspection::isOn()) {
+        QVariantMap shown = parameters;
+        // The location travels encrypted; the inspector shows it as the application gave it.
+        if (request_->location()) {
+            shown.insert(QStringLiteral("(location as given)"),
+                         request_->location()->description());
+        }
+        inspect(PXBInspection::Kind::Request, QString(), shown);
+    }
     const QString json = PXBMacros::jsonify(parameters);
     setupBuildAdWebView();
     buildAdWebView_->loadHTMLStringBaseURL(buildAdPage(script, json),
@@ -466,6 +502,9 @@ void PXBObjectPrivate::loadAdURL(const platform::Notification& notification) {
                                                   url);
     }
     PXBStatistics::sharedStatistics().startTimingNamed(kPXBParameterPriorRequestLatency);
+    if (PXBInspection::isOn()) {
+        inspect(PXBInspection::Kind::AdURL, url.toString(QUrl::FullyEncoded));
+    }
     loadHTMLFromURL(url);
 }
 
@@ -602,6 +641,10 @@ void PXBObjectPrivate::createOrReuseArrayOfURLsFromHeader(QList<QUrl>& array,
 }
 
 void PXBObjectPrivate::processHTTPHeaders(PXBCachedFile* file) {
+    if (PXBInspection::isOn()) {
+        inspect(PXBInspection::Kind::Response,
+                QStringLiteral("HTTP %1").arg(file->httpStatusCode()), file->httpHeaders());
+    }
     createOrReuseArrayOfURLsFromHeader(pendingTrackingURLs_,
                                        headerValue(file, QStringLiteral("X-Zelm-Tracking-Urls")));
     createOrReuseArrayOfURLsFromHeader(
@@ -632,6 +675,9 @@ void PXBObjectPrivate::trackURLs(const QVariantList& urls) {
             continue;
         }
         auto tracker = std::make_unique<PXBClickTracker>(trackerDelegate());
+        if (PXBInspection::isOn()) {
+            inspectTracker(tracker.get(), url.toString(QUrl::FullyEncoded), QStringLiteral("sent"));
+        }
         tracker->trackURL(url);
         trackers_.push_back(std::move(tracker));
     }
@@ -649,12 +695,22 @@ void PXBObjectPrivate::cleanupTrackers() {
     std::erase_if(trackers_, [](const auto& tracker) { return tracker->hasTracked(); });
 }
 
-void PXBObjectPrivate::trackerDidRedirect(PXBClickTracker* /*tracker*/, const QUrl& /*url*/) {
+void PXBObjectPrivate::trackerDidRedirect(PXBClickTracker* tracker, const QUrl& url) {
+    if (PXBInspection::isOn()) {
+        inspectTracker(tracker, url.toString(QUrl::FullyEncoded), QStringLiteral("counted"));
+    }
     platform::performAfter(this, 0, [this] { cleanupTrackers(); });
 }
 
-void PXBObjectPrivate::trackerDidFailWithError(PXBClickTracker* /*tracker*/,
-                                               const platform::Error& /*error*/) {
+void PXBObjectPrivate::trackerDidFailWithError(PXBClickTracker* tracker,
+                                               const platform::Error& error) {
+    if (PXBInspection::isOn()) {
+        const QString why = error.isNull()
+                                ? QStringLiteral("HTTP %1").arg(tracker->httpStatusCode())
+                                : error.localizedDescription();
+        inspectTracker(tracker, tracker->trackingURL().toString(QUrl::FullyEncoded),
+                       QStringLiteral("failed: ") + why);
+    }
     platform::performAfter(this, 0, [this] { cleanupTrackers(); });
 }
 
@@ -668,7 +724,13 @@ void PXBObjectPrivate::addReloadInformationFromHeaders() {
 
 void PXBObjectPrivate::scheduleReloadTimer(double seconds) {
     resetReloadTimer();
-    if (seconds == 0.0 || !PXBConfiguration::refreshesAutomatically()) {
+    const bool refreshes = seconds != 0.0 && PXBConfiguration::refreshesAutomatically();
+    if (PXBInspection::isOn()) {
+        inspect(PXBInspection::Kind::Refresh,
+                refreshes ? QStringLiteral("every %1 s").arg(seconds) : QStringLiteral("off"),
+                {{QStringLiteral("seconds"), refreshes ? seconds : 0.0}});
+    }
+    if (!refreshes) {
         return;
     }
     reloadTimer_ = platform::Timer::scheduled(seconds, false, [this] { reloadCurrentRequest(); });
@@ -686,6 +748,10 @@ void PXBObjectPrivate::activateReloadTimer() {
 void PXBObjectPrivate::deactivateReloadTimer() {
     refreshWaiting_ = false;
     resetReloadTimer();
+    if (PXBInspection::isOn()) {
+        inspect(PXBInspection::Kind::Refresh, QStringLiteral("paused in the background"),
+                {{QStringLiteral("seconds"), 0.0}});
+    }
 }
 
 void PXBObjectPrivate::reloadCurrentRequest() {
@@ -743,4 +809,18 @@ void PXBObjectPrivate::appDidForeground() {
     if (std::exchange(retryInterrupted_, false) && !reloadTimer_) {
         scheduleRetry(retrySeconds_);
     }
+}
+
+// ---- Inspection
+
+void PXBObjectPrivate::inspect(PXBInspection::Kind kind, const QString& text,
+                               const QVariantMap& details) {
+    PXBInspection::record(this, adUnitID_, kind, text, details);
+}
+
+void PXBObjectPrivate::inspectTracker(const PXBClickTracker* tracker, const QString& url,
+                                      const QString& status) {
+    inspect(PXBInspection::Kind::Tracker, url,
+            {{QStringLiteral("id"), QString::number(quintptr(tracker), 16)},
+             {QStringLiteral("status"), status}});
 }

@@ -6,6 +6,7 @@
 
 #include "ads/core/PXBDelegateManager.h"
 #include "ads/core/PXBRequestPrivate.h"
+#include "ads/inspect/PXBInspection.h"
 #include "ads/net/PXBCachedFile.h"
 #include "ads/net/PXBClickTracker.h"
 #include "ads/present/PXBWebView.h"
@@ -165,6 +166,9 @@ class PXBObjectPrivate : public QObject,
     PXBClickTrackerDelegate* trackerDelegate() { return this; }
     void appDidBackground();
     void appDidForeground();
+    // Tells the inspector (callers first ask PXBInspection::isOn()).
+    void inspect(PXBInspection::Kind kind, const QString& text, const QVariantMap& details = {});
+    void inspectTracker(const PXBClickTracker* tracker, const QString& url, const QString& status);
 
     PXBBannerView* adView_ = nullptr;
     QString adUnitID_;

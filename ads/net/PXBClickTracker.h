@@ -41,6 +41,8 @@ class PXBClickTracker : private PXBCachedFileDelegate {
     bool hasTracked() const { return hasTracked_; }
     // The last URL requested: after a stopped redirect, the non-http target.
     QUrl trackingURL() const;
+    // Of the last response; 0 before any.
+    int httpStatusCode() const { return tracker_ ? tracker_->httpStatusCode() : 0; }
     // Stops the fetch without a report, deletes its file and forgets the outcome.
     void reset();
 

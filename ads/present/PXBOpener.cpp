@@ -2,6 +2,7 @@
 
 #include "ads/core/PXBConfiguration.h"
 #include "ads/core/PXBObjectPrivate.h"
+#include "ads/inspect/PXBInspection.h"
 #include "ads/net/PXBClickTracker.h"
 #include "ads/net/PXBNetworkUtilities.h"
 #include "ads/present/PXBBrowserController.h"
@@ -35,6 +36,7 @@ bool isMail(const QUrl& url) {
 
 void refuse(const QString& what, const QString& why) {
     platform::logDebug(QStringLiteral("<Sorvel> Refused to open %1: %2").arg(what, why));
+    PXBInspection::refused(QStringLiteral("open %1").arg(what), why);
 }
 
 // What an attempt to leave the application needs; the waits carry it, not the opener, which may

@@ -2,11 +2,14 @@
 // showing ads from the installed Sorvel library. The ad's full screens (a landing page, a web
 // app) cover the main window; Esc closes them.
 //
-//   sorvel-notepad [--ad-server URL] [--test-mode] [--screenshot FILE] [--exit-after-first-ad]
+//   sorvel-notepad [--ad-server URL] [--test-mode] [--inspector] [--screenshot FILE]
+//                  [--exit-after-first-ad]
 #include <SorvelAds>
 
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QDir>
+#include <QFileInfo>
 #include <QMainWindow>
 #include <QPlainTextEdit>
 #include <QStatusBar>
@@ -32,10 +35,12 @@ int main(int argc, char** argv) {
         QStringLiteral("screenshot"),
         QStringLiteral("Save the window to a PNG once the first ad shows, then quit."),
         QStringLiteral("file"));
+    const QCommandLineOption inspector(QStringLiteral("inspector"),
+                                       QStringLiteral("Open the ad client's inspector."));
     const QCommandLineOption exitAfterFirstAd(
         QStringLiteral("exit-after-first-ad"),
         QStringLiteral("Quit with 0 once the first ad shows (1 if none shows in a minute)."));
-    parser.addOptions({adServer, testMode, screenshot, exitAfterFirstAd});
+    parser.addOptions({adServer, testMode, screenshot, inspector, exitAfterFirstAd});
     parser.process(app);
 
     if (parser.isSet(adServer)) {
@@ -48,6 +53,9 @@ int main(int argc, char** argv) {
         PXBConfiguration::setAdServerURL(root);
     }
     PXBConfiguration::setTestMode(parser.isSet(testMode));
+    if (parser.isSet(inspector)) {
+        PXBConfiguration::showInspector();
+    }
 
     QMainWindow window;
     window.setWindowTitle(QStringLiteral("Notepad"));
@@ -71,7 +79,18 @@ int main(int argc, char** argv) {
         if (parser.isSet(screenshot)) {
             // The page is shown; give the engine a moment to paint it.
             QTimer::singleShot(1000, &window, [&] {
-                const bool saved = window.grab().save(parser.value(screenshot));
+                const QString path = parser.value(screenshot);
+                bool saved = window.grab().save(path);
+                // Other windows (the inspector) beside it, named after their titles.
+                const QFileInfo file(path);
+                for (QWidget* other : QApplication::topLevelWidgets()) {
+                    if (other != &window && other->isVisible()) {
+                        const QString title = other->windowTitle().toLower().replace(' ', '-');
+                        saved = other->grab().save(file.dir().filePath(file.completeBaseName() +
+                                                                       '-' + title + ".png")) &&
+                                saved;
+                    }
+                }
                 QCoreApplication::exit(saved ? 0 : 1);
             });
         }

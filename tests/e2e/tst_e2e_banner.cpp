@@ -5,6 +5,7 @@
 #include "ads/bridge/PXBWebViewDelegate.h"
 #include "ads/device/PXBIdentifierUtilities.h"
 #include "ads/device/PXBNetworkChecker.h"
+#include "ads/inspect/PXBInspector.h"
 #include "ads/signals/PXBSignals.h"
 #include "ads/stats/PXBStatisticsCore.h"
 #include "ads/stats/PXBTiming.h"
@@ -14,6 +15,7 @@
 
 #include <QScopeGuard>
 #include <QSignalSpy>
+#include <QTreeWidget>
 
 using e2e::Harness;
 using e2e::kScriptPath;
@@ -72,6 +74,45 @@ class TestBannerEndToEnd : public QObject {
         QVERIFY(!query.contains(QStringLiteral("format")));
         QVERIFY(!query.contains(QStringLiteral("seq_num")));  // the unit's request type is html
         QVERIFY(!query.contains(QStringLiteral("prl")));      // no ad before it
+    }
+
+    // What an integrator opens first when no ad shows: the banner's state walk, its request, ad
+    // URL, response and trackers, the refresh countdown, and each refused action with its reason.
+    void theInspectorShowsWhatTheBannerDidAndWhatWasRefused() {
+        QPointer<PXBInspector> inspector = PXBInspector::showInspector();
+        const auto guard = qScopeGuard([&] { delete inspector.data(); });
+        h.addBanner(kUnit);
+        h.loadMessages({QStringLiteral("qmsg:///open?a=webapp&u={origin}/webapp/")});
+        QTRY_COMPARE_WITH_TIMEOUT(h.state(), int(kPXBAdStateShown), kWait);
+        const auto section = [&](const char* name) {
+            return inspector->section(kUnit, QString::fromLatin1(name));
+        };
+        const auto childValue = [](QTreeWidgetItem* item, const QString& what) {
+            for (int i = 0; i < item->childCount(); ++i) {
+                if (item->child(i)->text(0) == what) {
+                    return item->child(i)->text(1);
+                }
+            }
+            return QStringLiteral("(absent)");
+        };
+        QTreeWidgetItem* states = section("State");
+        QVERIFY(states != nullptr);
+        QCOMPARE(states->child(states->childCount() - 1)->text(0), QStringLiteral("shown"));
+        QCOMPARE(childValue(section("Request"), QStringLiteral("slotname")), kUnit);
+        QVERIFY(section("Ad URL")->text(1).startsWith(h.server.url().toString() + "ad?"));
+        QCOMPARE(section("Response")->text(1), QStringLiteral("HTTP 200"));
+        QVERIFY(childValue(section("Response"), QStringLiteral("X-Zelm-Tracking-Urls"))
+                    .contains("/t/imp"));
+        QCOMPARE(section("Refresh")->text(1), QStringLiteral("off"));  // the ad names no interval
+        // The impression tracker, sent and counted.
+        QTreeWidgetItem* trackers = section("Trackers");
+        QTRY_VERIFY_WITH_TIMEOUT(
+            trackers->childCount() > 0 && trackers->child(0)->text(1).startsWith("counted after"),
+            kWait);
+        QVERIFY(trackers->child(0)->text(0).contains("/t/imp"));
+        QTreeWidgetItem* refused = inspector->refusedActions();
+        QTRY_VERIFY_WITH_TIMEOUT(refused->childCount() > 0, kWait);
+        QCOMPARE(refused->child(0)->text(1), QStringLiteral("no press on the ad"));
     }
 
     // The unit's request type ("plinth") and the request's location, encrypted, reach the ad
