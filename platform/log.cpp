@@ -32,7 +32,10 @@ bool isChatter(const QString& message) {
         QString(),  // the engine's blank line after its graphics report
         QStringLiteral("No suitable graphics backend found"),
         QStringLiteral("Sandboxing disabled by user."),
+        // The offscreen platform's notes on what a window system would do.
         QStringLiteral("This plugin does not support raise()"),
+        QStringLiteral("This plugin does not support setParent!"),
+        QStringLiteral("This plugin does not support propagateSizeHints()"),
     };
     return kChatter.contains(message.trimmed());
 }

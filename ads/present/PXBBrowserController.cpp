@@ -12,6 +12,9 @@
 #include "platform/ui/controls.h"
 #include "platform/urlrequest.h"
 
+#include <QHBoxLayout>
+#include <QLabel>
+
 using platform::BarButtonItem;
 
 PXBBrowserControllerPrivate::~PXBBrowserControllerPrivate() {
@@ -110,7 +113,24 @@ void PXBBrowserController::viewWillAppear(bool animated) {
         }
     }
     const QRect bounds = view()->bounds();
-    auto* webView = new PXBWebView(QRect(0, 0, bounds.width(), bounds.height() - toolbarHeight));
+    // On the desktop nothing else says whose page this is: the strip above it does.
+    auto* strip = new platform::View(QRect(0, 0, bounds.width(), kAddressHeight));
+    strip->setAutoresizingMask(platform::ViewAutoresizingFlexibleWidth |
+                               platform::ViewAutoresizingFlexibleBottomMargin);
+    view()->addSubview(strip);
+    auto* address = new QLabel(strip);
+    auto* layout = new QHBoxLayout(strip);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(address);
+    address->setAutoFillBackground(true);
+    address->setBackgroundRole(QPalette::Window);
+    address->setForegroundRole(QPalette::WindowText);
+    address->setContentsMargins(6, 0, 6, 0);
+    address->setTextFormat(Qt::PlainText);
+    address->setAccessibleName(tr("Page address"));
+    v->address = address;
+    auto* webView = new PXBWebView(
+        QRect(0, kAddressHeight, bounds.width(), bounds.height() - toolbarHeight - kAddressHeight));
     v->webView = webView;
     webView->setAutoresizingMask(webViewMask);
     view()->addSubview(webView);
@@ -219,9 +239,27 @@ void PXBBrowserController::refreshToolbar() {
         v->spinner->startAnimating();
         v->safariButton->setEnabled(false);
     }
+    if (v->address != nullptr) {
+        v->address->setText(v->address->fontMetrics().elidedText(shownAddress(), Qt::ElideMiddle,
+                                                                 view()->width() - 12));
+        v->address->setToolTip(v->webView->request().url().toDisplayString());
+    }
     BarButtonItem* space = v->flexibleSpaceButton;
     v->toolbar->setItems({v->backButton, space, v->forwardButton, space, middle, space,
                           v->safariButton, space, v->doneButton});
+}
+
+QString PXBBrowserController::shownAddress() const {
+    const PXBWebView* web = webView();
+    const QUrl url = web != nullptr ? web->request().url() : QUrl();
+    if (url.isEmpty()) {
+        return {};
+    }
+    const QString where = url.host() +
+                          (url.port() > 0 ? QStringLiteral(":%1").arg(url.port()) : QString()) +
+                          url.path();
+    return url.scheme() == QLatin1String("http") ? tr("Not secure") + QStringLiteral(" · ") + where
+                                                 : where;
 }
 
 void PXBBrowserController::back() {

@@ -19,6 +19,8 @@ class BarButtonItem;
 class Toolbar;
 }  // namespace platform
 
+class QLabel;
+
 class PXBBrowserControllerPrivate : public PXBViewControllerPrivate {
     Q_OBJECT
   public:
@@ -40,6 +42,7 @@ class PXBBrowserControllerPrivate : public PXBViewControllerPrivate {
     QPointer<platform::BarButtonItem> doneButton;
     QPointer<platform::BarButtonItem> spinnerContainingButton;
     QPointer<platform::ActivityIndicatorView> spinner;
+    QPointer<QLabel> address;
 };
 
 class PXBBrowserController : public PXBViewController {
@@ -48,6 +51,8 @@ class PXBBrowserController : public PXBViewController {
     // Heights of the toolbar, in points.
     static constexpr int kToolbarHeight = 44;
     static constexpr int kLandscapePhoneToolbarHeight = 30;
+    // Height of the strip above the page that says where the page is.
+    static constexpr int kAddressHeight = 20;
 
     ~PXBBrowserController() override;
 
@@ -67,8 +72,11 @@ class PXBBrowserController : public PXBViewController {
     void stop();
     // Hands the page to the desktop's browser; the in-app browser stays.
     void openInSafari();
-    // Brings the toolbar up to date with the page.
+    // Brings the toolbar and the address strip up to date with the page.
     void refreshToolbar();
+    // What the address strip shows: the page's host and path, "Not secure" before a plain http
+    // page's.
+    QString shownAddress() const;
 
     void viewWillAppear(bool animated) override;
     void didRotateFromInterfaceOrientation(int fromOrientation) override;

@@ -186,6 +186,10 @@ class TestFullScreenEndToEnd : public QObject {
         QVERIFY(browserShows(browser, QStringLiteral("/landing/")));
         pressToolbar(browser, kForwardPlace);
         QVERIFY(browserShows(browser, QStringLiteral("/landing/menu.html")));
+        // The strip above the page says where it is, plain http marked as such.
+        QTRY_COMPARE(browser->shownAddress(),
+                     QStringLiteral("Not secure · 127.0.0.1:%1/landing/menu.html")
+                         .arg(h.server.url().port()));
 
         // The refresh (every second) waits while the browser covers the banner.
         QTRY_VERIFY_WITH_TIMEOUT(up.elapsed() > 2000, kWait);
