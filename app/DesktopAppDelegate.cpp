@@ -2,10 +2,12 @@
 
 #include "ads/core/PXBBannerView.h"
 #include "ads/core/PXBConfiguration.h"
+#include "ads/core/PXBRequestError.h"
 #include "ads/device/PXBNetworkChecker.h"
 #include "ads/present/PXBWebView.h"
 #include "app/Bundle.h"
 #include "platform/log.h"
+#include "platform/ui/notice.h"
 #include "platform/ui/webviewpaint.h"
 
 #include <QCoreApplication>
@@ -49,15 +51,26 @@ void pressMiddleOf(QWidget* view) {
 
 void BannerMonitor::adViewDidReceiveAd(PXBBannerView*) {
     say(QStringLiteral("ad shown"));
+    offlineTold_ = false;
     emit adShown();
 }
 
-void BannerMonitor::adViewDidFailToReceiveAdWithError(PXBBannerView*,
+void BannerMonitor::adViewDidFailToReceiveAdWithError(PXBBannerView* view,
                                                       const platform::Error& error) {
     say(QStringLiteral("no ad (%1 %2): %3")
             .arg(error.domain())
             .arg(error.code())
             .arg(error.localizedDescription()));
+    // An empty banner says nothing by itself: the user hears once why (until an ad comes back),
+    // and that the board is not affected. The client tries again by itself.
+    if (error.domain() == kPXBErrorDomain && error.code() == kPXBErrorNetworkError &&
+        !std::exchange(offlineTold_, true) && view != nullptr) {
+        platform::Notice::show(
+            view, QCoreApplication::translate("BannerMonitor",
+                                              "The ad cannot reach its server and will try again. "
+                                              "The sound board works as ever."));
+        say(QStringLiteral("said on screen that the ad is offline"));
+    }
     emit adFailed();
 }
 

@@ -18,8 +18,8 @@ namespace adserver {
 class AdServer;
 }
 
-// Hears the banner's events for the desktop: each goes to the log, and the first ad shown
-// triggers the screenshot when one is wanted.
+// Hears the banner's events for the desktop: each goes to the log, the first ad shown triggers the
+// screenshot when one is wanted, and an ad that cannot reach its server is told on screen once.
 class BannerMonitor : public QObject, public PXBBannerViewDelegate {
     Q_OBJECT
   public:
@@ -35,6 +35,9 @@ class BannerMonitor : public QObject, public PXBBannerViewDelegate {
     void adShown();
     void adFailed();
     void screenPresented();
+
+  private:
+    bool offlineTold_ = false;
 };
 
 class FirstFrameWatch : public QObject {

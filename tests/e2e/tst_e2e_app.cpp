@@ -7,6 +7,7 @@
 #include "e2eharness.h"
 
 #include <QProcess>
+#include <QTcpServer>
 #include <QTemporaryDir>
 
 #include <functional>
@@ -189,6 +190,21 @@ class TestAppEndToEnd : public QObject {
         }
         // The run's own settings were saved in the damaged file's place.
         QVERIFY(QFileInfo(settingsFile).isFile());
+    }
+
+    // With its server out of reach the banner stays empty: the board says why on screen, once
+    // while the client keeps trying, and plays on.
+    void anUnreachableAdServerIsToldOnceOnScreen() {
+        QTemporaryDir home;
+        QTcpServer probe;  // a loopback port that was free a moment ago: nothing listens there
+        QVERIFY(probe.listen(QHostAddress::LocalHost));
+        const QString closed = QStringLiteral("http://127.0.0.1:%1/").arg(probe.serverPort());
+        probe.close();
+        const QString failure = QStringLiteral("no ad (com.sorvel.ads 2)");
+        const Launch run =
+            launchWithProfile(home.path(), {QStringLiteral("--ad-server"), closed}, nullptr,
+                              [&](const QString& output) { return output.count(failure) >= 2; });
+        QCOMPARE(run.output.count("said on screen that the ad is offline"), 1);
     }
 
     // The user quits while the ad server takes its time: the app ends cleanly without waiting
