@@ -6,6 +6,7 @@
 #include "platform/ui/screen.h"
 
 #include <QAbstractButton>
+#include <QCoreApplication>
 #include <QFontMetricsF>
 #include <QHash>
 #include <QLinearGradient>
@@ -83,6 +84,10 @@ class PadButton : public QAbstractButton {
         setText(title);
         setCursor(Qt::PointingHandCursor);
         setFocusPolicy(Qt::NoFocus);
+        // Screen readers say the title (the button's text) and then the key that plays it.
+        if (!key.isEmpty()) {
+            setAccessibleDescription(QCoreApplication::translate("PadButton", "Key %1").arg(key));
+        }
     }
     void setTitleSize(int pixels) { titleSize_ = pixels; }
 

@@ -29,6 +29,8 @@ void PXBBannerView::awakeFromNib() {
 
 void PXBBannerView::commonInitializer() {
     setBackgroundColor(Qt::transparent);
+    // What a screen reader says before the ad page's own content.
+    setAccessibleName(tr("Advertisement"));
     auto object = std::make_shared<PXBObjectPrivate>(this);
     // The banner's signals go out whether or not a delegate is ever set.
     object->delegateManager()->setAdView(this);

@@ -4,9 +4,11 @@
 #include "app/ScrollView.h"
 
 #include <QAbstractButton>
+#include <QAccessible>
 #include <QTemporaryDir>
 #include <QTest>
 #include <algorithm>
+#include <functional>
 
 #include "platform/ui/uitestmain.h"
 
@@ -49,6 +51,29 @@ class TestMainView : public QObject {
         made.clear();
         view.reset();
         QTest::qWait(1);
+    }
+
+    // What assistive technology reads from the board (the AT-SPI bridge serves this tree): every
+    // button has a role and a name, and each pad's description says its key.
+    void everyButtonHasANameForScreenReaders() {
+        QStringList unnamed;
+        QStringList keys;
+        const std::function<void(QAccessibleInterface*)> walk = [&](QAccessibleInterface* node) {
+            if (node->role() == QAccessible::Button) {
+                const QString name = node->text(QAccessible::Name);
+                if (name.trimmed().isEmpty()) {
+                    unnamed << node->object()->metaObject()->className();
+                }
+                keys << node->text(QAccessible::Description);
+            }
+            for (int i = 0; i < node->childCount(); ++i) {
+                walk(node->child(i));
+            }
+        };
+        walk(QAccessible::queryAccessibleInterface(view.get()));
+        QVERIFY2(unnamed.isEmpty(), qPrintable(unnamed.join(", ")));
+        QVERIFY(keys.contains(QStringLiteral("Key 1")));
+        QVERIFY(keys.contains(QStringLiteral("Key M")));
     }
 
     void aMissingClipDoesNothing() {
