@@ -161,7 +161,7 @@ Application* Application::sharedApplication() {
 
 Application::Application() : QObject(qApp) {
     // The desktop's focus says nothing about whether the user can see us (Qt's own application
-    // state follows it): the phone windows' visibility decides.
+    // state follows it): the visibility of the application's windows decides.
     state_ = StateInactive;
     for (QWidget* widget : applicationWindows()) {
         if (widget->isVisible() && !widget->isMinimized()) {
