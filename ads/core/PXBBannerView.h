@@ -27,9 +27,9 @@ class SORVEL_EXPORT PXBBannerView : public platform::View {
     /// Marks construction by an interface file: the ad object comes with awakeFromNib().
     struct FromInterfaceFile {};
 
-    /// A banner with `frame`, in the parent's coordinates (initWithFrame:).
+    /// A banner with `frame`, in the parent's coordinates.
     explicit PXBBannerView(const QRect& frame, QWidget* parent = nullptr);
-    /// A banner with the empty frame, for a layout to size (init).
+    /// A banner with the empty frame, for a layout to size.
     explicit PXBBannerView(QWidget* parent = nullptr);
     /// A banner made by an interface file: it has no ad object until awakeFromNib().
     PXBBannerView(FromInterfaceFile, QWidget* parent = nullptr);

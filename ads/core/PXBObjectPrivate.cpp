@@ -149,6 +149,15 @@ void PXBObjectPrivate::registerForNotifications() {
 
 PXBObjectPrivate::~PXBObjectPrivate() {
     platform::NotificationCenter::defaultCenter().removeObserver(this);
+    // Screens shown over the banner's window close with the banner: their presenter goes with it,
+    // and nothing would be left to close them.
+    if (windowPresenter_ != nullptr && windowPresenter_->presentedViewController() != nullptr) {
+        if (auto* screen =
+                qobject_cast<PXBViewController*>(windowPresenter_->presentedViewController())) {
+            screen->relinquishScreen();
+        }
+        windowPresenter_->dismissModalViewControllerAnimated(false);
+    }
     if (webView_ != nullptr) {
         // Deleting the view stops its page's scripts and media at once: no empty page first.
         webView_->setDelegate(nullptr);

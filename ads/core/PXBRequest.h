@@ -17,9 +17,9 @@ class SORVEL_EXPORT PXBRequest {
   public:
     virtual ~PXBRequest() = default;  ///< Destroys the request.
 
-    /// A new request (the class operation of the same name).
+    /// A new, empty request.
     static std::shared_ptr<PXBRequest> request();
-    /// A new request by the allocate-and-initialise route; it too yields a PXBRequestPrivate.
+    /// A new, empty request, as request() gives.
     static std::shared_ptr<PXBRequest> create();
     /// A new PXBRequestPrivate holding the same values (a shallow copy: the keyword array and
     /// the other objects are shared).

@@ -32,7 +32,7 @@ enum PXBErrorCode : qint32 {
 /// receive it.
 class SORVEL_EXPORT PXBRequestError : public platform::Error {
   public:
-    /// An error with `code` for `request` (initWithCode:request:). An invalid-request error
+    /// An error with `code` for `request` An invalid-request error
     /// (code 0) also carries every entry of the request's parameters, so the developer sees what
     /// was (or would have been) sent.
     PXBRequestError(qint64 code, const PXBRequest* request);

@@ -2,6 +2,7 @@
 
 #include <QHeaderView>
 #include <QJsonDocument>
+#include <QPointer>
 #include <QTreeWidget>
 #include <QVBoxLayout>
 
@@ -10,6 +11,9 @@ namespace {
 constexpr int kWhat = 0;
 constexpr int kValue = 1;
 constexpr int kTime = 2;
+// Where a tracker's row keeps its tracker's id (until the outcome) and the time it was sent.
+constexpr int kTrackerRole = Qt::UserRole + 1;
+constexpr int kStartRole = Qt::UserRole + 2;
 // Older entries of a growing section go: the window stays light however long the ad runs.
 constexpr int kMaximumEntries = 50;
 
@@ -57,6 +61,9 @@ PXBInspector* PXBInspector::showInspector() {
 
 PXBInspector::PXBInspector() {
     setAttribute(Qt::WA_DeleteOnClose);
+    // A window for the developer: it neither keeps the application running once its own windows
+    // are closed nor counts as one of them (see platform::Application::applicationState).
+    setAttribute(Qt::WA_QuitOnClose, false);
     setWindowTitle(QStringLiteral("Sorvel inspector"));
     tree_ = new QTreeWidget(this);
     tree_->setColumnCount(3);
@@ -166,19 +173,28 @@ void PXBInspector::add(const PXBInspection::Record& record) {
         case Kind::Tracker: {
             const QString id = record.details.value(QStringLiteral("id")).toString();
             const QString status = record.details.value(QStringLiteral("status")).toString();
-            QTreeWidgetItem* row = ad.trackers.value(id);
+            QTreeWidgetItem* section = ad.sections.value(QStringLiteral("Trackers"));
+            // A tracker still awaiting its outcome is found by its id; its row may have gone
+            // with the oldest ones, and then the outcome has nowhere to go.
+            QTreeWidgetItem* row = nullptr;
+            for (int i = section->childCount() - 1; i >= 0 && row == nullptr; --i) {
+                if (section->child(i)->data(kWhat, kTrackerRole).toString() == id) {
+                    row = section->child(i);
+                }
+            }
             if (row == nullptr) {
-                row = addEntry(ad.sections.value(QStringLiteral("Trackers")), record.text, status,
-                               record.seconds);
-                ad.trackers.insert(id, row);
-                ad.trackerStarts.insert(id, record.seconds);
+                if (status == QLatin1String("sent")) {
+                    row = addEntry(section, record.text, status, record.seconds);
+                    row->setData(kWhat, kTrackerRole, id);
+                    row->setData(kTime, kStartRole, record.seconds);
+                }
                 break;
             }
             // The outcome: the row keeps the URL it was sent to and gains the time it took.
-            const double took = record.seconds - ad.trackerStarts.take(id);
+            const double took = record.seconds - row->data(kTime, kStartRole).toDouble();
             row->setText(kValue,
                          QStringLiteral("%1 after %2 ms").arg(status).arg(qRound(took * 1000)));
-            ad.trackers.remove(id);
+            row->setData(kWhat, kTrackerRole, QVariant());  // a later tracker may reuse the id
             break;
         }
         case Kind::Refresh: {

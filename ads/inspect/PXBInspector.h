@@ -8,7 +8,6 @@
 #include "ads/inspect/PXBInspection.h"
 
 #include <QHash>
-#include <QPointer>
 #include <QTimer>
 #include <QWidget>
 
@@ -33,8 +32,6 @@ class PXBInspector : public QWidget {
     struct Ad {
         QTreeWidgetItem* item = nullptr;
         QHash<QString, QTreeWidgetItem*> sections;
-        QHash<QString, QTreeWidgetItem*> trackers;  // by tracker, while its outcome is awaited
-        QHash<QString, double> trackerStarts;
         double refreshDue = -1;  // seconds on the inspection clock; -1: none scheduled
     };
 

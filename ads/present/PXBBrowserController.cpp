@@ -17,6 +17,32 @@
 
 using platform::BarButtonItem;
 
+namespace {
+
+// One line that shortens itself in the middle to its width, keeping the host and the path's end.
+class AddressLabel : public QLabel {
+  public:
+    using QLabel::QLabel;
+    void setAddress(const QString& address) {
+        address_ = address;
+        elide();
+    }
+
+  protected:
+    void resizeEvent(QResizeEvent* event) override {
+        QLabel::resizeEvent(event);
+        elide();
+    }
+
+  private:
+    void elide() {
+        setText(fontMetrics().elidedText(address_, Qt::ElideMiddle, contentsRect().width()));
+    }
+    QString address_;
+};
+
+}  // namespace
+
 PXBBrowserControllerPrivate::~PXBBrowserControllerPrivate() {
     if (webView != nullptr) {
         webView->setDelegate(nullptr);
@@ -118,7 +144,7 @@ void PXBBrowserController::viewWillAppear(bool animated) {
     strip->setAutoresizingMask(platform::ViewAutoresizingFlexibleWidth |
                                platform::ViewAutoresizingFlexibleBottomMargin);
     view()->addSubview(strip);
-    auto* address = new QLabel(strip);
+    auto* address = new AddressLabel(strip);
     auto* layout = new QHBoxLayout(strip);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(address);
@@ -240,8 +266,7 @@ void PXBBrowserController::refreshToolbar() {
         v->safariButton->setEnabled(false);
     }
     if (v->address != nullptr) {
-        v->address->setText(v->address->fontMetrics().elidedText(shownAddress(), Qt::ElideMiddle,
-                                                                 view()->width() - 12));
+        static_cast<AddressLabel*>(v->address.data())->setAddress(shownAddress());
         v->address->setToolTip(v->webView->request().url().toDisplayString());
     }
     BarButtonItem* space = v->flexibleSpaceButton;
@@ -255,7 +280,9 @@ QString PXBBrowserController::shownAddress() const {
     if (url.isEmpty()) {
         return {};
     }
-    const QString where = url.host() +
+    // The host as it travels (punycode), so that letters borrowed from another script cannot
+    // pass one site off as another.
+    const QString where = url.host(QUrl::FullyEncoded) +
                           (url.port() > 0 ? QStringLiteral(":%1").arg(url.port()) : QString()) +
                           url.path();
     return url.scheme() == QLatin1String("http") ? tr("Not secure") + QStringLiteral(" · ") + where

@@ -135,7 +135,16 @@ void PXBViewController::presentFromViewController(platform::ViewController* pres
 
     private_->interactingWithParent = true;
     presentedOverApplication_ = true;
+    const QPointer<platform::ViewController> presenterLeft(presenter);
     delegateManager()->willPresentScreen();
+    if (presenterLeft == nullptr) {
+        // The application let the banner go as it heard of the screen, and with it what the
+        // screen would have covered: nothing is presented.
+        platform::NotificationCenter::defaultCenter().postNotification(
+            PXBViewControllerDidRelinquishFullScreen, this);
+        keepUp(nullptr);
+        return;
+    }
     platform::Application* app = platform::Application::sharedApplication();
     if (coversStatusBar(this)) {
         private_->statusBarWasHidden = app->isStatusBarHidden();

@@ -257,7 +257,8 @@ QList<QWidget*> Application::applicationWindows() {
         if (qobject_cast<Window*>(widget) != nullptr) {
             phoneWindows.append(widget);
         } else if (widget->windowType() == Qt::Window &&
-                   !widget->testAttribute(Qt::WA_DontShowOnScreen)) {
+                   !widget->testAttribute(Qt::WA_DontShowOnScreen) &&
+                   widget->testAttribute(Qt::WA_QuitOnClose)) {
             plainWindows.append(widget);
         }
     }

@@ -88,8 +88,9 @@ class Application : public QObject {
 
     // Active while a window of the application is on screen, shown and not minimised, whether or
     // not it has the focus: its phone windows (Window) where it has any, otherwise its ordinary
-    // top-level windows (an application that shows a banner in a QMainWindow, say); background once
-    // every such window is minimised or hidden; inactive only in between and before the first
+    // top-level windows (an application that shows a banner in a QMainWindow, say) save those
+    // that do not keep it running (Qt::WA_QuitOnClose off: a developer's inspector); background
+    // once every such window is minimised or hidden; inactive only in between and before the first
     // window shows. Changes post the notifications (resign active before entering background, enter
     // foreground before becoming active) and call the delegate. Tests may drive the state directly
     // through applyQtState.

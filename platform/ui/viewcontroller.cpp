@@ -72,9 +72,9 @@ void runTransition(bool animated, std::function<void(double)> step, std::functio
     animation->start();
 }
 
-// A screen presented over a window other than a phone Window keeps its size with the window and
-// takes Esc for its stack; a phone Window does both for everything it shows.
-void followPlainWindow(ViewController* root, View* view, QWidget* window) {
+// A screen presented over a window other than a phone Window keeps its size with the window; the
+// first screen of a stack also takes Esc for the whole stack. A phone Window does both itself.
+void followPlainWindow(ViewController* presenter, View* view, QWidget* window) {
     class SizeFollower : public QObject {
       public:
         SizeFollower(View* view, QWidget* window) : QObject(view), view_(view) {
@@ -95,15 +95,18 @@ void followPlainWindow(ViewController* root, View* view, QWidget* window) {
     const QString name = QStringLiteral("followsPlainWindow");
     qDeleteAll(view->findChildren<QObject*>(name, Qt::FindDirectChildrenOnly));
     new SizeFollower(view, window);
+    if (presenter->presentingViewController() != nullptr) {
+        return;
+    }
     auto* escape = new QShortcut(QKeySequence(Qt::Key_Escape), view);
     escape->setContext(Qt::WindowShortcut);
     escape->setObjectName(name);
-    QObject::connect(escape, &QShortcut::activated, root, [root] {
-        ViewController* top = root;
+    QObject::connect(escape, &QShortcut::activated, presenter, [presenter] {
+        ViewController* top = presenter;
         while (top->presentedViewController() != nullptr) {
             top = top->presentedViewController();
         }
-        for (ViewController* c = top; c != nullptr && c != root;
+        for (ViewController* c = top; c != nullptr && c != presenter;
              c = c->presentingViewController()) {
             if (c->escapePressed()) {
                 return;
@@ -163,7 +166,19 @@ QWidget* ViewController::presentationWindow() const {
 }
 
 QWidget* AnchoredViewController::presentationWindow() const {
-    return anchor_ != nullptr ? anchor_->window() : ViewController::presentationWindow();
+    // A banner in no window yet would get the screens inside itself: the key window takes them.
+    if (anchor_ != nullptr && anchor_->window() != anchor_) {
+        return anchor_->window();
+    }
+    return ViewController::presentationWindow();
+}
+
+bool AnchoredViewController::becomeFirstResponder() {
+    // The focus goes back to where the user left it in the window, not to a view of ours.
+    if (anchor_ != nullptr && anchor_->window() != anchor_) {
+        anchor_->window()->activateWindow();
+    }
+    return true;
 }
 
 void ViewController::beginAppearance(bool appearing, bool animated) {
@@ -207,7 +222,7 @@ void ViewController::presentModalViewController(std::shared_ptr<ViewController> 
         view->setParent(window);
         auto* phoneWindow = qobject_cast<Window*>(window);
         view->setFrame(phoneWindow != nullptr ? phoneWindow->bounds() : window->rect());
-        if (phoneWindow == nullptr && presenting_ == nullptr) {
+        if (phoneWindow == nullptr) {
             followPlainWindow(this, view, window);
         }
         view->raise();

@@ -92,7 +92,7 @@ class ViewController : public QObject, public std::enable_shared_from_this<ViewC
     virtual bool escapePressed() { return false; }
 
     // Gives keyboard focus to the view.
-    bool becomeFirstResponder();
+    virtual bool becomeFirstResponder();
 
     // The window the controller's view is in, if any.
     Window* window() const;
@@ -126,6 +126,7 @@ class AnchoredViewController : public ViewController {
   public:
     explicit AnchoredViewController(QWidget* anchor) : anchor_(anchor) {}
     QWidget* presentationWindow() const override;
+    bool becomeFirstResponder() override;
 
   private:
     QPointer<QWidget> anchor_;

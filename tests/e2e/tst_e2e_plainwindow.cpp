@@ -64,6 +64,17 @@ class TestPlainWindowEndToEnd : public QObject {
         QTRY_COMPARE_WITH_TIMEOUT(dismissed.size(), 1, kWait);
         QVERIFY(ad->presenter()->presentedViewController() == nullptr);
 
+        // The application takes the banner away while its screen is up: the screen goes too,
+        // and the next ad may open one again.
+        QVERIFY(e2e::waitFor([&] { return PXBTiming::counter() - ad->timeLastLoaded() >= 0.15; },
+                             5000));
+        Harness::pressOn(banner->webView(), QPoint(160, 25));
+        QTRY_COMPARE_WITH_TIMEOUT(presented.size(), 2, kWait);
+        QPointer<platform::View> again = ad->presenter()->presentedViewController()->view();
+        delete banner;
+        QTRY_VERIFY(again == nullptr || !again->isVisible());
+        QTRY_COMPARE(PXBViewController::screensUp(), 0);
+
         window.showMinimized();
         QTRY_COMPARE(app->applicationState(), platform::Application::StateBackground);
     }

@@ -5,6 +5,8 @@
 
 #include "platform/notificationcenter.h"
 
+#include <QScopeGuard>
+
 using e2e::Harness;
 using e2e::kWait;
 
@@ -66,15 +68,14 @@ class TestRefreshEndToEnd : public QObject {
 
     void withRefreshTurnedOffTheAdStaysEvenAfterTheForeground() {
         PXBConfiguration::setRefreshesAutomatically(false);
+        const auto restore = qScopeGuard([] { PXBConfiguration::setRefreshesAutomatically(true); });
         h.addBanner(QStringLiteral("e2e0000000000f1"));
         h.load();
         QTRY_VERIFY_WITH_TIMEOUT(h.recorder.events.contains("receive"), kWait);
         QTRY_COMPARE(h.state(), int(kPXBAdStateShown));
         QVERIFY(h.setBackground(true));
         QVERIFY(h.setBackground(false));
-        const bool scheduled = h.ad()->isReloadTimerActive();
-        PXBConfiguration::setRefreshesAutomatically(true);
-        QVERIFY(!scheduled);
+        QVERIFY(!h.ad()->isReloadTimerActive());
     }
 
     void theTrackingURLsOfEveryRedirectHopFire() {

@@ -13,6 +13,7 @@ cleanup() {
     rm -rf "$work"
 }
 trap cleanup EXIT
+trap 'exit 143' TERM INT HUP  # ctest's timeout: the server and the folder go too
 fail() { echo "FAIL: $*" >&2; exit 1; }
 
 for component in libs sdk; do

@@ -127,6 +127,7 @@ class TestViewController : public QObject {
         QCOMPARE(second->view()->geometry(), plain.rect());
         plain.resize(640, 400);
         QTRY_COMPARE(first->view()->geometry(), QRect(0, 0, 640, 400));
+        QTRY_COMPARE(second->view()->geometry(), QRect(0, 0, 640, 400));
 
         QTest::keyClick(&plain, Qt::Key_Escape);
         QCOMPARE(presenter->presentedViewController(), first.get());
