@@ -193,9 +193,14 @@ class Harness {
     }
 
     // Waits until the ad is shown, painted and old enough for a press to be a click.
-    bool waitUntilClickable() const {
-        return waitFor([&] { return state() == kPXBAdStateShown; }, kWait) && waitUntilPainted() &&
-               waitFor([&] { return PXBTiming::counter() - ad()->timeLastLoaded() >= 0.15; }, 5000);
+    bool waitUntilClickable() const { return waitUntilClickable(banner); }
+
+    // The same for any banner (one in a window of its own, say).
+    static bool waitUntilClickable(PXBBannerView* banner) {
+        PXBObjectPrivate* ad = banner->privateObject();
+        return waitFor([&] { return ad->state() == kPXBAdStateShown; }, kWait) &&
+               waitUntilPainted(banner->webView()) &&
+               waitFor([&] { return PXBTiming::counter() - ad->timeLastLoaded() >= 0.15; }, 5000);
     }
 
     // The same, then the user's press that lets a page open something.

@@ -42,6 +42,16 @@ struct Presented {
     }
     void present() { root->presentModalViewController(composer, false); }
     void send() { composer->view()->findChild<QPushButton*>("send")->click(); }
+    // Presents a message and sends it where no mail program takes it: the composer stays up,
+    // with the notice over it.
+    void presentAndSendUntaken(const QString& subject, const QString& body) {
+        Application::sharedApplication()->setUrlOpener([](const QUrl&) { return false; });
+        composer->setSubject(subject);
+        composer->setMessageBody(body, false);
+        present();
+        QTest::ignoreMessage(QtInfoMsg, "No mail program took the message");
+        send();
+    }
 
     Window window;
     std::shared_ptr<ViewController> root = std::make_shared<ViewController>();
@@ -171,13 +181,8 @@ class TestMailComposer : public QObject {
         const QPalette before = QGuiApplication::palette();
         QApplication::setPalette(palette);
         const auto restore = qScopeGuard([&] { QApplication::setPalette(before); });
-        Application::sharedApplication()->setUrlOpener([](const QUrl&) { return false; });
         Presented p;
-        p.composer->setSubject("Table for two");
-        p.composer->setMessageBody("Hello!", false);
-        p.present();
-        QTest::ignoreMessage(QtInfoMsg, "No mail program took the message");
-        p.send();  // refused: the notice comes up over the composer
+        p.presentAndSendUntaken("Table for two", "Hello!");
         QVERIFY(Notice::current(&p.window) != nullptr);
         const QImage shot = p.window.grab().toImage();
         QStringList faint;
@@ -208,13 +213,8 @@ class TestMailComposer : public QObject {
     // With no mail program to take it, the message is not lost: the composer stays up and a
     // notice offers it to copy.
     void aMessageNoProgramTakesStaysToBeCopied() {
-        Application::sharedApplication()->setUrlOpener([](const QUrl&) { return false; });
         Presented p;
-        p.composer->setSubject("Hi");
-        p.composer->setMessageBody("Line 1\nLine 2", false);
-        p.present();
-        QTest::ignoreMessage(QtInfoMsg, "No mail program took the message");
-        p.send();
+        p.presentAndSendUntaken("Hi", "Line 1\nLine 2");
         QVERIFY(p.delegate.results.isEmpty());
         QCOMPARE(p.root->presentedViewController(), p.composer.get());
         QPointer<Notice> notice = Notice::current(&p.window);
