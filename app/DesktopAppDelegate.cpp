@@ -3,11 +3,10 @@
 #include "ads/core/PXBBannerView.h"
 #include "ads/core/PXBConfiguration.h"
 #include "ads/core/PXBRequestError.h"
-#include "ads/device/PXBNetworkChecker.h"
-#include "ads/present/PXBWebView.h"
 #include "app/Bundle.h"
 #include "platform/log.h"
 #include "platform/ui/notice.h"
+#include "platform/ui/webview.h"
 #include "platform/ui/webviewpaint.h"
 
 #include <QCoreApplication>
@@ -24,6 +23,12 @@
 namespace {
 void say(const QString& line) {
     qInfo().noquote() << "brindle-sounds:" << line;
+}
+
+// The page the banner shows its ad in. The program knows the banner by its public interface
+// only, where the web view is opaque: it finds its platform view among the banner's children.
+platform::WebView* adPageOf(PXBBannerView* banner) {
+    return banner != nullptr ? banner->findChild<platform::WebView*>() : nullptr;
 }
 
 // A press and release of the left button on the widget under the view's middle (the web
@@ -121,7 +126,6 @@ void DesktopAppDelegate::configureAdClient() {
             say(QStringLiteral("built-in ad server at %1").arg(adServer_->url().toString()));
             PXBConfiguration::setAdServerURL(adServer_->url());
             PXBConfiguration::setScriptHostURL(adServer_->url());
-            PXBNetworkChecker::setWebHostName(adServer_->url().host());
             return;
         }
         say(QStringLiteral("built-in ad server did not start: %1").arg(adServer_->errorString()));
@@ -133,9 +137,6 @@ void DesktopAppDelegate::configureAdClient() {
     }
     PXBConfiguration::setAdServerURL(options_.adServer);
     PXBConfiguration::setScriptHostURL(options_.scriptHost);
-    if (!PXBConfiguration::adServerURL().isEmpty()) {
-        PXBNetworkChecker::setWebHostName(PXBConfiguration::adServerURL().host());
-    }
     say(QStringLiteral("ad server %1, script from %2")
             .arg(PXBConfiguration::adServerURL().toString(),
                  PXBConfiguration::scriptURL().toString()));
@@ -182,12 +183,12 @@ bool DesktopAppDelegate::applicationDidFinishLaunchingWithOptions(
     } else if (!options_.screenshotPath.isEmpty()) {
         QObject::connect(&monitor_, &BannerMonitor::adShown, &monitor_, [this] {
             // The ad's page has loaded; its first frame follows shortly.
-            PXBBannerView* banner = viewController()->Qarbo();
-            if (banner == nullptr || banner->webView() == nullptr) {
+            platform::WebView* page = adPageOf(viewController()->Qarbo());
+            if (page == nullptr) {
                 takeScreenshotAndQuit();
                 return;
             }
-            platform::whenPagePainted(banner->webView(), [this](bool) { takeScreenshotAndQuit(); });
+            platform::whenPagePainted(page, [this](bool) { takeScreenshotAndQuit(); });
         });
     }
     if (!options_.screenshotPath.isEmpty()) {
@@ -199,12 +200,11 @@ bool DesktopAppDelegate::applicationDidFinishLaunchingWithOptions(
     }
     if (options_.pressAd) {
         QObject::connect(&monitor_, &BannerMonitor::adShown, &monitor_, [this] {
-            PXBBannerView* banner = viewController()->Qarbo();
-            if (banner == nullptr || banner->webView() == nullptr || adPressed_) {
+            QPointer<platform::WebView> view(adPageOf(viewController()->Qarbo()));
+            if (view == nullptr || adPressed_) {
                 return;
             }
             adPressed_ = true;
-            QPointer<PXBWebView> view(banner->webView());
             // Drawn, and a moment older than the shortest click the ad client takes.
             platform::whenPagePainted(view, [view](bool) {
                 QTimer::singleShot(300, view, [view] { pressMiddleOf(view); });

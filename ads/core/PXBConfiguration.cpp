@@ -1,5 +1,6 @@
 #include "ads/core/PXBConfiguration.h"
 
+#include "ads/device/PXBNetworkChecker.h"
 #include "ads/inspect/PXBInspector.h"
 #include "platform/netaddress.h"
 #include "platform/ui/application.h"
@@ -61,18 +62,29 @@ QUrl PXBConfiguration::rootFromText(const QString& text) {
     return url;
 }
 
+namespace {
+
+// The network checker watches the way to the ad server, whichever way the server was named.
+void setAdServer(Roots& r, const QUrl& url) {
+    r.adServerSet = true;
+    r.adServer = url;
+    if (!url.host().isEmpty()) {
+        PXBNetworkChecker::setWebHostName(url.host());
+    }
+}
+
+}  // namespace
+
 QUrl PXBConfiguration::adServerURL() {
     Roots& r = roots();
     if (!r.adServerSet) {
-        r.adServerSet = true;
-        r.adServer = rootFromText(qEnvironmentVariable("SORVEL_AD_SERVER"));
+        setAdServer(r, rootFromText(qEnvironmentVariable("SORVEL_AD_SERVER")));
     }
     return r.adServer;
 }
 
 void PXBConfiguration::setAdServerURL(const QUrl& url) {
-    roots().adServerSet = true;
-    roots().adServer = url;
+    setAdServer(roots(), url);
 }
 
 QUrl PXBConfiguration::scriptHostURL() {

@@ -47,9 +47,18 @@ file(GLOB deb_libraries "${SCRATCH}/cpack/libsorvel1_*.deb" "${SCRATCH}/cpack/li
 foreach(found ${deb_libraries})
     run(dpkg-deb -x "${found}" "${root}")
 endforeach()
+# The engines come with the ad client's runtime package, which the sound board runs on.
+file(GLOB deb_runtime "${SCRATCH}/cpack/libsorvel1_*.deb")
+if(NOT deb_runtime)
+    message(FATAL_ERROR "no libsorvel1 package")
+endif()
+run(dpkg-deb --field "${deb_runtime}" Depends)
+if(NOT depends_brindle-sounds MATCHES "(^|, )libsorvel1 \\(= ")
+    message(FATAL_ERROR "brindle-sounds does not depend on its own version of libsorvel1")
+endif()
 foreach(library libqt6webenginewidgets6 libqt6multimedia6 libavformat)
-    if(NOT depends_brindle-sounds MATCHES "${library}")
-        message(FATAL_ERROR "brindle-sounds does not depend on ${library}")
+    if(NOT output MATCHES "${library}")
+        message(FATAL_ERROR "libsorvel1 does not depend on ${library}")
     endif()
 endforeach()
 # The developer's server is not the user's: it has a package of its own.
@@ -78,7 +87,8 @@ foreach(file
 endforeach()
 
 if(deb_libraries)
-    foreach(file */libsorvel.so.1 */libsorvel.so */cmake/Sorvel/SorvelConfig.cmake
+    foreach(file */libsorvel.so.1 */libsorvel-platform.so.1 */libsorvel.so
+            */cmake/Sorvel/SorvelConfig.cmake
             */pkgconfig/sorvel.pc ../include/sorvel/SorvelAds)
         file(GLOB found "${root}/usr/lib/${file}")
         if(NOT found)
@@ -116,10 +126,14 @@ endif()
 run("${root}/usr/bin/sorvel-adserver" --help)
 
 # The program as a user starts it, with a profile of its own; nothing points it at the build
-# tree, so the sounds it finds are the unpacked ones.
+# tree, so the sounds it finds are the unpacked ones. Unpacked, not installed, its libraries are
+# where the loader does not look by itself.
 set(shot "${SCRATCH}/screenshot.png")
+file(GLOB unpacked_libdir "${root}/usr/lib/*/libsorvel.so.1")
+get_filename_component(unpacked_libdir "${unpacked_libdir}" DIRECTORY)
 execute_process(
     COMMAND ${CMAKE_COMMAND} -E env --unset=BRINDLE_SOUNDS_RESOURCES
+            "LD_LIBRARY_PATH=${unpacked_libdir}"
             "XDG_CONFIG_HOME=${SCRATCH}/config" "XDG_CACHE_HOME=${SCRATCH}/cache"
             "XDG_DATA_HOME=${SCRATCH}/data"
             "${root}/usr/bin/brindle-sounds" --screenshot "${shot}" --screenshot-delay 30
