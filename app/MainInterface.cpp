@@ -14,6 +14,7 @@
 #include <QPainterPath>
 #include <QPropertyAnimation>
 #include <QShortcut>
+#include <QTextLayout>
 #include <QTimer>
 
 #include <algorithm>
@@ -76,6 +77,44 @@ QColor textColorOn(const QColor& background) {
     return onWhite >= onDark ? QColor(Qt::white) : dark;
 }
 
+// Lays `title` out word-wrapped and centred in `box`, every line clear of `badge` (the key in the
+// top right corner): a line level with the badge is narrowed on both sides, so that the title
+// stays centred. Returns whether it fits: no word wider than its line, no line outside the box.
+bool layOutTitle(QTextLayout& title, const QRectF& box, const QRectF& badge) {
+    QTextOption option(Qt::AlignHCenter);
+    option.setWrapMode(QTextOption::WordWrap);
+    title.setTextOption(option);
+    const double inset = badge.isEmpty() ? 0 : box.right() - badge.left() + 2;
+    // Where the lines start depends on how many there are, and how many on which are narrowed:
+    // a few rounds settle it.
+    double top = box.top();
+    double height = 0;
+    for (int round = 0; round < 3; ++round) {
+        title.beginLayout();
+        double y = top;
+        for (QTextLine line = title.createLine(); line.isValid(); line = title.createLine()) {
+            const double lineHeight = QFontMetricsF(title.font()).height();
+            const bool level = y < badge.bottom() && y + lineHeight > badge.top();
+            const double side = level ? inset : 0;
+            line.setLineWidth(box.width() - 2 * side);
+            line.setPosition(QPointF(box.left() + side, y));
+            y += line.height();
+        }
+        title.endLayout();
+        height = y - top;
+        top = box.top() + std::max(0.0, (box.height() - height) / 2);
+    }
+    if (height > box.height()) {
+        return false;
+    }
+    for (int i = 0; i < title.lineCount(); ++i) {
+        if (title.lineAt(i).naturalTextWidth() > title.lineAt(i).width() + 0.5) {
+            return false;
+        }
+    }
+    return true;
+}
+
 // A rounded, coloured pad with its title wrapped in the middle and its key in a corner.
 class PadButton : public QAbstractButton {
   public:
@@ -110,33 +149,37 @@ class PadButton : public QAbstractButton {
         painter.setPen(QPen(QColor(255, 255, 255, 90), 1));
         painter.drawPath(pad);
 
-        const QRectF textBox = box.adjusted(8, 6, -8, -6);
-        // The largest size up to the title size at which the wrapped title fits the pad.
+        // The key's badge first, as the title keeps clear of it.
         QFont font = painter.font();
         font.setBold(true);
+        QRectF badge;
+        if (!key_.isEmpty()) {
+            font.setPixelSize(11);
+            const QFontMetricsF metrics(font);
+            const double side = metrics.height() + 2;
+            const double width = std::max(side, metrics.horizontalAdvance(key_) + 8);
+            badge = QRectF(box.right() - 6 - width, box.top() + 5, width, side);
+        }
+        // The largest size up to the title size at which the wrapped title fits the pad.
+        const QRectF textBox = box.adjusted(8, 6, -8, -6);
+        QTextLayout title(text());
         for (int size = titleSize_; size >= 8; --size) {
             font.setPixelSize(size);
-            const QRectF needed = QFontMetricsF(font).boundingRect(
-                textBox, Qt::AlignCenter | Qt::TextWordWrap, text());
-            if (needed.width() <= textBox.width() && needed.height() <= textBox.height()) {
+            title.setFont(font);
+            if (layOutTitle(title, textBox, badge)) {
                 break;
             }
         }
-        painter.setFont(font);
         const QColor ink = textColorOn(base);
         const bool darkInk = ink != QColor(Qt::white);
         painter.setPen(darkInk ? QColor(255, 255, 255, 70) : QColor(0, 0, 0, 60));
-        painter.drawText(textBox.translated(0, 1), Qt::AlignCenter | Qt::TextWordWrap, text());
+        title.draw(&painter, QPointF(0, 1));
         painter.setPen(ink);
-        painter.drawText(textBox, Qt::AlignCenter | Qt::TextWordWrap, text());
+        title.draw(&painter, QPointF(0, 0));
         if (!key_.isEmpty()) {
             // White on a dark badge: at least 6:1 on every pad colour, light or dark.
             font.setPixelSize(11);
             painter.setFont(font);
-            const QFontMetricsF metrics(font);
-            const double side = metrics.height() + 2;
-            const double width = std::max(side, metrics.horizontalAdvance(key_) + 8);
-            const QRectF badge(box.right() - 6 - width, box.top() + 5, width, side);
             QPainterPath badgePath;
             badgePath.addRoundedRect(badge, 5, 5);
             painter.fillPath(badgePath, QColor(0, 0, 0, 165));

@@ -217,6 +217,26 @@ class TestMainView : public QObject {
         QCOMPARE(keys.size(), int(MainView::sounds().size()));
         QVERIFY(!keys.contains(""));
     }
+
+    // However long a pad's title, it wraps around the key's badge in the top right corner: the
+    // corner looks the same with the title and without it.
+    void padTitlesKeepClearOfTheirKeys() {
+        QStringList touching;
+        for (const auto& sound : MainView::sounds()) {
+            QAbstractButton* pad = MainInterface::buttonForAction(view.get(), sound.action);
+            QVERIFY(pad != nullptr);
+            const QString title = pad->text();
+            const QRect corner(pad->width() - 24, 0, 24, 24);
+            const QImage titled = pad->grab(corner).toImage();
+            pad->setText(QString());
+            const QImage bare = pad->grab(corner).toImage();
+            pad->setText(title);
+            if (titled != bare) {
+                touching << title;
+            }
+        }
+        QVERIFY2(touching.isEmpty(), qPrintable(touching.join(", ")));
+    }
 };
 
 SORVEL_UI_TEST_MAIN(TestMainView)
