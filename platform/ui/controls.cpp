@@ -79,6 +79,25 @@ void BarButtonItem::trigger() {
 
 namespace {
 
+// A bar button that shows when it has the keyboard focus, in its title's colour: flat buttons
+// show none in most styles. A click does not take the focus, so the ring means the keyboard's.
+class BarToolButton : public QToolButton {
+  public:
+    using QToolButton::QToolButton;
+
+  protected:
+    void paintEvent(QPaintEvent* event) override {
+        QToolButton::paintEvent(event);
+        if (!hasFocus()) {
+            return;
+        }
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(QPen(palette().color(QPalette::ButtonText), 2));
+        painter.drawRoundedRect(QRectF(rect()).adjusted(1.5, 1.5, -1.5, -1.5), 4, 4);
+    }
+};
+
 // A standard icon redrawn in one colour, so that it matches the bar's own one-colour glyphs.
 QIcon inOneColour(const QIcon& icon, const QColor& colour) {
     QPixmap pixmap = icon.pixmap(QSize(20, 20));
@@ -168,7 +187,7 @@ void Toolbar::rebuild() {
         if (widget == nullptr) {
             auto* button = qobject_cast<QToolButton*>(previous.take(item).data());
             if (button == nullptr) {
-                button = new QToolButton(this);
+                button = new BarToolButton(this);
                 button->setProperty("sorvelBarButton", true);
                 QPointer<BarButtonItem> target = item;
                 connect(button, &QToolButton::clicked, this, [target] {

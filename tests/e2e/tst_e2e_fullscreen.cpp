@@ -14,6 +14,7 @@
 #include <QDBusConnection>
 #include <QLineEdit>
 #include <QProcess>
+#include <QToolButton>
 
 using e2e::Harness;
 using e2e::kWait;
@@ -381,6 +382,37 @@ class TestFullScreenEndToEnd : public QObject {
         h.server.setPathFaults(QStringLiteral("/landing/"), {});
         QVERIFY(bar->widgetAt(kDesktopPlace)->isEnabled());
         QVERIFY(browserShows(browser, QStringLiteral("/landing/")));
+
+        // The keyboard reaches every button of the toolbar with Tab, through the page's links
+        // and out of them, and the button with the focus shows it.
+        QHash<QWidget*, QImage> unfocused;
+        for (QToolButton* button : bar->findChildren<QToolButton*>()) {
+            if (button->isEnabled()) {
+                unfocused.insert(button, button->grab().toImage());
+            }
+        }
+        QCOMPARE(unfocused.size(), 3);  // reload, desktop, done: back and forward await a history
+        h.window->activateWindow();     // in front, as the user's window is
+        QVERIFY(QTest::qWaitForWindowActive(h.window.get()));
+        const auto focusedInPage = [&] {
+            return Harness::evaluate(browser->webView(),
+                                     QStringLiteral("document.activeElement.outerHTML"));
+        };
+        QString inPage = focusedInPage();
+        QSet<QWidget*> reached;
+        for (int press = 0; press < 40 && reached.size() < unfocused.size(); ++press) {
+            QWidget* before = QApplication::focusWidget();
+            QTest::keyClick(before != nullptr ? before : h.window.get(), Qt::Key_Tab);
+            // The page moves its own focus in its own time.
+            QTRY_VERIFY(QApplication::focusWidget() != before || focusedInPage() != inPage);
+            inPage = focusedInPage();
+            QWidget* now = QApplication::focusWidget();
+            if (unfocused.contains(now) && !reached.contains(now)) {
+                reached.insert(now);
+                QVERIFY2(now->grab().toImage() != unfocused.value(now), qPrintable(now->toolTip()));
+            }
+        }
+        QCOMPARE(reached.size(), unfocused.size());
 
         pressToolbar(browser, kDesktopPlace);
         const QList<QUrl>& opened = platform::Application::sharedApplication()->openedURLs();
