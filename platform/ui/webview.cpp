@@ -846,7 +846,10 @@ class EngineBackend : public QObject, public WebViewBackend {
             return;
         }
         double zoom = 1.0;
-        const double contentWidth = page_->contentsSize().width() / page_->zoomFactor();
+        // The engine gives the page's size in device pixels, zoomed: twice the page's own on a
+        // screen of scale 2.
+        const double contentWidth = page_->contentsSize().width() / page_->zoomFactor() /
+                                    std::max(1.0, view_->devicePixelRatioF());
         if (view_->scalesPageToFit() && contentWidth > view_->width() && view_->width() > 0) {
             zoom = std::max(0.25, view_->width() / contentWidth);
         }

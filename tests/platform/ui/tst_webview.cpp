@@ -133,6 +133,33 @@ class TestWebView : public QObject {
         }
     }
 
+    // A page wider than a view that scales pages to fit is zoomed out to the view's width, on a
+    // screen of any scale (the suite runs again with QT_SCALE_FACTOR=2): the page's viewport is
+    // then as wide as the page.
+    void aWidePageIsZoomedOutToTheViewsWidth() {
+        server_.route(QStringLiteral("/wide"), [](const auto&) {
+            return htmlResponse(
+                "<style>body{margin:0}</style><div style='width:640px;height:40px'>"
+                "</div>");
+        });
+        WebView view;
+        RecordingDelegate delegate(view);
+        view.setScalesPageToFit(true);
+        view.resize(320, 200);
+        view.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&view));
+        view.loadRequest(UrlRequest(server_.url(QStringLiteral("/wide"))));
+        QTRY_VERIFY_WITH_TIMEOUT(delegate.ended(), 15000);
+        // An answer may come after the view has gone (its page lives on for the next view).
+        const auto viewport = std::make_shared<QString>();
+        const auto measure = [&] {
+            view.stringByEvaluatingJavaScriptFromString(
+                "String(innerWidth)", [viewport](const QString& width) { *viewport = width; });
+            return *viewport;
+        };
+        QTRY_COMPARE_WITH_TIMEOUT(measure(), QStringLiteral("640"), 10000);
+    }
+
     // The page of a hidden view is kept, blanked, for the next one, unless it is stuck in a script
     // of its own: that one is never handed on, and its busy process goes.
     void aStuckPageIsNotHandedToTheNextView() {
