@@ -19,6 +19,12 @@ namespace platform {
 
 namespace {
 
+// A long address list shows its beginning, where the first addressee is, not its end.
+void setFieldText(QLineEdit* field, const QString& text) {
+    field->setText(text);
+    field->setCursorPosition(0);
+}
+
 QStringList splitAddresses(const QString& text) {
     QStringList result;
     for (const QString& part : text.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
@@ -55,10 +61,14 @@ void MailComposeViewController::loadView() {
     bar->addWidget(sendButton);
     column->addLayout(bar);
     auto* form = new QFormLayout;
-    toField_ = new QLineEdit(to_.join(QStringLiteral(", ")), view);
-    ccField_ = new QLineEdit(cc_.join(QStringLiteral(", ")), view);
-    bccField_ = new QLineEdit(bcc_.join(QStringLiteral(", ")), view);
-    subjectField_ = new QLineEdit(subject_, view);
+    toField_ = new QLineEdit(view);
+    ccField_ = new QLineEdit(view);
+    bccField_ = new QLineEdit(view);
+    subjectField_ = new QLineEdit(view);
+    setFieldText(toField_, to_.join(QStringLiteral(", ")));
+    setFieldText(ccField_, cc_.join(QStringLiteral(", ")));
+    setFieldText(bccField_, bcc_.join(QStringLiteral(", ")));
+    setFieldText(subjectField_, subject_);
     form->addRow(tr("To:"), toField_);
     form->addRow(tr("Cc:"), ccField_);
     form->addRow(tr("Bcc:"), bccField_);
@@ -74,25 +84,25 @@ void MailComposeViewController::loadView() {
 void MailComposeViewController::setToRecipients(const QStringList& to) {
     to_ = to;
     if (toField_ != nullptr) {
-        toField_->setText(to.join(QStringLiteral(", ")));
+        setFieldText(toField_, to.join(QStringLiteral(", ")));
     }
 }
 void MailComposeViewController::setCcRecipients(const QStringList& cc) {
     cc_ = cc;
     if (ccField_ != nullptr) {
-        ccField_->setText(cc.join(QStringLiteral(", ")));
+        setFieldText(ccField_, cc.join(QStringLiteral(", ")));
     }
 }
 void MailComposeViewController::setBccRecipients(const QStringList& bcc) {
     bcc_ = bcc;
     if (bccField_ != nullptr) {
-        bccField_->setText(bcc.join(QStringLiteral(", ")));
+        setFieldText(bccField_, bcc.join(QStringLiteral(", ")));
     }
 }
 void MailComposeViewController::setSubject(const QString& subject) {
     subject_ = subject;
     if (subjectField_ != nullptr) {
-        subjectField_->setText(subject);
+        setFieldText(subjectField_, subject);
     }
 }
 void MailComposeViewController::setMessageBody(const QString& body, bool /*isHTML*/) {
