@@ -7,8 +7,12 @@
 #include "platform/ui/application.h"
 
 #include <QApplication>
+#include <QChildEvent>
+#include <QFocusEvent>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QKeyEvent>
+#include <QPainter>
 #include <QPointer>
 #include <QTimer>
 #include <QWebEngineCookieStore>
@@ -196,6 +200,75 @@ void endIfUnresponsive(QWebEnginePage* page) {
                            }
                        });
 }
+
+// A ring over the page while the keyboard's focus is in it. Pages rarely show their own where it
+// meets the view's edges (a banner's link fills its view), so a keyboard user would not see where
+// Tab went. It watches the engine's widgets, which the engine makes and replaces as it likes.
+class FocusRing : public QWidget {
+  public:
+    explicit FocusRing(QWidget* view) : QWidget(view) {
+        setObjectName(QStringLiteral("focusRing"));
+        setAttribute(Qt::WA_TransparentForMouseEvents);
+        hide();
+    }
+
+    void watch(QWidget* engineView) {
+        engineView->installEventFilter(this);
+        for (QWidget* child : engineView->findChildren<QWidget*>()) {
+            child->installEventFilter(this);
+        }
+    }
+
+  private:
+    void showRing() {
+        setGeometry(parentWidget()->rect());
+        raise();
+        show();
+    }
+
+  protected:
+    bool eventFilter(QObject* watched, QEvent* event) override {
+        switch (event->type()) {
+            case QEvent::ChildAdded:
+                if (auto* child =
+                        qobject_cast<QWidget*>(static_cast<QChildEvent*>(event)->child())) {
+                    child->installEventFilter(this);
+                }
+                break;
+            case QEvent::FocusIn: {
+                const Qt::FocusReason reason = static_cast<QFocusEvent*>(event)->reason();
+                if (reason == Qt::TabFocusReason || reason == Qt::BacktabFocusReason) {
+                    showRing();
+                }
+                break;
+            }
+            case QEvent::KeyPress: {
+                // Tab inside the page moves its focus without Qt's: the keyboard is in use.
+                const int key = static_cast<QKeyEvent*>(event)->key();
+                if (key == Qt::Key_Tab || key == Qt::Key_Backtab) {
+                    showRing();
+                }
+                break;
+            }
+            case QEvent::FocusOut:
+            case QEvent::MouseButtonPress:
+                hide();
+                break;
+            default:
+                break;
+        }
+        return QWidget::eventFilter(watched, event);
+    }
+
+    void paintEvent(QPaintEvent*) override {
+        // The system's highlight with a light line inside: seen on a dark ad and a light one.
+        QPainter painter(this);
+        painter.setPen(QPen(palette().color(QPalette::Highlight), 2));
+        painter.drawRect(QRectF(rect()).adjusted(1, 1, -1, -1));
+        painter.setPen(QPen(Qt::white, 1));
+        painter.drawRect(QRectF(rect()).adjusted(2.5, 2.5, -2.5, -2.5));
+    }
+};
 
 class EngineBackend;
 class RefererInterceptor;
@@ -577,12 +650,17 @@ class EngineBackend : public QObject, public WebViewBackend {
         engineView_ = new QWebEngineView(view_);
         engineView_->setPage(page());
         engineView_->setGeometry(view_->rect());
+        focusRing_ = new FocusRing(view_);
+        focusRing_->watch(engineView_);
         engineView_->show();
     }
 
     void viewResized() override {
         if (engineView_ != nullptr) {
             engineView_->setGeometry(view_->rect());
+            if (focusRing_ != nullptr) {
+                focusRing_->setGeometry(view_->rect());
+            }
         }
         fitPage();
     }
@@ -861,6 +939,7 @@ class EngineBackend : public QObject, public WebViewBackend {
     WebView* view_;
     EnginePage* page_ = nullptr;
     QPointer<QWebEngineView> engineView_;
+    QPointer<FocusRing> focusRing_;
     std::deque<std::pair<QByteArray, UrlRequest>> pendingHtml_;
     std::deque<UrlRequest> pendingRequests_;
     std::deque<QUrl> preApproved_;

@@ -213,6 +213,41 @@ class TestFullScreenEndToEnd : public QObject {
         QCOMPARE(next.value(QStringLiteral("plpnc")).toString(), QStringLiteral("1"));
     }
 
+    // A keyboard user reaches the ad with Tab, a ring showing where the focus went, opens it
+    // with Return as a press would (its click is tracked), and closes its screen with Esc.
+    void theKeyboardReachesAndOpensTheAd() {
+        QVERIFY(showBanner(QStringLiteral("plain")));
+        h.window->activateWindow();  // in front, as the user's window is
+        QVERIFY(QTest::qWaitForWindowActive(h.window.get()));
+        auto* ring = h.webView()->findChild<QWidget*>(QStringLiteral("focusRing"));
+        QVERIFY(ring != nullptr);
+        QVERIFY(!ring->isVisible());
+        const qint64 mark = h.server.lastLogSeq();
+        // Tab until the ad's link has the focus; the page moves its own in its own time.
+        const auto linkFocused = [&] {
+            return Harness::evaluate(h.webView(),
+                                     QStringLiteral("document.activeElement.tagName")) ==
+                   QStringLiteral("A");
+        };
+        for (int press = 0; press < 4 && !linkFocused(); ++press) {
+            QWidget* focus = QApplication::focusWidget();
+            QTest::keyClick(focus != nullptr ? focus : h.window.get(), Qt::Key_Tab);
+            e2e::waitFor(linkFocused, 3000);
+        }
+        QVERIFY(linkFocused());
+        QVERIFY(ring->isVisible());
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+        QTRY_VERIFY_WITH_TIMEOUT(h.topAs<PXBBrowserController>() != nullptr, kWait);
+        QCOMPARE(h.requestsTo(QStringLiteral("/t/click"), mark).size(), 1);
+        QVERIFY(browserShows(h.topAs<PXBBrowserController>(), QStringLiteral("/landing/")));
+        // Off screen the window is no longer the active one once the screen is up; under a
+        // window manager it stays active.
+        h.window->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(h.window.get()));
+        QTest::keyClick(h.window.get(), Qt::Key_Escape);
+        QTRY_VERIFY_WITH_TIMEOUT(h.topAs<PXBBrowserController>() == nullptr, kWait);
+    }
+
     // A click on an ad with click tracking opens a web app, whose page hears "onshow"; its close
     // button sends "onhide", and the closed page stays for the dismissal and goes 2 s later.
     void aClickOnATrackedAdOpensAWebApp() {
