@@ -7,6 +7,7 @@
 #pragma once
 
 #include "platform/error.h"
+#include "platform/ui/audiodecode.h"
 #include "platform/weakref.h"
 
 #include <QByteArray>
@@ -25,15 +26,8 @@ namespace platform {
 
 class AudioPlayer;
 
-// A sound file's samples as a player plays them: the first audio stream, interleaved signed
-// 16-bit at the stream's own rate, mono or stereo. Damaged packets are skipped; a file without
-// a single decodable frame gives an error and no samples.
-struct DecodedAudio {
-    int sampleRate = 0;
-    int channels = 0;
-    QByteArray samples;
-    QString error;
-};
+// A sound file's samples as a player plays them (see DecodedAudio), from the decoder this program
+// has (audioDecoder()).
 DecodedAudio decodeAudioFile(const QString& path);
 
 class AudioPlayerDelegate : public Referenceable {

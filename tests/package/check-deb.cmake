@@ -87,8 +87,8 @@ foreach(file
 endforeach()
 
 if(deb_libraries)
-    foreach(file */libsorvel.so.1 */libsorvel-platform.so.1 */libsorvel.so
-            */cmake/Sorvel/SorvelConfig.cmake
+    foreach(file */libsorvel.so.1 */libsorvel-platform.so.1 */sorvel/libsorvel-audio.so
+            */libsorvel.so */cmake/Sorvel/SorvelConfig.cmake
             */pkgconfig/sorvel.pc ../include/sorvel/SorvelAds)
         file(GLOB found "${root}/usr/lib/${file}")
         if(NOT found)
