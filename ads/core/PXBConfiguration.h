@@ -19,9 +19,10 @@ class SORVEL_EXPORT PXBConfiguration {
     /// The path of the ad client's support script on the script host.
     static inline const QString kScriptPath = QStringLiteral("/zelm/sdk-core-v40.js");
 
-    /// Call first thing in main(), before the QApplication exists: readies the web engine for ads
-    /// (the in-ad message schemes; pages drawn in software, so that the ad's full screens stack
-    /// over the banner as widgets do). Later calls do nothing.
+    /// Call first thing in main(), before the QApplication exists: readies the application for
+    /// the web engine, which the client loads when it first shows a page (pages drawn in
+    /// software, so that the ad's full screens stack over the banner as widgets do). Later calls
+    /// do nothing.
     static void prepareApplication();
 
     /// The ad server's root, e.g. "http://127.0.0.1:8080/"; empty when not configured.

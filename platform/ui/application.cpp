@@ -17,7 +17,6 @@
 #include <QScreen>
 #include <QSocketNotifier>
 #include <QStandardPaths>
-#include <QWebEngineUrlScheme>
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -128,13 +127,6 @@ void prepareApplication() {
     // Qt 6.4 defaults to GStreamer on Linux; the FFmpeg backend decodes mp3, m4a and caf alike.
     if (qEnvironmentVariableIsEmpty("QT_MEDIA_BACKEND")) {
         qputenv("QT_MEDIA_BACKEND", "ffmpeg");
-    }
-    // Registered schemes reach the page's navigation check like any link; the engine never
-    // loads them itself. Path syntax keeps "qmsg://..." URLs exactly as the page wrote them.
-    for (const QString& name : {kMessageUrlScheme, kLegacyMessageUrlScheme}) {
-        QWebEngineUrlScheme scheme(name.toLatin1());
-        scheme.setSyntax(QWebEngineUrlScheme::Syntax::Path);
-        QWebEngineUrlScheme::registerScheme(scheme);
     }
 }
 

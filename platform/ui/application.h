@@ -38,9 +38,9 @@ inline const QString kApplicationWillTerminateNotification =
 inline const QString kMessageUrlScheme = QStringLiteral("qmsg");
 inline const QString kLegacyMessageUrlScheme = QStringLiteral("torvin");
 
-// Call first thing in main(), before the QApplication exists (tests too): registers the message
-// URL schemes with the web engine and chooses Qt Multimedia's FFmpeg backend. Calling it again,
-// or after the application object exists, does nothing more.
+// Call first thing in main(), before the QApplication exists (tests too): sets what the web
+// engine, loaded later, needs of the application object and chooses Qt Multimedia's FFmpeg
+// backend. Calling it again, or after the application object exists, does nothing more.
 void prepareApplication();
 
 class Application;

@@ -14,8 +14,6 @@
 #include <functional>
 #include <memory>
 
-class QWebEngineProfile;
-
 namespace platform {
 
 class WebView;
@@ -51,6 +49,8 @@ inline constexpr int kWebViewErrorFrameLoadInterrupted = 102;
 inline constexpr int kWebViewErrorPageTooLarge = 103;
 // Error code of a load whose page's content process crashed or was killed.
 inline constexpr int kWebViewErrorContentProcessEnded = 104;
+// Error code of every load of a program whose web engine cannot be loaded.
+inline constexpr int kWebViewErrorEngineUnavailable = 105;
 
 class WebViewDelegate : public Referenceable {
   public:
@@ -149,16 +149,16 @@ class WebView : public View {
     // Makes the page and starts its content process now, for a first load that is coming: that
     // load then need not wait for them. The delegate hears nothing of it; a view that has a page
     // already is left as it is.
-    void preparePage() { backend_->preparePage(); }
+    void preparePage() { backend()->preparePage(); }
     // Between webViewDidStartLoad and webViewDidFinishLoad / webViewDidFailLoadWithError.
     bool isLoading() const { return loading_; }
     // The last main-frame request the delegate allowed.
     const UrlRequest& request() const { return request_; }
-    QString userAgent() const;
+    QString userAgent();
     // The process that runs the page's content, 0 while there is none. When it ends abnormally
     // (a crash, the system killing it), a running load fails and the view stays blank until the
     // next load.
-    qint64 contentProcessId() const { return backend_->contentProcessId(); }
+    qint64 contentProcessId() const { return backend_ ? backend_->contentProcessId() : 0; }
 
     // Settings. Scaling to fit zooms a page wider than the view out to the view's width.
     bool scalesPageToFit() const { return scalesPageToFit_; }
@@ -178,16 +178,13 @@ class WebView : public View {
     // The colour the page is drawn on, from the two settings above.
     QColor pageBackgroundColor() const;
 
-    WebViewBackend* backend() const { return backend_.get(); }
+    // The view's back-end. The engine's is made when first asked for (a load, a script, the
+    // user agent), not with the view: the engine's libraries load then (see webengine.h).
+    WebViewBackend* backend();
 
     // Every WebView created while a factory is set uses the back-end it makes (a stand-in for
     // the engine); an empty factory restores the engine.
     static void setBackendFactory(BackendFactory factory);
-    // The process-wide off-the-record profile of every engine-backed view. Its cookies are
-    // HttpCookieStorage::sharedStorage()'s, mirrored both ways, so they are UrlConnection's too
-    // and the lasting ones are kept across launches (see cookiestorage.h for why the jar, not
-    // the engine, keeps them). Unknown URL schemes reach the navigation check.
-    static QWebEngineProfile* profile();
 
     // For back-ends: report the engine's events. shouldStartLoad asks the delegate (adding the
     // "User-Agent" field to the request when missing) and records an allowed main-frame request.

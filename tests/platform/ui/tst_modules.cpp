@@ -1,0 +1,81 @@
+// A program on the shared platform library loads its heavy parts as modules that lie beside that
+// library, each when it is first needed and not before: FFmpeg with the audio decoder at the first
+// sound, the web engine at a web view's first page. (The static platform, which the other suites
+// link, has both linked in.)
+#include "platform/ui/audioplayer.h"
+#include "platform/ui/webview.h"
+#include "uitestmain.h"
+
+#include <QFile>
+
+using namespace platform;
+
+namespace {
+
+bool mapped(const char* library) {
+    QFile maps(QStringLiteral("/proc/self/maps"));
+    return maps.open(QIODevice::ReadOnly) && maps.readAll().contains(library);
+}
+
+// Lets web pages load and records the rest, which it refuses.
+class Delegate : public WebViewDelegate {
+  public:
+    explicit Delegate(WebView& view) { view.setDelegate(this); }
+    bool webViewShouldStartLoadWithRequestNavigationType(WebView*, const UrlRequest& request,
+                                                         int) override {
+        const bool web = request.url().scheme() == QLatin1String("http") ||
+                         request.url().scheme() == QLatin1String("about");
+        if (!web) {
+            refused << request.url().toString();
+        }
+        return web;
+    }
+    void webViewDidFinishLoad(WebView*) override { finished = true; }
+    void webViewDidFailLoadWithError(WebView*, const Error& error) override {
+        failure = error.localizedDescription();
+    }
+
+    bool finished = false;
+    QString failure;
+    QStringList refused;
+};
+
+}  // namespace
+
+class TestModules : public QObject {
+    Q_OBJECT
+  private slots:
+    void theDecoderComesWithTheFirstSound() {
+        QVERIFY(!mapped("libavcodec"));
+        const DecodedAudio clip = decodeAudioFile(QStringLiteral(SOUND_FILE));
+        QVERIFY2(clip.error.isEmpty(), qPrintable(clip.error));
+        QVERIFY(clip.sampleRate > 0 && !clip.samples.isEmpty());
+        QVERIFY(mapped("libavcodec"));
+        // The module decodes, and refuses, as the linked decoder does.
+        const DecodedAudio text = decodeAudioFile(QStringLiteral(TEXT_FILE));
+        QVERIFY2(text.error.startsWith(QStringLiteral("Not an audio file")),
+                 qPrintable(text.error));
+    }
+
+    // A view is made, set up and shown without the engine (a banner before its first ad); its
+    // first page brings it, and the message schemes reach the delegate as with the linked one.
+    void theEngineComesWithTheFirstPage() {
+        WebView view(QRect(0, 0, 320, 50));
+        Delegate delegate(view);
+        view.setScalesPageToFit(true);
+        view.setOpaque(false);
+        view.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&view));
+        QVERIFY(!mapped("libQt6WebEngineCore"));
+
+        view.loadHTMLStringBaseURL(QStringLiteral("<p>ad</p>"),
+                                   QUrl(QStringLiteral("http://127.0.0.1/")));
+        QTRY_VERIFY2_WITH_TIMEOUT(delegate.finished, qPrintable(delegate.failure), 15000);
+        QVERIFY(mapped("libQt6WebEngineCore"));
+        view.evaluateJavaScript(QStringLiteral("location.href = 'qmsg://open/path?a=1'"));
+        QTRY_COMPARE_WITH_TIMEOUT(delegate.refused, QStringList{"qmsg://open/path?a=1"}, 15000);
+    }
+};
+
+SORVEL_UI_TEST_MAIN(TestModules)
+#include "tst_modules.moc"
