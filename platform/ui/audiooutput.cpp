@@ -1,8 +1,8 @@
-#include "audiooutput.h"
+#include "platform/ui/audiooutput.h"
 
-#include <QAudioDevice>
+#include "platform/ui/audiostack.h"
+
 #include <QCoreApplication>
-#include <QMediaDevices>
 
 namespace platform {
 
@@ -10,11 +10,8 @@ std::optional<AudioOutput> defaultAudioOutput() {
     if (QCoreApplication::instance() == nullptr) {
         return std::nullopt;
     }
-    const QAudioDevice output = QMediaDevices::defaultAudioOutput();
-    if (output.isNull()) {
-        return std::nullopt;
-    }
-    return AudioOutput{output.description(), QString::fromUtf8(output.id())};
+    const AudioStack* stack = audioStack(nullptr);
+    return stack != nullptr ? stack->defaultOutput() : std::nullopt;
 }
 
 }  // namespace platform

@@ -1,19 +1,15 @@
 #include "platform/ui/audioplayer.h"
 
-#include "platform/ui/audiodecode.h"
+#include "platform/ui/audiostack.h"
 
 #include "platform/log.h"
 #include "platform/runloop.h"
 
 #include <QApplication>
-#include <QAudioDevice>
-#include <QAudioFormat>
-#include <QAudioSink>
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
-#include <QMediaDevices>
 #include <QTimer>
 
 #include <algorithm>
@@ -74,13 +70,13 @@ DecodedAudio decodeAudioFileOnce(const QString& path) {
 
 DecodedAudio decodeAudioFile(const QString& path) {
     QString error;
-    const AudioDecoder decode = audioDecoder(&error);
-    if (decode == nullptr) {
+    const AudioStack* stack = audioStack(&error);
+    if (stack == nullptr) {
         DecodedAudio out;
         out.error = error;
         return out;
     }
-    return decode(path);
+    return stack->decode(path);
 }
 
 std::shared_ptr<AudioPlayer> AudioPlayer::withContentsOfURL(const QUrl& url, Error* error) {
@@ -129,29 +125,27 @@ bool AudioPlayer::play() {
     if (playing_) {
         return true;
     }
-    if (output_ != nullptr && output_->state() == QAudio::SuspendedState) {
+    if (output_ != nullptr && output_->state() == AudioSink::State::Suspended) {
         output_->resume();
     } else {
         closeOutput();
-        const QAudioDevice device = QMediaDevices::defaultAudioOutput();
-        if (device.isNull()) {
-            logLine(QStringLiteral("No audio output: %1 is not played").arg(url_.fileName()));
+        QString error;
+        const AudioStack* stack = audioStack(&error);
+        output_ = stack != nullptr ? stack->openSink(sampleRate_, channels_) : nullptr;
+        if (output_ == nullptr) {
+            logLine(QStringLiteral("No audio output: %1 is not played%2")
+                        .arg(url_.fileName(), error.isEmpty() ? QString() : " (" + error + ")"));
             return false;
         }
-        QAudioFormat format;
-        format.setSampleRate(sampleRate_);
-        format.setChannelCount(channels_);
-        format.setSampleFormat(QAudioFormat::Int16);
-        output_ = new QAudioSink(device, format);
         outputDevice_ = output_->start();
         output_->setVolume(volume_);
         if (outputDevice_ == nullptr) {
             logLine(QStringLiteral("Audio output \"%1\" cannot be opened: %2 is not played")
-                        .arg(device.description(), url_.fileName()));
+                        .arg(output_->outputDescription(), url_.fileName()));
             closeOutput();
             return false;
         }
-        connect(output_, &QAudioSink::stateChanged, this, &AudioPlayer::outputStateChanged);
+        connect(output_, &AudioSink::stateChanged, this, &AudioPlayer::outputStateChanged);
         offset_ = 0;
         bytesWritten_ = 0;
         loopsLeft_ = loops_;
@@ -244,7 +238,7 @@ void AudioPlayer::feed() {
         return;
     }
     // Idle: the output ran dry after the last write, so it has played everything.
-    if (output_->state() == QAudio::IdleState ||
+    if (output_->state() == AudioSink::State::Idle ||
         output_->processedUSecs() >= microsecondsFor(bytesWritten_)) {
         finish(true);
     }
@@ -254,10 +248,10 @@ void AudioPlayer::outputStateChanged() {
     if (!playing_ || output_ == nullptr) {
         return;
     }
-    if (output_->state() == QAudio::StoppedState && output_->error() != QAudio::NoError) {
+    if (output_->state() == AudioSink::State::Stopped && output_->failed()) {
         logLine(QStringLiteral("Audio output lost: %1 stopped").arg(url_.fileName()));
         finish(false);
-    } else if (output_->state() == QAudio::IdleState) {
+    } else if (output_->state() == AudioSink::State::Idle) {
         feed();  // ran dry: either the end, or more to write at once
     }
 }
@@ -280,7 +274,7 @@ void AudioPlayer::closeOutput() {
     }
     // Not deleted here: this may run inside the output's own signal. Its destructor runs the
     // event loop, so it must never be a child that a pending deletion could reach twice.
-    QAudioSink* output = std::exchange(output_, nullptr);
+    AudioSink* output = std::exchange(output_, nullptr);
     outputDevice_ = nullptr;
     output->disconnect(this);
     output->stop();

@@ -18,16 +18,16 @@
 #include <functional>
 #include <memory>
 
-class QAudioSink;
 class QIODevice;
 class QTimer;
 
 namespace platform {
 
 class AudioPlayer;
+class AudioSink;
 
 // A sound file's samples as a player plays them (see DecodedAudio), from the decoder this program
-// has (audioDecoder()).
+// has (audioStack()).
 DecodedAudio decodeAudioFile(const QString& path);
 
 class AudioPlayerDelegate : public Referenceable {
@@ -91,7 +91,7 @@ class AudioPlayer : public QObject, public std::enable_shared_from_this<AudioPla
     int sampleRate_;
     int channels_;
     QByteArray samples_;  // the whole sound, interleaved 16-bit
-    QAudioSink* output_ = nullptr;
+    AudioSink* output_ = nullptr;
     QIODevice* outputDevice_ = nullptr;
     QTimer* pump_ = nullptr;
     qsizetype offset_ = 0;     // next byte of samples_ to write

@@ -1,6 +1,6 @@
 // A program on the shared platform library loads its heavy parts as modules that lie beside that
-// library, each when it is first needed and not before: FFmpeg with the audio decoder at the first
-// sound, the web engine at a web view's first page. (The static platform, which the other suites
+// library, each when it is first needed and not before: Qt Multimedia and FFmpeg with the audio
+// stack at the first sound, the web engine at a web view's first page. (The static platform, which the other suites
 // link, has both linked in.)
 #include "platform/ui/audioplayer.h"
 #include "platform/ui/webview.h"
@@ -47,10 +47,12 @@ class TestModules : public QObject {
   private slots:
     void theDecoderComesWithTheFirstSound() {
         QVERIFY(!mapped("libavcodec"));
+        QVERIFY(!mapped("libQt6Multimedia"));
         const DecodedAudio clip = decodeAudioFile(QStringLiteral(SOUND_FILE));
         QVERIFY2(clip.error.isEmpty(), qPrintable(clip.error));
         QVERIFY(clip.sampleRate > 0 && !clip.samples.isEmpty());
         QVERIFY(mapped("libavcodec"));
+        QVERIFY(mapped("libQt6Multimedia"));
         // The module decodes, and refuses, as the linked decoder does.
         const DecodedAudio text = decodeAudioFile(QStringLiteral(TEXT_FILE));
         QVERIFY2(text.error.startsWith(QStringLiteral("Not an audio file")),
