@@ -146,11 +146,15 @@ bool DesktopAppDelegate::applicationDidFinishLaunchingWithOptions(
     platform::Application* application, const QVariantMap& options) {
     // The dock and the window manager match the window to the menu entry by this name (on
     // Wayland it is the application id); the icon is the entry's, from the theme once
-    // installed, else the copy built into the program.
+    // installed, else the copy built into the program. It comes after the first frame: reading
+    // any image loads every image format plugin Qt has, and looking up the theme reads its
+    // folders, which held the board back by a few milliseconds.
     QGuiApplication::setDesktopFileName(QStringLiteral("brindle-sounds"));
-    QIcon icon(QStringLiteral(":/brindle-sounds/brindle-sounds-256.png"));
-    icon.addFile(QStringLiteral(":/brindle-sounds/brindle-sounds-48.png"));
-    QGuiApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("brindle-sounds"), icon));
+    application->whenFirstFrameDrawn(&monitor_, [] {
+        QIcon icon(QStringLiteral(":/brindle-sounds/brindle-sounds-256.png"));
+        icon.addFile(QStringLiteral(":/brindle-sounds/brindle-sounds-48.png"));
+        QGuiApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("brindle-sounds"), icon));
+    });
     if (!options_.newInstance) {
         QObject::connect(&instance_, &SingleInstance::showRequested, &instance_, [this] {
             say(QStringLiteral("another start brought the window to the front"));

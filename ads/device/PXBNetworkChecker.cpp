@@ -1,23 +1,27 @@
 #include "ads/device/PXBNetworkChecker.h"
 
 #include "platform/runloop.h"
+#include "platform/ui/application.h"
 
 namespace {
 
-// The platform's readings as flags; a reading the system does not know is no report.
+// The platform's readings as flags; a reading the system does not know is no report. The
+// system's network information is a plugin (and a connection to the network's manager) that takes
+// a few milliseconds to load: it loads after the first frame, and reports what it knows then.
 class SystemSource : public PXBReachabilitySource {
   public:
-    explicit SystemSource(std::unique_ptr<platform::ReachabilityMonitor> monitor)
-        : monitor_(std::move(monitor)) {
-        connect(monitor_.get(), &platform::ReachabilityMonitor::readingChanged, this, [this] {
-            if (const std::optional<quint32> flags = currentFlags()) {
-                emit flagsChanged(*flags);
-            }
-        });
+    SystemSource() {
+        platform::Application* app = platform::Application::sharedApplication();
+        if (app == nullptr) {
+            start();
+            return;
+        }
+        app->whenFirstFrameDrawn(this, [this] { start(); });
     }
 
     std::optional<quint32> currentFlags() const override {
-        const platform::ReachabilityReading reading = monitor_->reading();
+        const platform::ReachabilityReading reading =
+            monitor_ ? monitor_->reading() : platform::ReachabilityReading{};
         if (reading.scope == platform::ReachabilityReading::Scope::Unknown) {
             return std::nullopt;
         }
@@ -25,6 +29,22 @@ class SystemSource : public PXBReachabilitySource {
     }
 
   private:
+    void start() {
+        monitor_ = platform::ReachabilityMonitor::create();
+        if (!monitor_) {
+            return;  // the system offers no way to know: nothing is ever reported
+        }
+        connect(monitor_.get(), &platform::ReachabilityMonitor::readingChanged, this,
+                &SystemSource::report);
+        report();
+    }
+
+    void report() {
+        if (const std::optional<quint32> flags = currentFlags()) {
+            emit flagsChanged(*flags);
+        }
+    }
+
     std::unique_ptr<platform::ReachabilityMonitor> monitor_;
 };
 
@@ -47,12 +67,7 @@ void PXBNetworkChecker::setSourceFactory(SourceFactory factory) {
 std::unique_ptr<PXBReachabilitySource> PXBNetworkChecker::makeSystemSource(
     const QString& hostName) {
     Q_UNUSED(hostName);
-    std::unique_ptr<platform::ReachabilityMonitor> monitor =
-        platform::ReachabilityMonitor::create();
-    if (!monitor) {
-        return nullptr;
-    }
-    return std::make_unique<SystemSource>(std::move(monitor));
+    return std::make_unique<SystemSource>();
 }
 
 quint32 PXBNetworkChecker::flagsForReading(const platform::ReachabilityReading& reading) {

@@ -43,7 +43,8 @@ class PXBNetworkChecker : public QObject {
     using SourceFactory =
         std::function<std::unique_ptr<PXBReachabilitySource>(const QString& hostName)>;
     static void setSourceFactory(SourceFactory factory);
-    // A source over the platform's reachability readings, or null when the system offers none.
+    // A source over the platform's reachability readings. They load after the first frame (see
+    // platform::Application::whenFirstFrameDrawn); it never reports when the system offers none.
     // It reports the system's link as a whole: the desktop knows no per-host routes.
     static std::unique_ptr<PXBReachabilitySource> makeSystemSource(const QString& hostName);
     // The flags the default source reports for a reading: reachable in any connected scope

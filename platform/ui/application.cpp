@@ -17,6 +17,7 @@
 #include <QScreen>
 #include <QSocketNotifier>
 #include <QStandardPaths>
+#include <QTimer>
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -218,8 +219,34 @@ void Application::applyQtState(Qt::ApplicationState qtState) {
     }
 }
 
+void Application::whenFirstFrameDrawn(QObject* context, std::function<void()> task) {
+    afterFirstFrame_.emplace_back(context, std::move(task));
+    if (firstFrameDrawn_) {
+        QMetaObject::invokeMethod(this, &Application::runAfterFirstFrame, Qt::QueuedConnection);
+    } else if (!std::exchange(firstFrameWaitStarted_, true)) {
+        QTimer::singleShot(kFirstFrameWaitMilliseconds, this, [this] {
+            firstFrameDrawn_ = true;
+            runAfterFirstFrame();
+        });
+    }
+}
+
+void Application::runAfterFirstFrame() {
+    for (auto& [context, task] : std::exchange(afterFirstFrame_, {})) {
+        if (context != nullptr) {
+            task();
+        }
+    }
+}
+
 bool Application::eventFilter(QObject* watched, QEvent* event) {
     const QEvent::Type type = event->type();
+    if (type == QEvent::Paint && !firstFrameDrawn_ && watched->isWidgetType() &&
+        static_cast<QWidget*>(watched)->isWindow()) {
+        // The window's children have drawn by now, and the frame goes to the screen next.
+        firstFrameDrawn_ = true;
+        QMetaObject::invokeMethod(this, &Application::runAfterFirstFrame, Qt::QueuedConnection);
+    }
     if ((type == QEvent::Show || type == QEvent::Hide || type == QEvent::WindowStateChange) &&
         !windowCheckQueued_ && watched->isWidgetType() &&
         static_cast<QWidget*>(watched)->isWindow()) {

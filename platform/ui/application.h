@@ -14,6 +14,8 @@
 
 #include <functional>
 #include <memory>
+#include <utility>
+#include <vector>
 
 namespace platform {
 
@@ -97,6 +99,14 @@ class Application : public QObject {
     State applicationState() const { return state_; }
     void applyQtState(Qt::ApplicationState qtState);
 
+    // Runs `task` on a later turn of the event loop once a window has drawn its first frame
+    // (unless `context` is gone by then), so that work which can wait (loading a backend or a
+    // module) stays out of the way of the first thing the user sees. Once that frame is drawn,
+    // on the next turn; a program that draws no window within kFirstFrameWaitMilliseconds runs
+    // its tasks then.
+    void whenFirstFrameDrawn(QObject* context, std::function<void()> task);
+    static constexpr int kFirstFrameWaitMilliseconds = 1000;
+
     // The window made key by Window::makeKeyAndVisible(), and its root view controller.
     Window* keyWindow() const;
     void setKeyWindow(Window* window);
@@ -147,6 +157,7 @@ class Application : public QObject {
     void aboutToQuit();
     bool eventFilter(QObject* watched, QEvent* event) override;
     void followWindows();
+    void runAfterFirstFrame();
     // The windows whose visibility makes the application state (see applicationState).
     static QList<QWidget*> applicationWindows();
 
@@ -155,6 +166,9 @@ class Application : public QObject {
     bool finishedLaunching_ = false;
     bool terminating_ = false;
     bool windowCheckQueued_ = false;
+    bool firstFrameDrawn_ = false;
+    bool firstFrameWaitStarted_ = false;
+    std::vector<std::pair<QPointer<QObject>, std::function<void()>>> afterFirstFrame_;
     QPointer<Window> keyWindow_;
     std::function<bool(const QUrl&)> opener_;
     QList<QUrl> openedUrls_;

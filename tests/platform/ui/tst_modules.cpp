@@ -1,12 +1,16 @@
 // A program on the shared platform library loads its heavy parts as modules that lie beside that
 // library, each when it is first needed and not before: Qt Multimedia and FFmpeg with the audio
-// stack at the first sound, the web engine at a web view's first page. (The static platform, which the other suites
-// link, has both linked in.)
+// stack at the first sound, the web engine at a web view's first page. The sound board draws its
+// first frame before any of them, and before the system's network information and the image
+// plugins. (The static platform, which the other suites link, has both modules linked in.)
 #include "platform/ui/audioplayer.h"
 #include "platform/ui/webview.h"
 #include "uitestmain.h"
 
 #include <QFile>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
 
 using namespace platform;
 
@@ -76,6 +80,35 @@ class TestModules : public QObject {
         QVERIFY(mapped("libQt6WebEngineCore"));
         view.evaluateJavaScript(QStringLiteral("location.href = 'qmsg://open/path?a=1'"));
         QTRY_COMPARE_WITH_TIMEOUT(delegate.refused, QStringList{"qmsg://open/path?a=1"}, 15000);
+    }
+
+    // The loader's own account (LD_DEBUG) and the board's line share standard error, in order.
+    void theBoardIsDrawnBeforeTheHeavyPartsLoad() {
+        QTemporaryDir home;
+        QProcess app;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("LD_DEBUG"), QStringLiteral("files"));
+        for (const char* name : {"XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_DATA_HOME"}) {
+            env.insert(QLatin1String(name), home.filePath(QLatin1String(name)));
+        }
+        app.setProcessEnvironment(env);
+        app.setProcessChannelMode(QProcess::MergedChannels);
+        app.start(QStringLiteral(APP_PROGRAM),
+                  {QStringLiteral("--new-instance"), QStringLiteral("--screenshot"),
+                   home.filePath(QStringLiteral("board.png")), QStringLiteral("--screenshot-delay"),
+                   QStringLiteral("50")});
+        QVERIFY(app.waitForFinished(60000));
+        const QString out = QString::fromLocal8Bit(app.readAll());
+        const qsizetype board = out.indexOf(QStringLiteral("brindle-sounds: board on screen"));
+        QVERIFY2(board >= 0, qPrintable(out.right(2000)));
+        QVERIFY2(out.contains(QStringLiteral("brindle-sounds: ad shown")),
+                 qPrintable(out.right(2000)));
+        for (const char* part : {"libsorvel-webengine.so", "libQt6WebEngineCore",
+                                 "libQt6Multimedia", "networkinformation/", "imageformats/"}) {
+            const QRegularExpression loaded(
+                QStringLiteral("file=\\S*%1").arg(QRegularExpression::escape(QLatin1String(part))));
+            QVERIFY2(out.indexOf(loaded) > board, part);
+        }
     }
 };
 
