@@ -149,3 +149,7 @@ DecodedAudio decodeWithFFmpeg(const QString& path) {
 }
 
 }  // namespace platform
+
+extern "C" __attribute__((visibility("default"))) platform::AudioDecoder sorvel_audio_decoder() {
+    return &platform::decodeWithFFmpeg;
+}

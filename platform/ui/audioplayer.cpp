@@ -1,5 +1,6 @@
 #include "platform/ui/audioplayer.h"
 
+#include "platform/ui/audiodecode.h"
 #include "platform/ui/audiostack.h"
 
 #include "platform/log.h"
@@ -70,13 +71,13 @@ DecodedAudio decodeAudioFileOnce(const QString& path) {
 
 DecodedAudio decodeAudioFile(const QString& path) {
     QString error;
-    const AudioStack* stack = audioStack(&error);
-    if (stack == nullptr) {
+    const AudioDecoder decode = audioDecoder(&error);
+    if (decode == nullptr) {
         DecodedAudio out;
         out.error = error;
         return out;
     }
-    return stack->decode(path);
+    return decode(path);
 }
 
 std::shared_ptr<AudioPlayer> AudioPlayer::withContentsOfURL(const QUrl& url, Error* error) {

@@ -27,7 +27,7 @@ class AudioPlayer;
 class AudioSink;
 
 // A sound file's samples as a player plays them (see DecodedAudio), from the decoder this program
-// has (audioStack()).
+// has (audioDecoder()).
 DecodedAudio decodeAudioFile(const QString& path);
 
 class AudioPlayerDelegate : public Referenceable {

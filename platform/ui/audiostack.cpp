@@ -1,4 +1,4 @@
-// The audio stack over Qt Multimedia's outputs and the FFmpeg decoder.
+// The audio stack over Qt Multimedia's outputs.
 #include "platform/ui/audiostack.h"
 
 #include <QAudioDevice>
@@ -75,7 +75,6 @@ AudioSink* openSink(int sampleRate, int channels) {
 }  // namespace platform
 
 extern "C" __attribute__((visibility("default"))) const platform::AudioStack* sorvel_audio() {
-    static const platform::AudioStack stack{&platform::decodeWithFFmpeg, &platform::defaultOutput,
-                                            &platform::openSink};
+    static const platform::AudioStack stack{&platform::defaultOutput, &platform::openSink};
     return &stack;
 }

@@ -1,11 +1,10 @@
-// What plays sound: the decoder (audiodecode.h), the system's outputs and a sink that plays
-// samples on one. A program on the shared platform library loads them as a module
-// (sorvel/libsorvel-audio.so beside that library) when it first needs them, so that Qt
-// Multimedia, the sound server's client, FFmpeg and the codec libraries they bring cost nothing
-// before: neither start-up time nor memory. The static platform links them in.
+// What plays sound: the system's outputs and a sink that plays samples on one (the samples come
+// from the decoder, audiodecode.h). A program on the shared platform library loads them as a
+// module (sorvel/libsorvel-audio.so beside that library) when it first needs them, so that Qt
+// Multimedia and the sound server's client cost nothing before the first frame. The static
+// platform links them in.
 #pragma once
 
-#include "platform/ui/audiodecode.h"
 #include "platform/ui/audiooutput.h"
 
 #include <QObject>
@@ -41,7 +40,6 @@ class AudioSink : public QObject {
 };
 
 struct AudioStack {
-    AudioDecoder decode;
     // See defaultAudioOutput().
     std::optional<AudioOutput> (*defaultOutput)();
     // A sink, not started, on the default output for samples at `sampleRate` with `channels`;

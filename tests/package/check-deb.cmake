@@ -88,7 +88,7 @@ endforeach()
 
 if(deb_libraries)
     foreach(file */libsorvel.so.1 */libsorvel-platform.so.1 */sorvel/libsorvel-audio.so
-            */sorvel/libsorvel-webengine.so */libsorvel.so */cmake/Sorvel/SorvelConfig.cmake
+            */sorvel/libsorvel-decoder.so */sorvel/libsorvel-webengine.so */libsorvel.so */cmake/Sorvel/SorvelConfig.cmake
             */pkgconfig/sorvel.pc ../include/sorvel/SorvelAds)
         file(GLOB found "${root}/usr/lib/${file}")
         if(NOT found)
