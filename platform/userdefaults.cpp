@@ -81,6 +81,12 @@ void UserDefaults::setObjectForKey(const QVariant& value, const QString& key) {
                     .arg(key));
         return;
     }
+    // Storing what is there already leaves nothing to write: each write of the file waits for
+    // the disk, and callers often store everything they hold again.
+    if (const auto it = values_.constFind(key);
+        it != values_.constEnd() && it->metaType() == value.metaType() && *it == value) {
+        return;
+    }
     values_.insert(key, value);
     markDirty();
 }

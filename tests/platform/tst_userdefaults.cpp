@@ -39,6 +39,25 @@ class TestUserDefaults : public QObject {
         QVERIFY(!d.objectForKey("list").isValid());
     }
 
+    // Storing what is there already writes nothing (the file, removed behind the store's back,
+    // stays away); the same number of another type is a change.
+    void onlyChangesAreWritten() {
+        testsupport::TempHome home;
+        const QString path = home.path() + "/same.plist";
+        UserDefaults d(path);
+        d.setObjectForKey(QVariantMap{{"launches", 1}}, "stats");
+        d.setObjectForKey(1, "n");
+        QVERIFY(d.synchronize());
+        QVERIFY(QFile::remove(path));
+        d.setObjectForKey(QVariantMap{{"launches", 1}}, "stats");
+        d.setObjectForKey(1, "n");
+        QVERIFY(d.synchronize());
+        QVERIFY(!QFile::exists(path));
+        d.setObjectForKey(1.0, "n");
+        QVERIFY(d.synchronize());
+        QCOMPARE(UserDefaults(path).objectForKey("n").metaType().id(), QMetaType::Double);
+    }
+
     // A writer killed at random points must always leave a complete, self-consistent store.
     void killedWriterLeavesReadableContents() {
         testsupport::TempHome home;
