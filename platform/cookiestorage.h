@@ -1,5 +1,5 @@
 // The process's one cookie jar, kept across launches: every UrlConnection sends and stores its
-// cookies here, and the web engine's profile mirrors it both ways (see WebView::profile()).
+// cookies here, and the web engine's profile mirrors it both ways (see ui/webengine.h).
 //
 // The jar, not the engine, owns the cookies: its persistent ones (those with an expiry date) are
 // written to <AppDataLocation>/Cookies after every change and read back when it is made, so a
