@@ -4,6 +4,7 @@
 #include "platform/notificationcenter.h"
 #include "platform/ui/screen.h"
 #include "platform/ui/viewcontroller.h"
+#include "platform/ui/webengine.h"
 #include "platform/ui/window.h"
 
 #include <QApplication>
@@ -19,6 +20,7 @@
 #include <QStandardPaths>
 #include <QTimer>
 
+#include <dlfcn.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <csignal>
@@ -129,6 +131,14 @@ void prepareApplication() {
     if (qEnvironmentVariableIsEmpty("QT_MEDIA_BACKEND")) {
         qputenv("QT_MEDIA_BACKEND", "ffmpeg");
     }
+    // The engine takes URL schemes only until it makes its first page, and a program that has
+    // the engine already may make its own pages before the first web view's: the engine's part
+    // is readied now, which registers the message schemes and costs such a program nothing. A
+    // program without the engine loads it later, for the first web view.
+    if (void* engine = dlopen("libQt6WebEngineCore.so.6", RTLD_LAZY | RTLD_NOLOAD)) {
+        dlclose(engine);
+        webEngine(nullptr);
+    }
 }
 
 int applicationMain(int argc, char** argv,
@@ -146,13 +156,14 @@ int applicationMain(int argc, char** argv,
 }
 
 Application* Application::sharedApplication() {
-    if (sharedInstance == nullptr && qApp != nullptr) {
+    // Not qApp: that is a QApplication, and a program without widgets has none.
+    if (sharedInstance == nullptr && QCoreApplication::instance() != nullptr) {
         sharedInstance = new Application();
     }
     return sharedInstance;
 }
 
-Application::Application() : QObject(qApp) {
+Application::Application() : QObject(QCoreApplication::instance()) {
     // The desktop's focus says nothing about whether the user can see us (Qt's own application
     // state follows it): the visibility of the application's windows decides.
     state_ = StateInactive;
@@ -161,8 +172,9 @@ Application::Application() : QObject(qApp) {
             state_ = StateActive;
         }
     }
-    qApp->installEventFilter(this);
-    connect(qApp, &QCoreApplication::aboutToQuit, this, &Application::aboutToQuit);
+    QCoreApplication::instance()->installEventFilter(this);
+    connect(QCoreApplication::instance(), &QCoreApplication::aboutToQuit, this,
+            &Application::aboutToQuit);
     connect(this, &QObject::destroyed, [] { sharedInstance = nullptr; });
 }
 
@@ -221,7 +233,9 @@ void Application::applyQtState(Qt::ApplicationState qtState) {
 
 void Application::whenFirstFrameDrawn(QObject* context, std::function<void()> task) {
     afterFirstFrame_.emplace_back(context, std::move(task));
-    if (firstFrameDrawn_) {
+    // A program without a GUI draws no frame to wait for.
+    if (firstFrameDrawn_ ||
+        qobject_cast<QGuiApplication*>(QCoreApplication::instance()) == nullptr) {
         QMetaObject::invokeMethod(this, &Application::runAfterFirstFrame, Qt::QueuedConnection);
     } else if (!std::exchange(firstFrameWaitStarted_, true)) {
         QTimer::singleShot(kFirstFrameWaitMilliseconds, this, [this] {
@@ -380,7 +394,7 @@ void Application::setIdleTimerDisabled(bool disabled) {
 }
 
 double Screen::scale() {
-    if (qApp == nullptr || QGuiApplication::primaryScreen() == nullptr) {
+    if (QGuiApplication::primaryScreen() == nullptr) {
         return 1.0;
     }
     return QGuiApplication::primaryScreen()->devicePixelRatio();
@@ -392,13 +406,13 @@ QSize Screen::sizeForOrientation(int orientation) {
 }
 
 QRect Screen::bounds() {
-    Application* app = qApp != nullptr ? Application::sharedApplication() : nullptr;
+    Application* app = Application::sharedApplication();
     return QRect(QPoint(0, 0), sizeForOrientation(app != nullptr ? app->statusBarOrientation()
                                                                  : InterfaceOrientationPortrait));
 }
 
 QRect Screen::applicationFrame() {
-    Application* app = qApp != nullptr ? Application::sharedApplication() : nullptr;
+    Application* app = Application::sharedApplication();
     const QRect all = bounds();
     if (app == nullptr || app->isStatusBarHidden()) {
         return all;

@@ -102,8 +102,8 @@ class Application : public QObject {
     // Runs `task` on a later turn of the event loop once a window has drawn its first frame
     // (unless `context` is gone by then), so that work which can wait (loading a backend or a
     // module) stays out of the way of the first thing the user sees. Once that frame is drawn,
-    // on the next turn; a program that draws no window within kFirstFrameWaitMilliseconds runs
-    // its tasks then.
+    // on the next turn (at once in a program without a GUI); a program that draws no window
+    // within kFirstFrameWaitMilliseconds runs its tasks then.
     void whenFirstFrameDrawn(QObject* context, std::function<void()> task);
     static constexpr int kFirstFrameWaitMilliseconds = 1000;
 
