@@ -9,6 +9,7 @@
 #include "uitestmain.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -44,6 +45,33 @@ class Delegate : public WebViewDelegate {
     QString failure;
     QStringList refused;
 };
+
+// Runs the sound board in a profile of its own, with `env` added, until its screenshot (taken
+// after the first ad, or `wait` seconds without one): what it wrote on its standard output and
+// error, or nothing when it did not end by itself with code 0.
+QString runBoard(const QList<std::pair<QString, QString>>& env, int wait) {
+    QTemporaryDir home;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (const char* name : {"XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_DATA_HOME"}) {
+        environment.insert(QLatin1String(name), home.filePath(QLatin1String(name)));
+    }
+    for (const auto& [name, value] : env) {
+        environment.insert(name, value);
+    }
+    QProcess app;
+    app.setProcessEnvironment(environment);
+    app.setProcessChannelMode(QProcess::MergedChannels);
+    app.start(QStringLiteral(APP_PROGRAM),
+              {QStringLiteral("--new-instance"), QStringLiteral("--screenshot"),
+               home.filePath(QStringLiteral("board.png")), QStringLiteral("--screenshot-delay"),
+               QString::number(wait)});
+    if (!app.waitForFinished(90000) || app.exitStatus() != QProcess::NormalExit ||
+        app.exitCode() != 0) {
+        qWarning().noquote() << app.readAll().right(2000);
+        return {};
+    }
+    return QString::fromLocal8Bit(app.readAll());
+}
 
 }  // namespace
 
@@ -83,21 +111,7 @@ class TestModules : public QObject {
 
     // The loader's own account (LD_DEBUG) and the board's line share standard error, in order.
     void theBoardIsDrawnBeforeTheHeavyPartsLoad() {
-        QTemporaryDir home;
-        QProcess app;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("LD_DEBUG"), QStringLiteral("files"));
-        for (const char* name : {"XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_DATA_HOME"}) {
-            env.insert(QLatin1String(name), home.filePath(QLatin1String(name)));
-        }
-        app.setProcessEnvironment(env);
-        app.setProcessChannelMode(QProcess::MergedChannels);
-        app.start(QStringLiteral(APP_PROGRAM),
-                  {QStringLiteral("--new-instance"), QStringLiteral("--screenshot"),
-                   home.filePath(QStringLiteral("board.png")), QStringLiteral("--screenshot-delay"),
-                   QStringLiteral("50")});
-        QVERIFY(app.waitForFinished(60000));
-        const QString out = QString::fromLocal8Bit(app.readAll());
+        const QString out = runBoard({{QStringLiteral("LD_DEBUG"), QStringLiteral("files")}}, 50);
         const qsizetype board = out.indexOf(QStringLiteral("brindle-sounds: board on screen"));
         QVERIFY2(board >= 0, qPrintable(out.right(2000)));
         QVERIFY2(out.contains(QStringLiteral("brindle-sounds: ad shown")),
@@ -112,6 +126,21 @@ class TestModules : public QObject {
             QVERIFY2(out.indexOf(loaded) > board, part);
         }
         QVERIFY(!out.contains(QStringLiteral("libavcodec")));
+    }
+
+    // The libraries without their modules (a broken install) still draw the board, and say which
+    // module is missing when the first page would need it.
+    void theBoardRunsWithoutItsModules() {
+        QTemporaryDir libraries;
+        for (const QString& library :
+             {QStringLiteral(ADS_LIBRARY), QStringLiteral(PLATFORM_LIBRARY)}) {
+            QVERIFY(QFile::copy(library, libraries.filePath(QFileInfo(library).fileName())));
+        }
+        const QString out = runBoard({{QStringLiteral("LD_LIBRARY_PATH"), libraries.path()}}, 1);
+        QVERIFY(out.contains(QStringLiteral("brindle-sounds: board on screen")));
+        QVERIFY2(
+            out.contains(QStringLiteral("No web pages: libsorvel-webengine.so cannot be loaded")),
+            qPrintable(out));
     }
 };
 
