@@ -89,6 +89,8 @@ constexpr qsizetype kMaximumTrackingURLs = 100;
 
 // The longest wait between two tries of a request that failed for want of the network.
 constexpr double kMaximumRetrySeconds = 300;
+// How long before a refresh is due the next build's page is made.
+constexpr double kScriptPageLeadSeconds = 0.5;
 
 QVariantMap rectDictionary(const QRect& rect) {
     return {{QStringLiteral("x"), double(rect.x())},
@@ -165,6 +167,7 @@ PXBObjectPrivate::~PXBObjectPrivate() {
     }
     webViewDelegate_.reset();
     resetBuildAdWebView();
+    nextScriptPage_.reset();
     if (buildAdJS_) {
         buildAdJS_->setDelegate(nullptr);
         buildAdJS_.reset();
@@ -453,17 +456,24 @@ void PXBObjectPrivate::buildAdUrl() {
         inspect(PXBInspection::Kind::Request, QString(), shown);
     }
     const QString json = PXBMacros::jsonify(parameters);
-    setupBuildAdWebView();
-    buildAdWebView_->loadHTMLStringBaseURL(buildAdPage(script, json),
-                                           PXBConfiguration::adServerURL());
+    const QUrl baseURL = PXBConfiguration::adServerURL();
+    if (const std::unique_ptr<PXBScriptPage> prepared = std::move(nextScriptPage_);
+        prepared && prepared->isReadyFor(script, baseURL)) {
+        setupBuildAdWebView(prepared->takeView());
+        buildAdWebView_->evaluateJavaScript(PXBScriptPage::buildCall(json));
+    } else {
+        setupBuildAdWebView();
+        buildAdWebView_->loadHTMLStringBaseURL(buildAdPage(script, json), baseURL);
+    }
     // The first ad need not wait for the banner's page to be made once its URL is known.
     webView_->preparePage();
 }
 
-void PXBObjectPrivate::setupBuildAdWebView() {
+void PXBObjectPrivate::setupBuildAdWebView(std::unique_ptr<platform::WebView> view) {
     resetBuildAdWebView();
     buildAdWebViewDelegate_ = std::make_unique<PXBWebViewDelegate>();
-    buildAdWebView_ = std::make_unique<platform::WebView>(QRect(0, 0, 1, 1));
+    buildAdWebView_ =
+        view ? std::move(view) : std::make_unique<platform::WebView>(QRect(0, 0, 1, 1));
     buildAdWebView_->setHidden(true);
     buildAdWebView_->setDelegate(buildAdWebViewDelegate_.get());
     auto& center = platform::NotificationCenter::defaultCenter();
@@ -744,10 +754,24 @@ void PXBObjectPrivate::scheduleReloadTimer(double seconds) {
     }
     reloadTimer_ = platform::Timer::scheduled(seconds, false, [this] { reloadCurrentRequest(); });
     reloadSeconds_ = seconds;
+    // A page load is most of a build's time: the next build's page is made ahead, late enough
+    // not to sit idle for the whole interval nor to compete with the page of the ad just shown.
+    scriptPageTimer_ =
+        platform::Timer::scheduled(std::max(seconds / 2, seconds - kScriptPageLeadSeconds), false,
+                                   [this] { prepareScriptPage(); });
+}
+
+void PXBObjectPrivate::prepareScriptPage() {
+    if (!buildAdJS_ || buildAdJS_->content().isEmpty() || !isAppActive()) {
+        return;
+    }
+    nextScriptPage_ =
+        std::make_unique<PXBScriptPage>(buildAdJS_->content(), PXBConfiguration::adServerURL());
 }
 
 void PXBObjectPrivate::resetReloadTimer() {
     reloadTimer_.reset();
+    scriptPageTimer_.reset();
 }
 
 void PXBObjectPrivate::activateReloadTimer() {
@@ -757,6 +781,7 @@ void PXBObjectPrivate::activateReloadTimer() {
 void PXBObjectPrivate::deactivateReloadTimer() {
     refreshWaiting_ = false;
     resetReloadTimer();
+    nextScriptPage_.reset();
     if (PXBInspection::isOn()) {
         inspect(PXBInspection::Kind::Refresh, QStringLiteral("paused in the background"),
                 {{QStringLiteral("seconds"), 0.0}});

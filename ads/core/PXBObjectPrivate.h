@@ -6,6 +6,7 @@
 
 #include "ads/core/PXBDelegateManager.h"
 #include "ads/core/PXBRequestPrivate.h"
+#include "ads/core/PXBScriptPage.h"
 #include "ads/inspect/PXBInspection.h"
 #include "ads/net/PXBCachedFile.h"
 #include "ads/net/PXBClickTracker.h"
@@ -129,6 +130,7 @@ class PXBObjectPrivate : public QObject,
     void activateReloadTimer();
     void deactivateReloadTimer();
     void reloadCurrentRequest();
+    void prepareScriptPage();
 
     // Tells whether the ad is loading or shown, for the banner's web view delegate.
     PXBBannerWebViewDelegate* webViewDelegate() const { return webViewDelegate_.get(); }
@@ -141,7 +143,8 @@ class PXBObjectPrivate : public QObject,
     void ensureSupportFiles();
     void failedToDownloadJavaScriptWithError(const platform::Error& error);
     void buildAdUrl();
-    void setupBuildAdWebView();
+    // With `view`, a page that already holds the script; else a new view.
+    void setupBuildAdWebView(std::unique_ptr<platform::WebView> view = nullptr);
     void resetBuildAdWebView();
     void registerForNotifications();
     void loadAdURL(const platform::Notification& notification);
@@ -179,6 +182,7 @@ class PXBObjectPrivate : public QObject,
     std::unique_ptr<platform::WebView> buildAdWebView_;
     std::unique_ptr<PXBBannerWebViewDelegate> webViewDelegate_;
     std::unique_ptr<PXBWebViewDelegate> buildAdWebViewDelegate_;
+    std::unique_ptr<PXBScriptPage> nextScriptPage_;  // the next build's page, made ahead
     std::unique_ptr<PXBCachedFile> buildAdJS_;
     std::unique_ptr<PXBCachedFile> adHTML_;
     std::shared_ptr<PXBRequestPrivate> request_;
@@ -188,6 +192,7 @@ class PXBObjectPrivate : public QObject,
     QList<QUrl> pendingTrackingURLs_;
     QList<QUrl> pendingClickURLs_;
     std::unique_ptr<platform::Timer> reloadTimer_;
+    std::unique_ptr<platform::Timer> scriptPageTimer_;
     std::unique_ptr<platform::Timer> loadTimer_;
     bool refreshWaiting_ = false;  // a refresh came while a request was under way
     std::unique_ptr<platform::Timer> retryTimer_;

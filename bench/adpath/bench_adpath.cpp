@@ -444,7 +444,7 @@ void refreshFigure(int refreshes) {
         b << QString::number(v, 'f', 1);
     }
     note(QStringLiteral("refresh: app %1 ms; baseline %2 ms").arg(a.join(' '), b.join(' ')));
-    bench::print(bench::lowerIsBetter("refresh -> next ad (ms)", ours, baseline, 2.0));
+    bench::print(bench::lowerIsBetter("refresh -> next ad (ms)", ours, baseline, 1.5));
 }
 
 // utime + stime (clock ticks) of `root` and every process below it, by process id.

@@ -1,6 +1,7 @@
 // The server steers the banner: its refresh schedule, the impression URLs of every response and
 // redirect hop; and the statistics that travel with each request.
 #include "ads/core/PXBConfiguration.h"
+#include "ads/net/PXBCachedFile.h"
 #include "e2eharness.h"
 
 #include "platform/notificationcenter.h"
@@ -106,6 +107,67 @@ class TestRefreshEndToEnd : public QObject {
         QCOMPARE(h.ad()->pendingTrackingURLs().size(), 2);
         QTRY_COMPARE_WITH_TIMEOUT(h.requestsTo(QStringLiteral("/t/imp"), mark).size(), 2, kWait);
         QTRY_COMPARE(h.ad()->trackerCount(), 0);  // finished trackers are let go
+    }
+
+    // A refresh's ad URL is built in a page that was loaded with the script ahead of time, and
+    // that page serves that one build: the script never finds what an earlier request left. A
+    // script that moves on its own before it is asked spoils the page loaded ahead, and each
+    // build loads a page of its own instead. The served script is wrapped to count its builds
+    // and to tell how far its page had loaded when asked.
+    void everyBuildRunsInAPageOfItsOwn_data() {
+        QTest::addColumn<bool>("speaksUnasked");
+        QTest::addColumn<QString>("refreshesFind");  // document.readyState at a refresh's build
+        QTest::newRow("quiet script: refreshes build in a page loaded ahead")
+            << false << "complete";
+        QTest::newRow("script that speaks unasked: every build loads its page")
+            << true << "loading";
+    }
+
+    void everyBuildRunsInAPageOfItsOwn() {
+        QFETCH(bool, speaksUnasked);
+        QFETCH(QString, refreshesFind);
+        const QString unit = QStringLiteral("e2e0000000000f1");
+        if (PXBCachedFile(nullptr, PXBConfiguration::scriptURL()).content().isEmpty()) {
+            h.addBanner(unit);
+            h.load();
+            QTRY_VERIFY_WITH_TIMEOUT(h.recorder.events.contains("receive"), kWait);
+            h.removeBanner();
+        }
+        const QString served = PXBCachedFile(nullptr, PXBConfiguration::scriptURL()).content();
+        QVERIFY(!served.isEmpty());
+        const QString wrapper = QStringLiteral(R"(
+;(function (global) {
+  var build = global.ZELM_buildAdURL, builds = 0;
+  global.ZELM_buildAdURL = function (params) {
+    if (typeof params === 'string') params = JSON.parse(params);
+    params.builds = ++builds;
+    params.ready = document.readyState;
+    build(params);
+  };
+  if (%1) global.setTimeout(function () {
+    if (!builds) global.location.href = 'qmsg:///unasked';
+  }, 0);
+})(this);)")
+                                    .arg(speaksUnasked ? "true" : "false");
+        h.server.setPathFaults(e2e::kScriptPath, {{QStringLiteral("body"), served + wrapper}});
+        h.forgetScript(false);
+        const auto restore = qScopeGuard([this] {
+            h.server.setPathFaults(e2e::kScriptPath, {});
+            h.forgetScript(false);
+        });
+
+        const qint64 mark = h.server.lastLogSeq();
+        h.addBanner(unit);
+        h.load();
+        QTRY_VERIFY2_WITH_TIMEOUT(countOf(h.recorder.events, "receive") >= 3, h.trail(), kWait);
+        const QList<QVariantMap> requests = e2e::queriesTo(h, QStringLiteral("/ad"), mark);
+        QVERIFY(requests.size() >= 3);
+        for (qsizetype i = 0; i < requests.size(); ++i) {
+            QCOMPARE(requests[i].value("builds").toString(), QStringLiteral("1"));
+            // The first request has no page made ahead: it loads one with the call inside.
+            QCOMPARE(requests[i].value("ready").toString(),
+                     i == 0 ? QStringLiteral("loading") : refreshesFind);
+        }
     }
 
     // Refresh after refresh (200; SORVEL_SOAK_CYCLES sets another count), three creatives in
