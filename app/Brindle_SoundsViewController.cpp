@@ -3,6 +3,7 @@
 #include "ads/core/PXBBannerView.h"
 #include "ads/core/PXBRequest.h"
 #include "app/MainView.h"
+#include "platform/ui/application.h"
 
 #include <QShortcut>
 
@@ -51,10 +52,14 @@ void Brindle_SoundsViewController::viewDidLoad() {
     Qarbo_->setAdUnitID(kAdUnitID);
     Qarbo_->setRootViewController(this);
     view()->addSubview(Qarbo_);
-    // A bare request: no keywords, location, birthday, gender or test flag.
+    // A bare request: no keywords, location, birthday, gender or test flag. It goes once the
+    // board is on screen: the banner's request and the engine its ad needs come after the first
+    // thing the user sees, never in front of it.
     auto request = PXBRequest::create();
     requestsForTheProcess().push_back(request);
-    Qarbo_->loadRequest(request.get());
+    PXBBannerView* banner = Qarbo_;
+    platform::Application::sharedApplication()->whenFirstFrameDrawn(
+        banner, [banner, request = request.get()] { banner->loadRequest(request); });
 }
 
 void Brindle_SoundsViewController::viewWillAppear(bool animated) {
