@@ -89,8 +89,10 @@ constexpr qsizetype kMaximumTrackingURLs = 100;
 
 // The longest wait between two tries of a request that failed for want of the network.
 constexpr double kMaximumRetrySeconds = 300;
-// How long before a refresh is due the next build's page is made.
+// How long before a refresh is due the next build's page is made, and how long after the ad
+// was shown at the earliest.
 constexpr double kScriptPageLeadSeconds = 0.5;
+constexpr double kScriptPageEarliestSeconds = 0.4;
 
 QVariantMap rectDictionary(const QRect& rect) {
     return {{QStringLiteral("x"), double(rect.x())},
@@ -754,11 +756,16 @@ void PXBObjectPrivate::scheduleReloadTimer(double seconds) {
     }
     reloadTimer_ = platform::Timer::scheduled(seconds, false, [this] { reloadCurrentRequest(); });
     reloadSeconds_ = seconds;
-    // A page load is most of a build's time: the next build's page is made ahead, late enough
-    // not to sit idle for the whole interval nor to compete with the page of the ad just shown.
-    scriptPageTimer_ =
-        platform::Timer::scheduled(std::max(seconds / 2, seconds - kScriptPageLeadSeconds), false,
-                                   [this] { prepareScriptPage(); });
+    // A page load is most of a build's time: the next build's page is made ahead, shortly before
+    // the refresh, so that it does not sit idle for the whole interval. Not when that would be
+    // sooner than kScriptPageEarliestSeconds from now (a refresh every 0.9 s or more often): the
+    // engine page the last build let go would not be ready for another view yet, and an engine
+    // page made afresh for every refresh costs memory the engine never gives all back.
+    const double prepareAfter = seconds - kScriptPageLeadSeconds;
+    if (prepareAfter >= kScriptPageEarliestSeconds) {
+        scriptPageTimer_ =
+            platform::Timer::scheduled(prepareAfter, false, [this] { prepareScriptPage(); });
+    }
 }
 
 void PXBObjectPrivate::prepareScriptPage() {
