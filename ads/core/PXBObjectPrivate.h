@@ -130,7 +130,6 @@ class PXBObjectPrivate : public QObject,
     void activateReloadTimer();
     void deactivateReloadTimer();
     void reloadCurrentRequest();
-    void prepareScriptPage();
 
     // Tells whether the ad is loading or shown, for the banner's web view delegate.
     PXBBannerWebViewDelegate* webViewDelegate() const { return webViewDelegate_.get(); }
@@ -146,6 +145,8 @@ class PXBObjectPrivate : public QObject,
     // With `view`, a page that already holds the script; else a new view.
     void setupBuildAdWebView(std::unique_ptr<platform::WebView> view = nullptr);
     void resetBuildAdWebView();
+    // Makes the next build's page ahead (nextScriptPage_).
+    void prepareScriptPage();
     void registerForNotifications();
     void loadAdURL(const platform::Notification& notification);
     void invalidRequest(const platform::Notification& notification);
