@@ -159,9 +159,10 @@ bool DesktopAppDelegate::applicationDidFinishLaunchingWithOptions(
         QObject::connect(&instance_, &SingleInstance::showRequested, &instance_, [this] {
             say(QStringLiteral("another start brought the window to the front"));
             if (window() != nullptr) {
-                window()->showNormal();
-                window()->raise();
-                window()->activateWindow();
+                QWidget* shown = window()->desktopWindow();
+                shown->showNormal();
+                shown->raise();
+                shown->activateWindow();
             }
         });
         if (!instance_.listen()) {

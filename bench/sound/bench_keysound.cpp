@@ -317,7 +317,7 @@ int main(int argc, char** argv) {
     application->setDelegate(delegate.get());
     application->finishLaunching();
     platform::Window* window = delegate->window();
-    if (window == nullptr || !QTest::qWaitForWindowActive(window)) {
+    if (window == nullptr || !QTest::qWaitForWindowActive(window->desktopWindow())) {
         fail(QStringLiteral("the application's window is not active"));
     }
     QTest::qWait(3000);  // the first ad, and refreshes under way

@@ -287,8 +287,10 @@ QList<QWidget*> Application::applicationWindows() {
     QList<QWidget*> phoneWindows;
     QList<QWidget*> plainWindows;
     for (QWidget* widget : QApplication::topLevelWidgets()) {
-        if (qobject_cast<Window*>(widget) != nullptr) {
-            phoneWindows.append(widget);
+        if (auto* phone = qobject_cast<Window*>(widget)) {
+            if (QWidget* shown = phone->desktopWindow()) {  // none yet while it is being made
+                phoneWindows.append(shown);
+            }
         } else if (widget->windowType() == Qt::Window &&
                    !widget->testAttribute(Qt::WA_DontShowOnScreen) &&
                    widget->testAttribute(Qt::WA_QuitOnClose)) {

@@ -33,6 +33,23 @@ class TouchWatcher : public QObject {
         if (widget == nullptr) {
             return false;
         }
+        QList<View*> chain;
+        bool inView = false;
+        for (QWidget* w = widget; w != nullptr; w = w->parentWidget()) {
+            if (auto* view = qobject_cast<View*>(w)) {
+                inView = true;
+                if (!view->isUserInteractionEnabled()) {
+                    chain.clear();  // nothing at or inside a non-interactive view is touched
+                    continue;
+                }
+                chain.append(view);
+            }
+        }
+        // The desktop window's view hears an input first and hands the phone window's widgets
+        // one of the same time: only inputs that reach views count.
+        if (!inView) {
+            return false;
+        }
         // An event that Qt passes on to the parent comes through here again: report it once.
         const auto* input = static_cast<QInputEvent*>(event);
         const bool sameInput = type == lastType_ && input->timestamp() == lastTimestamp_ &&
@@ -44,16 +61,6 @@ class TouchWatcher : public QObject {
         lastTimestamp_ = input->timestamp();
         lastType_ = type;
 
-        QList<View*> chain;
-        for (QWidget* w = widget; w != nullptr; w = w->parentWidget()) {
-            if (auto* view = qobject_cast<View*>(w)) {
-                if (!view->isUserInteractionEnabled()) {
-                    chain.clear();  // nothing at or inside a non-interactive view is touched
-                    continue;
-                }
-                chain.append(view);
-            }
-        }
         for (View* view : chain) {
             view->touchReached(type);
         }

@@ -176,7 +176,8 @@ QWidget* AnchoredViewController::presentationWindow() const {
 bool AnchoredViewController::becomeFirstResponder() {
     // The focus goes back to where the user left it in the window, not to a view of ours.
     if (anchor_ != nullptr && anchor_->window() != anchor_) {
-        anchor_->window()->activateWindow();
+        auto* phone = qobject_cast<Window*>(anchor_->window());
+        (phone != nullptr ? phone->desktopWindow() : anchor_->window())->activateWindow();
     }
     return true;
 }

@@ -68,7 +68,7 @@ class TestSoundsViewController : public QObject {
         platform::Window window;
         window.setRootViewController(controller.get());
         window.makeKeyAndVisible();
-        QVERIFY(QTest::qWaitForWindowActive(&window));
+        QVERIFY(QTest::qWaitForWindowActive(window.desktopWindow()));
         const Qt::Key soundKey = MainInterface::shortcutForSound(0)[0].key();
 
         QTest::keyClick(&window, soundKey);

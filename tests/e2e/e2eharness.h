@@ -140,7 +140,7 @@ class Harness {
         root = std::make_shared<platform::ViewController>();
         window->setRootViewController(root.get());
         window->makeKeyAndVisible();
-        return QTest::qWaitForWindowExposed(window.get());
+        return QTest::qWaitForWindowExposed(window->desktopWindow());
     }
 
     PXBBannerView* addBanner(const QString& adUnitID) {
@@ -302,7 +302,8 @@ class Harness {
 
     // Minimises (or restores) the window, until the application has heard of it.
     bool setBackground(bool background) const {
-        background ? window->showMinimized() : window->showNormal();
+        background ? window->desktopWindow()->showMinimized()
+                   : window->desktopWindow()->showNormal();
         const auto wanted = background ? platform::Application::StateBackground
                                        : platform::Application::StateActive;
         return waitFor(

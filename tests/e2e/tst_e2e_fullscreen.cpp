@@ -14,6 +14,7 @@
 #include <QDBusConnection>
 #include <QLineEdit>
 #include <QProcess>
+#include <QScopeGuard>
 #include <QToolButton>
 
 using e2e::Harness;
@@ -217,8 +218,8 @@ class TestFullScreenEndToEnd : public QObject {
     // with Return as a press would (its click is tracked), and closes its screen with Esc.
     void theKeyboardReachesAndOpensTheAd() {
         QVERIFY(showBanner(QStringLiteral("plain")));
-        h.window->activateWindow();  // in front, as the user's window is
-        QVERIFY(QTest::qWaitForWindowActive(h.window.get()));
+        h.window->desktopWindow()->activateWindow();  // in front, as the user's window is
+        QVERIFY(QTest::qWaitForWindowActive(h.window->desktopWindow()));
         auto* ring = h.webView()->findChild<QWidget*>(QStringLiteral("focusRing"));
         QVERIFY(ring != nullptr);
         QVERIFY(!ring->isVisible());
@@ -230,8 +231,7 @@ class TestFullScreenEndToEnd : public QObject {
                    QStringLiteral("A");
         };
         for (int press = 0; press < 4 && !linkFocused(); ++press) {
-            QWidget* focus = QApplication::focusWidget();
-            QTest::keyClick(focus != nullptr ? focus : h.window.get(), Qt::Key_Tab);
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
             e2e::waitFor(linkFocused, 3000);
         }
         QVERIFY(linkFocused());
@@ -242,10 +242,40 @@ class TestFullScreenEndToEnd : public QObject {
         QVERIFY(browserShows(h.topAs<PXBBrowserController>(), QStringLiteral("/landing/")));
         // Off screen the window is no longer the active one once the screen is up; under a
         // window manager it stays active.
-        h.window->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(h.window.get()));
+        h.window->desktopWindow()->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(h.window->desktopWindow()));
         QTest::keyClick(h.window.get(), Qt::Key_Escape);
         QTRY_VERIFY_WITH_TIMEOUT(h.topAs<PXBBrowserController>() == nullptr, kWait);
+    }
+
+    // Whatever size the user gives the window, a press where they see the ad opens it: the phone
+    // window is drawn scaled, between bars, and the press reaches the ad through the desktop's.
+    void aPressThroughAResizedWindowOpensTheAd_data() {
+        QTest::addColumn<QSize>("size");
+        QTest::addColumn<double>("scale");
+        QTest::newRow("twice the size") << QSize(640, 960) << 2.0;
+        QTest::newRow("wide: bars left and right") << QSize(900, 600) << 1.25;
+    }
+    void aPressThroughAResizedWindowOpensTheAd() {
+        QFETCH(QSize, size);
+        QFETCH(double, scale);
+        QWidget* desktop = h.window->desktopWindow();
+        const QSize natural = desktop->size();
+        const auto restore = qScopeGuard([&] { desktop->resize(natural); });
+        desktop->resize(size);
+        QTRY_COMPARE(desktop->size(), size);
+        QVERIFY(showBanner(QStringLiteral("plain")));
+        const qint64 mark = h.server.lastLogSeq();
+        const QPoint seen = desktop->mapFromGlobal(h.webView()->mapToGlobal(QPoint(160, 25)));
+        QCOMPARE(h.window->scaleFactor(), scale);
+        QVERIFY2(std::abs(seen.x() - size.width() / 2) <= 1, qPrintable(QString::number(seen.x())));
+        QWidget* target = desktop->childAt(seen);  // the desktop window's, as a real press
+        QVERIFY(target != nullptr);
+        const QPoint local = target->mapFrom(desktop, seen);
+        QTest::mousePress(target, Qt::LeftButton, {}, local);
+        QTest::mouseRelease(target, Qt::LeftButton, {}, local);
+        QTRY_VERIFY_WITH_TIMEOUT(h.topAs<PXBBrowserController>() != nullptr, kWait);
+        QCOMPARE(h.requestsTo(QStringLiteral("/t/click"), mark).size(), 1);
     }
 
     // A click on an ad with click tracking opens a web app, whose page hears "onshow"; its close
@@ -315,8 +345,8 @@ class TestFullScreenEndToEnd : public QObject {
                 .contains(shows),
             kWait);
         // Escape closes it as its own close button does.
-        h.window->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(h.window.get()));
+        h.window->desktopWindow()->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(h.window->desktopWindow()));
         QTest::keyClick(h.window.get(), Qt::Key_Escape);
         QTRY_VERIFY_WITH_TIMEOUT(h.top() == h.root.get(), kWait);
         QTRY_COMPARE_WITH_TIMEOUT(screenEvents(), kPresentedAndDismissed, kWait);
@@ -340,8 +370,8 @@ class TestFullScreenEndToEnd : public QObject {
         QCOMPARE(composer->messageBody(), QStringLiteral("Hello!"));
         QVERIFY(screenEvents().isEmpty());  // the composer is no ad screen
         // Escape cancels, from inside the text as well.
-        h.window->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(h.window.get()));
+        h.window->desktopWindow()->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(h.window->desktopWindow()));
         QTest::keyClick(composer->view()->findChild<QLineEdit*>(), Qt::Key_Escape);
         QTRY_VERIFY(h.top() == h.root.get());
     }
@@ -427,8 +457,8 @@ class TestFullScreenEndToEnd : public QObject {
             }
         }
         QCOMPARE(unfocused.size(), 3);  // reload, desktop, done: back and forward await a history
-        h.window->activateWindow();     // in front, as the user's window is
-        QVERIFY(QTest::qWaitForWindowActive(h.window.get()));
+        h.window->desktopWindow()->activateWindow();  // in front, as the user's window is
+        QVERIFY(QTest::qWaitForWindowActive(h.window->desktopWindow()));
         const auto focusedInPage = [&] {
             return Harness::evaluate(browser->webView(),
                                      QStringLiteral("document.activeElement.outerHTML"));
@@ -436,12 +466,12 @@ class TestFullScreenEndToEnd : public QObject {
         QString inPage = focusedInPage();
         QSet<QWidget*> reached;
         for (int press = 0; press < 40 && reached.size() < unfocused.size(); ++press) {
-            QWidget* before = QApplication::focusWidget();
-            QTest::keyClick(before != nullptr ? before : h.window.get(), Qt::Key_Tab);
+            QWidget* before = h.window->focusWidget();
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
             // The page moves its own focus in its own time.
-            QTRY_VERIFY(QApplication::focusWidget() != before || focusedInPage() != inPage);
+            QTRY_VERIFY(h.window->focusWidget() != before || focusedInPage() != inPage);
             inPage = focusedInPage();
-            QWidget* now = QApplication::focusWidget();
+            QWidget* now = h.window->focusWidget();
             if (unfocused.contains(now) && !reached.contains(now)) {
                 reached.insert(now);
                 QVERIFY2(now->grab().toImage() != unfocused.value(now), qPrintable(now->toolTip()));

@@ -63,7 +63,7 @@ class TestViewController : public QObject {
         root_ = std::make_shared<LoggingController>("root");
         window_->setRootViewController(root_.get());
         window_->makeKeyAndVisible();
-        QVERIFY(QTest::qWaitForWindowExposed(window_.get()));
+        QVERIFY(QTest::qWaitForWindowExposed(window_->desktopWindow()));
     }
     void cleanup() {
         window_.reset();
@@ -147,6 +147,7 @@ class TestViewController : public QObject {
         QVERIFY(window_->rotateTo(InterfaceOrientationLandscapeRight));
         QCOMPARE(journal, (QStringList{"root:didRotateFrom1", "modal:didRotateFrom1"}));
         QCOMPARE(window_->size(), QSize(480, 320));
+        QTRY_COMPARE(window_->desktopWindow()->size(), QSize(480, 320));  // it turns too
         QCOMPARE(modal->view()->geometry(), QRect(0, 0, 480, 320));
         QCOMPARE(root_->view()->frame(), QRect(0, 20, 480, 300));
         QCOMPARE(Application::sharedApplication()->statusBarOrientation(), 3);
@@ -155,12 +156,63 @@ class TestViewController : public QObject {
         QCOMPARE(Screen::bounds(), QRect(0, 0, 480, 320));
 
         journal.clear();
-        window_->activateWindow();
-        QVERIFY(QTest::qWaitForWindowActive(window_.get()));
+        window_->desktopWindow()->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(window_->desktopWindow()));
         QTest::keyClick(window_.get(), Qt::Key_Right, Qt::ControlModifier);  // a quarter turn
         QCOMPARE(Application::sharedApplication()->statusBarOrientation(),
                  int(InterfaceOrientationPortrait));
         QCOMPARE(journal, (QStringList{"root:didRotateFrom3", "modal:didRotateFrom3"}));
+    }
+
+    // Resized, the desktop window scales the phone window to the largest size it holds whole,
+    // centred between black bars; a press lands where the user sees what they press.
+    void theDesktopWindowScalesThePhoneWindowToFit_data() {
+        QTest::addColumn<QSize>("size");
+        QTest::addColumn<QRect>("phone");  // where the phone window is drawn in the desktop's
+        QTest::newRow("natural") << QSize(320, 480) << QRect(0, 0, 320, 480);
+        QTest::newRow("twice") << QSize(640, 960) << QRect(0, 0, 640, 960);
+        QTest::newRow("square: bars left and right") << QSize(700, 700) << QRect(117, 0, 467, 700);
+        QTest::newRow("wide and small: bars left and right")
+            << QSize(480, 320) << QRect(133, 0, 213, 320);
+        QTest::newRow("tall: bars above and below") << QSize(400, 900) << QRect(0, 150, 400, 600);
+    }
+    void theDesktopWindowScalesThePhoneWindowToFit() {
+        QFETCH(QSize, size);
+        QFETCH(QRect, phone);
+        auto* button = new Button;
+        button->setFrame(QRect(200, 400, 100, 40));  // in the root view, in points
+        button->setBackgroundColor(Qt::red);
+        int taps = 0;
+        button->addTarget([&] { ++taps; }, ControlEventTouchUpInside);
+        root_->view()->addSubview(button);
+        button->show();
+
+        QWidget* desktop = window_->desktopWindow();
+        desktop->resize(size);
+        QTRY_COMPARE(desktop->size(), size);
+        QCOMPARE(window_->size(), QSize(320, 480));  // the phone's points do not change
+        QVERIFY(std::abs(window_->scaleFactor() - phone.width() / 320.0) < 0.01);
+        const QImage drawn = desktop->grab().toImage();
+        QCOMPARE(drawn.size(), size);
+        // The root view's grey begins where the phone window does, the bars' black before it.
+        const QPoint edge = phone.left() > 0 ? QPoint(phone.left(), phone.center().y())
+                                             : QPoint(phone.center().x(), phone.top() + 40);
+        const QPoint inward = phone.left() > 0 ? QPoint(3, 0) : QPoint(0, 3);
+        QCOMPARE(drawn.pixelColor(edge + inward), QColor(Qt::gray));
+        if (phone != QRect(QPoint(), size)) {
+            const QPoint inBar = phone.left() > 0 ? QPoint(phone.left() / 2, phone.center().y())
+                                                  : QPoint(phone.center().x(), phone.top() / 2);
+            QCOMPARE(drawn.pixelColor(inBar), QColor(Qt::black));
+        }
+        // The button's middle: (250, 440) in the phone window's points.
+        const QPoint buttonMiddle =
+            phone.topLeft() + (QPointF(250, 440) * window_->scaleFactor()).toPoint();
+        QCOMPARE(drawn.pixelColor(buttonMiddle), QColor(Qt::red));
+
+        QWidget* target = desktop->childAt(buttonMiddle);  // what a real press would reach
+        QVERIFY(target != nullptr);
+        QTest::mouseClick(target, Qt::LeftButton, {}, target->mapFrom(desktop, buttonMiddle));
+        QTRY_COMPARE(taps, 1);
     }
 
     void autoresizingMasks_data() {
